@@ -1,0 +1,48 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "usb_device.h"
+
+namespace vornsim {
+
+/// One model that can be simulated.
+struct ModelInfo {
+    const char* name;    ///< display name, "Vorn K12"
+    uint16_t productId;  ///< USB product id
+    const char* family;  ///< "STANDARD", "ADVANCED", "QUICKER", "CLASSIC" or "IIDC"
+    uint32_t pixelCountX;
+    uint32_t pixelCountY;
+    bool colour;
+};
+
+/// What the sensor is shown.
+enum class SceneKind {
+    SKY,   ///< a star field with noise
+    RAMP,  ///< a noiseless pattern whose value tells row and column: (y * 256 + x) & 0xFFFF before binning
+};
+
+/// How one simulated camera differs from its model's defaults.
+struct CameraOptions {
+    uint64_t seed = 1;           ///< sky, noise and hot pixels
+    uint32_t serialNumber = 0;   ///< 0: made from the seed and the model
+    SceneKind scene = SceneKind::SKY;
+    double ambientCelsius = 15.0;
+};
+
+/// @return every model, in order of product id table.
+std::span<const ModelInfo> models();
+
+/// @return the model of this display name ("Vorn K12", case and blanks do not matter, "K12" will do), or null.
+const ModelInfo* findModel(std::string_view name);
+
+/// Makes a camera, powered but without bridge firmware. @p clock and @p log must outlive it.
+std::unique_ptr<UsbDevice> makeCamera(const ModelInfo& model, const CameraOptions& options, const Clock& clock,
+                                      DeviceLog& log);
+
+}  // namespace vornsim
