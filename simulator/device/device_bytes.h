@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace vornsim {
+
+/// How the simulated devices put numbers into bytes; offsets must lie within @p bytes.
+constexpr uint16_t readLe16(std::span<const uint8_t> bytes, size_t offset)
+{
+    return static_cast<uint16_t>(bytes[offset] | (bytes[offset + 1] << 8));
+}
+
+constexpr uint32_t readLe32(std::span<const uint8_t> bytes, size_t offset)
+{
+    return readLe16(bytes, offset) | (static_cast<uint32_t>(readLe16(bytes, offset + 2)) << 16);
+}
+
+constexpr void writeLe16(std::span<uint8_t> bytes, size_t offset, unsigned value)
+{
+    bytes[offset] = static_cast<uint8_t>(value & 0xFF);
+    bytes[offset + 1] = static_cast<uint8_t>((value >> 8) & 0xFF);
+}
+
+inline void appendLe16(std::vector<uint8_t>& bytes, unsigned value)
+{
+    bytes.push_back(static_cast<uint8_t>(value & 0xFF));
+    bytes.push_back(static_cast<uint8_t>((value >> 8) & 0xFF));
+}
+
+}  // namespace vornsim

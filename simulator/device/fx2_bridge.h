@@ -1,0 +1,114 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "bridge_peripheral.h"
+#include "configuration_eeprom.h"
+#include "usb_function.h"
+
+namespace vornsim {
+
+/// The vendor id of all simulated cameras; no host may depend on it.
+inline constexpr uint16_t SIMULATED_VENDOR_ID = 0x1234;
+
+/// What the host has set on the bridge; for tests.
+struct BridgeSettings {
+    std::array<PortLines, 5> ports;
+    uint16_t parallelTimeoutMs = 1000;
+    uint16_t i2cTimeoutMs = 1000;
+    uint8_t i2cSpeed = 0;                ///< 0: 100 kHz, 1: 400 kHz
+    std::vector<uint8_t> waveformTable;  ///< last one loaded since the firmware started; empty: none
+};
+
+/// The USB bridge of a camera: an FX2 chip that wakes up with its built-in USB personality, takes a program over
+/// vendor request 0xA0 and then, whatever that program is, behaves as the bridge firmware does. Nothing is answered on
+/// the bulk endpoints before a program was loaded and the CPU started; the endpoints exist in alternate setting 1 only.
+///
+/// Endpoints: OUT 0x04 requests, IN 0x86 their replies, OUT 0x02 raw words to the parallel bus, IN 0x88 words from it.
+/// A new request ends whatever the one before left unfinished, and what the host did not fetch of it is lost.
+class Fx2Bridge final : public UsbFunction {
+public:
+    /// All references must outlive the bridge.
+    Fx2Bridge(uint16_t productId, ConfigurationEeprom& eeprom, BridgePeripheral& peripheral, const Clock& clock,
+              DeviceLog& log);
+
+    const BridgeSettings& settings() const { return settings_; }
+    /// @return whether a loaded program runs.
+    bool running() const { return running_; }
+
+protected:
+    ControlResult vendorRequest(const SetupPacket& setup, std::span<uint8_t> data) override;
+    BulkResult sendToEndpoint(uint8_t endpoint, std::span<const uint8_t> data) override;
+    BulkResult readFromEndpoint(uint8_t endpoint, std::span<uint8_t> buffer) override;
+
+private:
+    struct Request {
+        uint8_t code = 0;
+        uint8_t sequence = 0;
+        bool acknowledged = false;
+        uint8_t subCode = 0;
+        uint16_t value = 0;
+        uint16_t index = 0;
+        uint32_t replyLength = 0;
+        std::span<const uint8_t> payload;
+    };
+    struct Reply {
+        std::vector<uint8_t> bytes;
+        size_t fetched = 0;
+        int64_t readyAtUs = 0;
+    };
+    struct ParallelInput {
+        bool active = false;
+        uint64_t wordBytesLeft = 0;  // still to come from the camera, even
+        bool trailerLeft = false;    // the extra byte of an even request, in a packet of its own
+        uint64_t fetched = 0;
+        int64_t deadlineUs = NEVER;  // moves on with every packet
+    };
+
+    ControlResult writeMemory(uint16_t address, std::span<const uint8_t> data);
+    void startCpu();
+    void stopCpu();
+
+    BulkResult takeRequestBytes(std::span<const uint8_t> data);
+    void serve(std::span<const uint8_t> bytes);
+    void abandonPrevious();
+    bool wellFormed(const Request& request);
+    void reply(const Request& request, std::span<const uint8_t> data, uint8_t status, int64_t readyAtUs);
+
+    void changePorts(const Request& request, bool direction);
+    void readPorts(const Request& request);
+    void i2c(const Request& request);
+    void spi(const Request& request);
+    void setTimeout(const Request& request);
+    void loadWaveforms(const Request& request);
+    void startParallelInput(const Request& request);
+    void parallelOutput(const Request& request);
+
+    BulkResult fetchReply(std::span<uint8_t> buffer);
+    BulkResult fetchWords(std::span<uint8_t> buffer);
+    BulkResult takeRawWords(std::span<const uint8_t> data);
+    void complain(const std::string& text) { log_.complain("bridge: " + text); }
+
+    ConfigurationEeprom& eeprom_;
+    BridgePeripheral& peripheral_;
+    const Clock& clock_;
+    DeviceLog& log_;
+
+    std::vector<uint8_t> ram_;
+    bool programLoaded_ = false;
+    bool held_ = true;
+    bool running_ = false;
+    BridgeSettings settings_;
+    std::vector<uint8_t> request_;               // bytes of a request that came in several packets
+    std::deque<std::vector<uint8_t>> rawWords_;  // packets waiting in the two buffers of endpoint 0x02
+    Reply reply_;
+    ParallelInput input_;
+    bool busUsable_ = false;  // a table is loaded and the camera understands it
+};
+
+}  // namespace vornsim
