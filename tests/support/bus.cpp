@@ -1,0 +1,381 @@
+// SPDX-License-Identifier: MIT
+#include "bus.h"
+
+#include <sys/time.h>
+#include <unistd.h>
+#include <cstdarg>
+#include <cstdio>
+
+namespace vorntest {
+
+namespace {
+
+std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));
+
+std::string format(const char* text, ...)
+{
+    char line[256];
+    va_list arguments;
+    va_start(arguments, text);
+    (void)vsnprintf(line, sizeof line, text, arguments);
+    va_end(arguments);
+    return line;
+}
+
+}  // namespace
+
+bool BusCall::countable() const
+{
+    return kind != CLOSE && kind != PAUSE && kind != DRIVER_ACTIVE && kind != DETACH_DRIVER;
+}
+
+std::string BusCall::text() const
+{
+    std::string line;
+    switch (kind) {
+        case OPEN:
+            return "open";
+        case CLOSE:
+            return "close";
+        case DRIVER_ACTIVE:
+            return format("kernel driver active on interface %u?", value);
+        case DETACH_DRIVER:
+            return format("detach kernel driver from interface %u", value);
+        case CLAIM:
+            return format("claim interface %u", value);
+        case ALT_SETTING:
+            return format("interface %u, alternate setting %u", value, index);
+        case PAUSE:
+            return format("pause of %ld us", pauseUs);
+        case BULK_OUT:
+            line = format("out 0x%02X, %d bytes, %u ms:", endpoint, length, timeoutMs);
+            break;
+        case BULK_IN:
+            line = format("in 0x%02X, %d bytes, %u ms:", endpoint, length, timeoutMs);
+            break;
+        case CONTROL_OUT:
+        case CONTROL_IN:
+            line = format("control 0x%02X 0x%02X, value 0x%04X, index 0x%04X, %d bytes, %u ms:", requestType, request,
+                          value, index, length, timeoutMs);
+            break;
+    }
+    constexpr size_t SHOWN_BYTES = 64;
+    for (size_t i = 0; i < bytes.size() && i < SHOWN_BYTES; i++)
+        line += format(" %02X", bytes[i]);
+    if (bytes.size() > SHOWN_BYTES)
+        line += format(" and %zu more", bytes.size() - SHOWN_BYTES);
+    return result < 0 ? line + " -> " + libusb_error_name(result) : line;
+}
+
+Bus& bus()
+{
+    static Bus theBus;
+    return theBus;
+}
+
+void Bus::reset()
+{
+    const std::lock_guard held(mutex_);
+    devices_.clear();
+    log_.clear();
+    logging = true;
+    initResult = 0;
+    listResult = 0;
+    pauseListener = nullptr;
+}
+
+void Bus::attach(libusb_device& device)
+{
+    const std::lock_guard held(mutex_);
+    devices_.push_back(&device);
+}
+
+void Bus::advanceTo(int64_t timeUs)
+{
+    int64_t now = now_;
+    while (now < timeUs && !now_.compare_exchange_weak(now, timeUs)) {
+    }
+}
+
+std::vector<BusCall> Bus::log() const
+{
+    const std::lock_guard held(mutex_);
+    return log_;
+}
+
+std::string Bus::logText() const
+{
+    std::string text;
+    for (const BusCall& call : log())
+        text += call.text() + "\n";
+    return text;
+}
+
+void Bus::clearLog()
+{
+    const std::lock_guard held(mutex_);
+    log_.clear();
+}
+
+void Bus::record(BusCall call)
+{
+    const std::lock_guard held(mutex_);
+    log_.push_back(std::move(call));
+}
+
+int Bus::call(libusb_device& device, BusCall call, uint8_t* data, int* transferred)
+{
+    const std::lock_guard held(device.mutex);
+    call.atUs = now_;
+    if (call.length < 0) {
+        reportMisuse("negative length: " + call.text());
+        return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    const bool out = call.kind == BusCall::BULK_OUT || call.kind == BusCall::CONTROL_OUT;
+    if (out && data != nullptr)
+        call.bytes.assign(data, data + call.length);
+
+    const Fault& fault = device.fault;
+    const int number = call.countable() ? ++device.callCount : 0;
+    const bool hit = number != 0 && fault.at != 0 && (number == fault.at || (fault.forEver && number > fault.at));
+    int moved = 0;
+    int result = 0;
+    if (hit)
+        now_ += fault.delayUs;
+    if (hit && fault.shortenTo < 0 && fault.delayUs == 0) {
+        result = fault.result;
+    } else {
+        if (hit && fault.shortenTo >= 0 && call.length > fault.shortenTo) {
+            call.length = fault.shortenTo;
+            if (out)
+                call.bytes.resize(static_cast<size_t>(call.length));
+        }
+        result = device.backend->serve(call, {data, static_cast<size_t>(call.length)}, moved);
+    }
+    if (transferred != nullptr)
+        *transferred = moved;
+    if (logging) {
+        call.result = result;
+        const int received = call.kind == BusCall::BULK_IN ? moved : call.kind == BusCall::CONTROL_IN ? result : 0;
+        if (received > 0)
+            call.bytes.assign(data, data + received);
+        record(std::move(call));
+    }
+    return result;
+}
+
+void Bus::pause(long us)
+{
+    BusCall call;
+    call.kind = BusCall::PAUSE;
+    call.pauseUs = us;
+    call.atUs = now_;
+    now_ += us;
+    if (logging)
+        record(call);
+    if (pauseListener != nullptr)
+        pauseListener->paused(us);
+}
+
+ssize_t Bus::deviceList(libusb_device*** list)
+{
+    const std::lock_guard held(mutex_);
+    listCalls++;
+    if (listResult < 0)
+        return listResult;
+    lists_.push_back(devices_);
+    lists_.back().push_back(nullptr);
+    *list = lists_.back().data();
+    return static_cast<ssize_t>(devices_.size());
+}
+
+namespace {
+
+/// Makes a call on an open handle; a null or closed handle is a fault of the code under test.
+int onHandle(libusb_device_handle* handle, BusCall call, uint8_t* data = nullptr, int* transferred = nullptr)
+{
+    if (handle == nullptr || handle->device->openCount == 0) {
+        reportMisuse((handle == nullptr ? "null handle: " : "closed handle: ") + call.text());
+        return LIBUSB_ERROR_NO_DEVICE;
+    }
+    return bus().call(*handle->device, std::move(call), data, transferred);
+}
+
+}  // namespace
+
+}  // namespace vorntest
+
+libusb_device_handle* libusb_device::openHandle()
+{
+    openCount = 1;
+    return &handle;
+}
+
+// ---- the functions of the seam -------------------------------------------------------------------------------------
+
+using vorntest::bus;
+using vorntest::BusCall;
+
+struct libusb_context {};
+
+extern "C" {
+
+int LIBUSB_CALL libusb_init(libusb_context** context)
+{
+    static libusb_context theContext;
+    bus().initCalls++;
+    if (bus().initResult >= 0)
+        *context = &theContext;
+    return bus().initResult;
+}
+
+ssize_t LIBUSB_CALL libusb_get_device_list(libusb_context* context, libusb_device*** list)
+{
+    if (context == nullptr)
+        vorntest::reportMisuse("libusb_get_device_list without a context");
+    return bus().deviceList(list);
+}
+
+int LIBUSB_CALL libusb_get_device_descriptor(libusb_device* device, struct libusb_device_descriptor* descriptor)
+{
+    if (device->descriptorUnreadable)
+        return LIBUSB_ERROR_IO;
+    *descriptor = {};
+    descriptor->idVendor = device->vendorId;
+    descriptor->idProduct = device->productId;
+    return 0;
+}
+
+libusb_device* LIBUSB_CALL libusb_ref_device(libusb_device* device)
+{
+    device->references++;
+    return device;
+}
+
+int LIBUSB_CALL libusb_open(libusb_device* device, libusb_device_handle** handle)
+{
+    BusCall call;
+    call.kind = BusCall::OPEN;
+    const int result = bus().call(*device, call, nullptr, nullptr);
+    if (result >= 0) {
+        device->openCount++;
+        *handle = &device->handle;
+    }
+    return result;
+}
+
+void LIBUSB_CALL libusb_close(libusb_device_handle* handle)
+{
+    BusCall call;
+    call.kind = BusCall::CLOSE;
+    (void)vorntest::onHandle(handle, call);
+    if (handle != nullptr)
+        handle->device->openCount--;
+}
+
+int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle* handle, int interface)
+{
+    BusCall call;
+    call.kind = BusCall::DRIVER_ACTIVE;
+    call.value = static_cast<unsigned>(interface);
+    const int result = vorntest::onHandle(handle, call);
+    return result < 0 ? result : handle->device->driverActive;
+}
+
+int LIBUSB_CALL libusb_detach_kernel_driver(libusb_device_handle* handle, int interface)
+{
+    BusCall call;
+    call.kind = BusCall::DETACH_DRIVER;
+    call.value = static_cast<unsigned>(interface);
+    return vorntest::onHandle(handle, call);
+}
+
+int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interface)
+{
+    BusCall call;
+    call.kind = BusCall::CLAIM;
+    call.value = static_cast<unsigned>(interface);
+    return vorntest::onHandle(handle, call);
+}
+
+int LIBUSB_CALL libusb_set_interface_alt_setting(libusb_device_handle* handle, int interface, int setting)
+{
+    BusCall call;
+    call.kind = BusCall::ALT_SETTING;
+    call.value = static_cast<unsigned>(interface);
+    call.index = static_cast<unsigned>(setting);
+    return vorntest::onHandle(handle, call);
+}
+
+int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data,
+                                     int length, int* transferred, unsigned int timeout)
+{
+    BusCall call;
+    call.kind = (endpoint & LIBUSB_ENDPOINT_IN) != 0 ? BusCall::BULK_IN : BusCall::BULK_OUT;
+    call.endpoint = endpoint;
+    call.length = length;
+    call.timeoutMs = timeout;
+    return vorntest::onHandle(handle, call, data, transferred);
+}
+
+int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t requestType, uint8_t request,
+                                        uint16_t value, uint16_t index, unsigned char* data, uint16_t length,
+                                        unsigned int timeout)
+{
+    BusCall call;
+    call.kind = (requestType & LIBUSB_ENDPOINT_IN) != 0 ? BusCall::CONTROL_IN : BusCall::CONTROL_OUT;
+    call.requestType = requestType;
+    call.request = request;
+    call.value = value;
+    call.index = index;
+    call.length = length;
+    call.timeoutMs = timeout;
+    return vorntest::onHandle(handle, call, data);
+}
+
+const char* LIBUSB_CALL libusb_error_name(int code)
+{
+    switch (code) {
+        case LIBUSB_SUCCESS:
+            return "LIBUSB_SUCCESS";
+        case LIBUSB_ERROR_IO:
+            return "LIBUSB_ERROR_IO";
+        case LIBUSB_ERROR_INVALID_PARAM:
+            return "LIBUSB_ERROR_INVALID_PARAM";
+        case LIBUSB_ERROR_ACCESS:
+            return "LIBUSB_ERROR_ACCESS";
+        case LIBUSB_ERROR_NO_DEVICE:
+            return "LIBUSB_ERROR_NO_DEVICE";
+        case LIBUSB_ERROR_NOT_FOUND:
+            return "LIBUSB_ERROR_NOT_FOUND";
+        case LIBUSB_ERROR_BUSY:
+            return "LIBUSB_ERROR_BUSY";
+        case LIBUSB_ERROR_TIMEOUT:
+            return "LIBUSB_ERROR_TIMEOUT";
+        case LIBUSB_ERROR_OVERFLOW:
+            return "LIBUSB_ERROR_OVERFLOW";
+        case LIBUSB_ERROR_PIPE:
+            return "LIBUSB_ERROR_PIPE";
+        case LIBUSB_ERROR_NO_MEM:
+            return "LIBUSB_ERROR_NO_MEM";
+        default:
+            return "**UNKNOWN**";
+    }
+}
+
+int usleep(useconds_t us)
+{
+    bus().pause(static_cast<long>(us));
+    return 0;
+}
+
+int gettimeofday(struct timeval* time, void* /*zone*/) noexcept
+{
+    constexpr int64_t START_S = 1'700'000'000;
+    const int64_t now = bus().nowUs();
+    time->tv_sec = START_S + now / 1'000'000;
+    time->tv_usec = now % 1'000'000;
+    return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,353 @@
+// SPDX-License-Identifier: MIT
+#include "script.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+
+#include "vornccd.h"
+
+namespace vorntest {
+
+namespace {
+
+constexpr size_t HEADER_LENGTH = 16;  // of a bridge request
+constexpr unsigned EP_REQUEST = 0x04;
+constexpr size_t SEQUENCE_OFFSET = 1;
+
+std::string hexByte(unsigned value)
+{
+    char text[4];
+    (void)snprintf(text, sizeof text, "%02X", value & 0xFF);
+    return text;
+}
+
+bool isBulkOut(const BusCall& call)
+{
+    return call.kind == BusCall::BULK_OUT;
+}
+
+/// @return index of the first byte that differs, or -1.
+int firstDifference(const std::vector<int>& expected, const std::vector<uint8_t>& actual)
+{
+    for (size_t i = 0; i < std::min(expected.size(), actual.size()); i++) {
+        if (expected[i] >= 0 && expected[i] != actual[i])
+            return static_cast<int>(i);
+    }
+    return -1;
+}
+
+}  // namespace
+
+void reportMisuse(const std::string& text)
+{
+    ADD_FAILURE() << text;
+}
+
+std::vector<int> parseHex(const std::string& hex)
+{
+    std::vector<int> bytes;
+    std::istringstream words(hex);
+    for (std::string word; words >> word;) {
+        if (word == "...")
+            bytes.resize(std::max(bytes.size(), HEADER_LENGTH), 0);
+        else
+            bytes.push_back(word == "??" ? -1 : std::stoi(word, nullptr, 16));
+    }
+    return bytes;
+}
+
+std::vector<uint8_t> parseBytes(const std::string& hex)
+{
+    std::vector<uint8_t> bytes;
+    for (const int value : parseHex(hex))
+        bytes.push_back(static_cast<uint8_t>(value));
+    return bytes;
+}
+
+std::string ScriptStep::text() const
+{
+    BusCall shown = call;
+    shown.result = result;
+    std::string shownText = shown.text();
+    for (size_t i = 0; i < std::min<size_t>(sent.size(), 64); i++)
+        shownText += " " + (sent[i] < 0 ? "??" : hexByte(static_cast<unsigned>(sent[i])));
+    return shownText;
+}
+
+Script::Script(uint16_t productId) : device(productId, *this)
+{
+    bus().reset();
+    bus().attach(device);
+    bus().pauseListener = this;
+}
+
+Script::~Script()
+{
+    (void)done();
+    bus().reset();
+}
+
+bool Script::done(Place place)
+{
+    if (!broken_ && next_ < steps_.size()) {
+        ADD_FAILURE_AT(place.file, place.line)
+            << steps_.size() - next_ << " of " << steps_.size() << " steps are left over; the first was written at "
+            << steps_[next_].place.file << ":" << steps_[next_].place.line << "\n  " << steps_[next_].text();
+        broken_ = true;
+    }
+    return !broken_;
+}
+
+void Script::clear()
+{
+    steps_.clear();
+    next_ = 0;
+    broken_ = false;
+    timeoutMs_ = 30000;
+}
+
+Script& Script::add(ScriptStep step, Place place)
+{
+    step.place = place;
+    step.call.timeoutMs = step.call.timeoutMs != 0 ? step.call.timeoutMs : timeoutMs_;
+    steps_.push_back(std::move(step));
+    return *this;
+}
+
+namespace {
+
+ScriptStep plainStep(BusCall::Kind kind, unsigned value = 0, unsigned index = 0)
+{
+    ScriptStep step;
+    step.call.kind = kind;
+    step.call.value = value;
+    step.call.index = index;
+    return step;
+}
+
+}  // namespace
+
+Script& Script::open(Place place)
+{
+    return add(plainStep(BusCall::OPEN), place);
+}
+
+Script& Script::close(Place place)
+{
+    return add(plainStep(BusCall::CLOSE), place);
+}
+
+Script& Script::driverActive(bool active, Place place)
+{
+    device.driverActive = active ? 1 : 0;
+    return add(plainStep(BusCall::DRIVER_ACTIVE), place);
+}
+
+Script& Script::detachDriver(Place place)
+{
+    return add(plainStep(BusCall::DETACH_DRIVER), place);
+}
+
+Script& Script::claim(Place place)
+{
+    return add(plainStep(BusCall::CLAIM), place);
+}
+
+Script& Script::altSetting(unsigned setting, Place place)
+{
+    return add(plainStep(BusCall::ALT_SETTING, 0, setting), place);
+}
+
+Script& Script::out(unsigned endpoint, const std::string& hex, Place place)
+{
+    ScriptStep step = plainStep(BusCall::BULK_OUT);
+    step.call.endpoint = endpoint;
+    step.sent = parseHex(hex);
+    step.call.length = static_cast<int>(step.sent.size());
+    return add(std::move(step), place);
+}
+
+Script& Script::in(unsigned endpoint, int length, const std::string& hex, Place place)
+{
+    return in(endpoint, length, parseBytes(hex), place);
+}
+
+Script& Script::in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place)
+{
+    ScriptStep step = plainStep(BusCall::BULK_IN);
+    step.call.endpoint = endpoint;
+    step.call.length = length;
+    step.reply = std::move(bytes);
+    EXPECT_LE(step.reply.size(), static_cast<size_t>(length)) << "reply too long, " << place.file << ":" << place.line;
+    return add(std::move(step), place);
+}
+
+Script& Script::controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex, Place place)
+{
+    ScriptStep step = plainStep(BusCall::CONTROL_OUT, value, index);
+    step.call.requestType = 0x40;
+    step.call.request = request;
+    step.call.timeoutMs = 3000;
+    step.sent = parseHex(hex);
+    step.call.length = static_cast<int>(step.sent.size());
+    step.result = step.call.length;
+    return add(std::move(step), place);
+}
+
+Script& Script::controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
+                          Place place)
+{
+    ScriptStep step = plainStep(BusCall::CONTROL_IN, value, index);
+    step.call.requestType = 0xC0;
+    step.call.request = request;
+    step.call.timeoutMs = 3000;
+    step.call.length = length;
+    step.reply = parseBytes(hex);
+    step.result = static_cast<int>(step.reply.size());
+    return add(std::move(step), place);
+}
+
+Script& Script::pause(long us, Place place)
+{
+    ScriptStep step = plainStep(BusCall::PAUSE);
+    step.call.pauseUs = us;
+    return add(std::move(step), place);
+}
+
+Script& Script::fails(int result)
+{
+    steps_.back().result = result;
+    if (result < 0)
+        steps_.back().reply.clear();
+    return *this;
+}
+
+Script& Script::timeout(unsigned ms)
+{
+    timeoutMs_ = ms;
+    return *this;
+}
+
+Script& Script::parOut(const std::string& hex, Place place)
+{
+    out(0x02, hex, place);
+    out(EP_REQUEST, "0A ?? FF ...", place);
+    return in(0x86, 4, "00 00 00 00", place);
+}
+
+Script& Script::parIn(unsigned length, const std::string& hex, Place place)
+{
+    out(EP_REQUEST,
+        "09 ?? 00 00 " + hexByte(length >> 16) + " " + hexByte(length >> 24) + " " + hexByte(length) + " " +
+            hexByte(length >> 8) + " ...",
+        place);
+    return in(0x88, static_cast<int>(length) + 1, hex.empty() ? "" : hex + " 00", place);
+}
+
+Script& Script::command(const std::string& hex, Place place)
+{
+    return parOut("43 00 4D 00 44 00 " + hex, place);
+}
+
+Script& Script::i2cWrite(const std::string& hex, Place place)
+{
+    const auto length = static_cast<unsigned>(parseHex(hex).size());
+    out(EP_REQUEST, "04 ?? FF 00 00 00 01 00 00 00 00 00 " + hexByte(length) + " 00 00 00 " + hex, place);
+    return in(0x86, 4, "00 00 00 00", place);
+}
+
+Script& Script::eepRead(unsigned address, unsigned length, const std::string& hex, Place place)
+{
+    i2cWrite("A2 00 " + hexByte(address), place);
+    out(EP_REQUEST, "04 ?? FF 00 00 00 01 00 " + hexByte(length) + " 00 00 00 01 00 00 00 A3", place);
+    return in(0x86, static_cast<int>(length) + 4, "00 " + hex + " 00 00 00", place);
+}
+
+Script& Script::firmwareUpload(Place place)
+{
+    controlOut(0xA0, 0xE600, 0, "01", place);
+    for (size_t at = 0; FIRMWARE[at] != 0; at += 3UL + FIRMWARE[at]) {
+        std::string data;
+        for (size_t i = 0; i < FIRMWARE[at]; i++)
+            data += hexByte(FIRMWARE[at + 3 + i]) + " ";
+        controlOut(0xA0, FIRMWARE[at + 1] + 256U * FIRMWARE[at + 2], 0, data, place);
+    }
+    return controlOut(0xA0, 0xE600, 0, "00", place);
+}
+
+Script& Script::emptyFlush(Place place)
+{
+    timeout(100).parIn(1, "", place).fails(LIBUSB_ERROR_TIMEOUT);
+    return timeout(30000);
+}
+
+void Script::fail(const std::string& problem, const ScriptStep* step, const BusCall* call)
+{
+    broken_ = true;
+    const size_t number = next_ + 1;
+    const Place place = step != nullptr ? step->place : Place::here();
+    ADD_FAILURE_AT(place.file, place.line) << problem << " at step " << number << " of " << steps_.size()
+                                           << "\n  expected: " << (step != nullptr ? step->text() : "nothing more")
+                                           << "\n  actual:   " << (call != nullptr ? call->text() : "nothing");
+}
+
+ScriptStep* Script::expect(const BusCall& call)
+{
+    if (broken_)
+        return nullptr;
+    ScriptStep* step = next_ < steps_.size() ? &steps_[next_] : nullptr;
+    if (step == nullptr || step->call.kind != call.kind) {
+        fail("unexpected call", step, &call);
+        return nullptr;
+    }
+    const BusCall& wanted = step->call;
+    const bool transfer = call.kind >= BusCall::BULK_OUT && call.kind <= BusCall::CONTROL_IN;
+    const int different = firstDifference(step->sent, call.bytes);
+    std::string problem;
+    if (wanted.endpoint != call.endpoint || wanted.requestType != call.requestType || wanted.request != call.request ||
+        wanted.value != call.value || wanted.index != call.index || wanted.pauseUs != call.pauseUs)
+        problem = "wrong call";
+    else if (wanted.length != call.length)
+        problem = "wrong length";
+    else if (transfer && wanted.timeoutMs != call.timeoutMs)
+        problem = "wrong timeout";
+    else if (different >= 0)
+        problem = "wrong byte " + std::to_string(different);
+
+    if (isBulkOut(call) && call.endpoint == EP_REQUEST && call.bytes.size() > SEQUENCE_OFFSET) {
+        const int sequence = call.bytes[SEQUENCE_OFFSET];
+        if (problem.empty() && step->sent[SEQUENCE_OFFSET] < 0 && lastSequence_ >= 0 &&
+            sequence != ((lastSequence_ + 1) & 0xFF))
+            problem = "wrong sequence byte after " + hexByte(static_cast<unsigned>(lastSequence_));
+        lastSequence_ = sequence;
+    }
+    if (!problem.empty()) {
+        fail(problem, step, &call);
+        return nullptr;
+    }
+    next_++;
+    return step;
+}
+
+int Script::serve(const BusCall& call, std::span<uint8_t> data, int& transferred)
+{
+    const ScriptStep* step = expect(call);
+    if (step == nullptr)
+        return LIBUSB_ERROR_NO_DEVICE;
+    std::copy(step->reply.begin(), step->reply.end(), data.begin());
+    if (call.kind == BusCall::BULK_IN)
+        transferred = static_cast<int>(step->reply.size());
+    else if (step->result >= 0)
+        transferred = call.length;
+    return step->result;
+}
+
+void Script::paused(long us)
+{
+    BusCall call;
+    call.pauseUs = us;
+    (void)expect(call);
+}
+
+}  // namespace vorntest

@@ -1,0 +1,127 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+/// @file script.h
+/// A conversation written down in advance: the ordered list of every call and pause a camera object is expected to
+/// make, with what the device answers. An unexpected call fails the test with both sides printed, and so does a step
+/// that is left over at the end. Failures carry the file and line at which the step was written.
+///
+/// @code
+/// Script usb;
+/// VornCameraImpl camera(&usb.device, "Vorn K12", STANDARD);
+/// camera.handle = usb.device.openHandle();
+/// usb.out(0x04, "0C ?? 00 00 32 00 ...");            // header filled with zeros to 16 bytes
+/// usb.out(0x04, "03 ?? 00 00 00 00 00 00 05 ...").in(0x86, 9, "00 00 20 00 00 00 00 00 00");
+/// usb.pause(200000);
+/// usb.parIn(2, "65 00").fails(LIBUSB_ERROR_TIMEOUT);  // the last step written
+/// @endcode
+///
+/// Bytes are two hex digits each, separated by blanks. `??` takes any byte, and in place of the sequence byte of a
+/// bridge request it takes the one after the request before. `...` stands for zeros up to offset 16.
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "bus.h"
+
+namespace vorntest {
+
+/// Where in a test's source a step was written.
+struct Place {
+    const char* file = "";
+    int line = 0;
+    static Place here(const char* file = __builtin_FILE(), int line = __builtin_LINE()) { return {file, line}; }
+};
+
+/// One expected call.
+struct ScriptStep {
+    BusCall call;                ///< what is expected; `bytes` is not used
+    std::vector<int> sent;       ///< data expected to be sent, -1 for any byte
+    std::vector<uint8_t> reply;  ///< data received
+    int result = 0;              ///< what the call returns
+    Place place;
+
+    /// @return as BusCall::text(), `??` where any byte will do.
+    std::string text() const;
+};
+
+/// Hex notation to bytes, -1 for `??`.
+std::vector<int> parseHex(const std::string& hex);
+/// Hex notation without `??` to bytes.
+std::vector<uint8_t> parseBytes(const std::string& hex);
+
+/// The expected conversation with one device, which it owns. While it lives it receives every pause of the process.
+class Script : public Backend, public PauseListener {
+public:
+    explicit Script(uint16_t productId = 0xdf34);
+    ~Script() override;
+
+    /// Fails the test when steps are left over. @return true when there are none and none went wrong.
+    bool done(Place place = Place::here());
+    /// Forgets all steps and failures, for the next case of a sweep.
+    void clear();
+    /// @return expected calls so far, the pauses included; the index that the next step will have.
+    size_t size() const { return steps_.size(); }
+    ScriptStep& operator[](size_t index) { return steps_[index]; }
+
+    libusb_device device;
+
+    // ---- the calls of libusb. Each adds a step; a default argument takes the place at which it is written. ---------
+
+    Script& open(Place place = Place::here());
+    Script& close(Place place = Place::here());
+    Script& driverActive(bool active, Place place = Place::here());
+    Script& detachDriver(Place place = Place::here());
+    Script& claim(Place place = Place::here());
+    Script& altSetting(unsigned setting, Place place = Place::here());
+    Script& out(unsigned endpoint, const std::string& hex, Place place = Place::here());
+    Script& in(unsigned endpoint, int length, const std::string& hex, Place place = Place::here());
+    Script& in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place = Place::here());
+    Script& controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex,
+                       Place place = Place::here());
+    Script& controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
+                      Place place = Place::here());
+    Script& pause(long us, Place place = Place::here());
+
+    /// The last step returns @p result, and moves no data when that is negative.
+    Script& fails(int result = LIBUSB_ERROR_IO);
+    /// Bulk transfers written from here on are expected with this timeout; 30000 at first.
+    Script& timeout(unsigned ms);
+
+    // ---- exchanges that every test repeats ------------------------------------------------------------------------
+
+    /// `parOut`: the bytes on endpoint 0x02, then request 10 and its acknowledgement.
+    Script& parOut(const std::string& hex, Place place = Place::here());
+    /// `parIn` of @p length bytes: request 9, then the bytes and one more on endpoint 0x88.
+    Script& parIn(unsigned length, const std::string& hex, Place place = Place::here());
+    /// A STANDARD command: `43 00 4D 00 44 00` and @p hex by parOut.
+    Script& command(const std::string& hex, Place place = Place::here());
+    /// The bytes (address byte first) by an acknowledged I2C write.
+    Script& i2cWrite(const std::string& hex, Place place = Place::here());
+    /// An EEPROM read of @p length bytes at byte address @p address: word address written, data read.
+    Script& eepRead(unsigned address, unsigned length, const std::string& hex, Place place = Place::here());
+    /// The whole upload of the exported firmware table: 768 control transfers.
+    Script& firmwareUpload(Place place = Place::here());
+    /// The parallel channel drained when it is empty: one read that ends in a timeout after 100 ms.
+    Script& emptyFlush(Place place = Place::here());
+
+    // Backend, PauseListener
+    int serve(const BusCall& call, std::span<uint8_t> data, int& transferred) override;
+    void paused(long us) override;
+
+private:
+    Script& add(ScriptStep step, Place place);
+    ScriptStep* expect(const BusCall& call);
+    void fail(const std::string& problem, const ScriptStep* step, const BusCall* call);
+
+    std::vector<ScriptStep> steps_;
+    size_t next_ = 0;
+    bool broken_ = false;  // one message is enough: what follows a wrong call means nothing
+    unsigned timeoutMs_ = 30000;
+    int lastSequence_ = -1;
+};
+
+}  // namespace vorntest
