@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: MIT
+#include "text.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace firmware {
+
+std::string format(const char* text, ...)
+{
+    char line[400] = {};
+    va_list arguments;
+    va_start(arguments, text);
+    (void)std::vsnprintf(line, sizeof line, text, arguments);
+    va_end(arguments);
+    return line;
+}
+
+}  // namespace firmware
