@@ -25,10 +25,27 @@ constexpr void writeLe16(std::span<uint8_t> bytes, size_t offset, unsigned value
     bytes[offset + 1] = static_cast<uint8_t>((value >> 8) & 0xFF);
 }
 
+constexpr uint16_t readBe16(std::span<const uint8_t> bytes, size_t offset)
+{
+    return static_cast<uint16_t>((bytes[offset] << 8) | bytes[offset + 1]);
+}
+
+constexpr void writeBe16(std::span<uint8_t> bytes, size_t offset, unsigned value)
+{
+    bytes[offset] = static_cast<uint8_t>((value >> 8) & 0xFF);
+    bytes[offset + 1] = static_cast<uint8_t>(value & 0xFF);
+}
+
 inline void appendLe16(std::vector<uint8_t>& bytes, unsigned value)
 {
     bytes.push_back(static_cast<uint8_t>(value & 0xFF));
     bytes.push_back(static_cast<uint8_t>((value >> 8) & 0xFF));
+}
+
+inline void appendBe16(std::vector<uint8_t>& bytes, unsigned value)
+{
+    bytes.push_back(static_cast<uint8_t>((value >> 8) & 0xFF));
+    bytes.push_back(static_cast<uint8_t>(value & 0xFF));
 }
 
 }  // namespace vornsim

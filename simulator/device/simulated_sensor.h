@@ -19,6 +19,13 @@ public:
     const std::vector<uint16_t>& expose(Integration integration, const Region& region, uint32_t outWidth,
                                         uint32_t outHeight);
 
+    /// Sets what the amplifier and converter make of the charge, for cameras whose host can choose it.
+    void setConverter(double electronsPerAdu, double biasAdu)
+    {
+        sensor_.electronsPerAdu = electronsPerAdu;
+        sensor_.biasAdu = biasAdu;
+    }
+
     const std::vector<uint16_t>& lastImage() const { return image_; }
     const Integration& lastIntegration() const { return integration_; }
     uint32_t lastWidth() const { return width_; }
