@@ -30,7 +30,10 @@ struct CameraModel {
     bool guidePort = false;
     bool gpio = false;
     bool eightBit = false;
-    uint8_t filterCount = 0;  ///< positions of the filter wheel; 0: no wheel
+    uint8_t filterCount = 0;       ///< positions of the filter wheel; 0: no wheel
+    bool prechargePairs = false;   ///< QUICKER: every pixel is sent as reset level and signal level
+    uint8_t prechargeCode = 0;     ///< QUICKER: offset in steps of 32 that the host adds to the difference
+    uint16_t eepromProductId = 0;  ///< product id in the EEPROM where it is not the one on the bus; 0: the same
     uint8_t versionMajor = 1;
     uint8_t versionMinor = 0;
     uint16_t wellCapacity = 20000;       ///< electrons

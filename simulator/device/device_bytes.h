@@ -48,4 +48,16 @@ inline void appendBe16(std::vector<uint8_t>& bytes, unsigned value)
     bytes.push_back(static_cast<uint8_t>(value & 0xFF));
 }
 
+/// @return the CRC-32 (IEEE 802.3) of @p bytes; how a camera recognises a waveform table its bus was designed for.
+constexpr uint32_t crc32(std::span<const uint8_t> bytes)
+{
+    uint32_t remainder = 0xFFFFFFFF;
+    for (const uint8_t byte : bytes) {
+        remainder ^= byte;
+        for (int bit = 0; bit < 8; ++bit)
+            remainder = (remainder >> 1) ^ ((remainder & 1) != 0 ? 0xEDB88320 : 0);
+    }
+    return ~remainder;
+}
+
 }  // namespace vornsim

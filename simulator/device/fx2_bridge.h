@@ -70,9 +70,9 @@ private:
         int64_t deadlineUs = NEVER;  // moves on with every packet
     };
 
-    ControlResult writeMemory(uint16_t address, std::span<const uint8_t> data);
-    void startCpu();
-    void stopCpu();
+    ControlResult accessMemory(const SetupPacket& setup, std::span<uint8_t> data);
+    void writeCpuControl(uint8_t value);
+    void resetFirmware();
 
     BulkResult takeRequestBytes(std::span<const uint8_t> data);
     void serve(std::span<const uint8_t> bytes);
@@ -92,6 +92,7 @@ private:
     BulkResult fetchReply(std::span<uint8_t> buffer);
     BulkResult fetchWords(std::span<uint8_t> buffer);
     BulkResult takeRawWords(std::span<const uint8_t> data);
+    size_t takeReadyPackets(std::span<uint8_t> space, BulkResult& result);
     void complain(const std::string& text) { log_.complain("bridge: " + text); }
 
     ConfigurationEeprom& eeprom_;
@@ -100,8 +101,8 @@ private:
     DeviceLog& log_;
 
     std::vector<uint8_t> ram_;
-    bool programLoaded_ = false;
-    bool held_ = true;
+    bool programLoaded_ = false;  // something was written to the reset vector
+    uint8_t cpuControl_ = 0x03;   // the CPU wakes up held in reset
     bool running_ = false;
     BridgeSettings settings_;
     std::vector<uint8_t> request_;               // bytes of a request that came in several packets

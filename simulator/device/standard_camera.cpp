@@ -1,0 +1,526 @@
+// SPDX-License-Identifier: MIT
+#include "standard_camera.h"
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <utility>
+
+#include "device_bytes.h"
+#include "family_cameras.h"
+
+namespace vornsim {
+namespace {
+
+enum CommandCode : uint8_t {
+    GET_DESCRIPTION = 1,
+    PREPARE_SENSOR = 2,
+    PREPARE_EXPOSURE = 4,
+    START_EXPOSURE = 5,
+    READ_OUT = 6,
+    SET_SHUTTER = 9,
+    CLOSE_RELAY_1 = 20,
+    CLOSE_RELAY_2 = 21,
+    CLOSE_RELAY_3 = 22,
+    CLOSE_RELAY_4 = 23,
+    OPEN_RELAYS = 24,
+    START_APPLICATION = 44,
+    GET_COOLER_DETAILS = 52,
+    GET_COOLING_STATUS = 53,
+    GET_SENSOR_COUNT = 54,
+    GET_TEMPERATURE = 55,
+    SET_COOLING = 56,
+    WARM_UP = 57,
+    PING = 80,
+    GET_GPIO = 130,
+    GET_FILTER_STATUS = 135,
+    SET_FILTER = 136,
+};
+
+/// What the camera knows about a command before it executes it.
+struct CommandRule {
+    uint8_t code;
+    uint8_t payloadLength;
+    bool anyTime;  ///< also served before the application was started
+};
+
+constexpr CommandRule RULES[] = {
+    {GET_DESCRIPTION, 0, true},
+    {PREPARE_SENSOR, 2, false},
+    {PREPARE_EXPOSURE, 0, false},
+    {START_EXPOSURE, 0, false},
+    {READ_OUT, 16, false},
+    {SET_SHUTTER, 2, false},
+    {CLOSE_RELAY_1, 0, false},
+    {CLOSE_RELAY_2, 0, false},
+    {CLOSE_RELAY_3, 0, false},
+    {CLOSE_RELAY_4, 0, false},
+    {OPEN_RELAYS, 0, false},
+    {START_APPLICATION, 0, true},
+    {GET_COOLER_DETAILS, 0, false},
+    {GET_COOLING_STATUS, 0, false},
+    {GET_SENSOR_COUNT, 0, false},
+    {GET_TEMPERATURE, 2, false},
+    {SET_COOLING, 2, false},
+    {WARM_UP, 0, false},
+    {PING, 1, true},
+    {GET_GPIO, 0, false},
+    {GET_FILTER_STATUS, 0, false},
+    {SET_FILTER, 2, false},
+};
+
+// "CMD", one character a word, and the code.
+constexpr size_t FRAME_HEADER_LENGTH = 8;
+constexpr size_t FRAME_CODE_OFFSET = 6;
+
+// The waveform table that the bus of this family was designed for, and the port lines that enable the bus.
+constexpr uint32_t WAVEFORM_CRC = 0x7E78C69A;
+constexpr uint8_t PORT_A_DIRECTION = 0x9F;
+constexpr uint8_t PORT_A_LATCH = 0x80;
+
+// Description flags
+constexpr unsigned HAS_FIFO = 0x0001;
+constexpr unsigned HAS_PREVIEW = 0x0008;
+constexpr unsigned HAS_SUBSAMPLING = 0x0010;
+constexpr unsigned HAS_SHUTTER = 0x0080;
+constexpr unsigned NO_GUIDE_PORT = 0x0100;
+constexpr unsigned HAS_FILTER_WHEEL = 0x1000;
+
+// Readout flags
+constexpr unsigned READOUT_ALWAYS = 0x0043;
+constexpr unsigned READOUT_PREVIEW = 0x0100;
+constexpr unsigned READOUT_MICROSECONDS = 0x0400;
+constexpr unsigned READOUT_DARK = 0x1000;
+constexpr unsigned READOUT_TIMED_ONLY = READOUT_MICROSECONDS | READOUT_DARK;
+
+constexpr int64_t ANSWER_US = 2000;
+constexpr int64_t TEMPERATURE_US = 60000;  // conversion and averaging
+constexpr int64_t APPLICATION_START_US = 35000;
+constexpr int64_t READOUT_BEGIN_US = 20000;  // from the command to the first word
+constexpr int64_t PREVIEW_SPEED_UP = 2;
+
+std::string commandName(uint8_t code)
+{
+    return "command " + std::to_string(code);
+}
+
+}  // namespace
+
+StandardCamera::StandardCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock,
+                               DeviceLog& log)
+    : model_(model),
+      clock_(clock),
+      log_(log),
+      sensor_(model, options),
+      cooler_(model.cooler, options.ambientCelsius, clock.nowUs()),
+      wheel_(model.filterCount, clock.nowUs()),
+      shutter_(model.shutter)
+{
+}
+
+// ---- The bus ----
+
+void StandardCamera::bridgeStarted()
+{
+    output_.clear();
+    starting_ = false;
+}
+
+bool StandardCamera::understandsWaveform(std::span<const uint8_t> table) const
+{
+    return crc32(table) == WAVEFORM_CRC;
+}
+
+void StandardCamera::portChanged(unsigned port, const PortLines& lines)
+{
+    if (port == 0)
+        portA_ = lines;
+}
+
+OfferedWords StandardCamera::offeredWords(int64_t nowUs)
+{
+    if (!starting_)
+        return output_.offered(nowUs);
+    // While the application starts, every word read is its current status.
+    startStatus_ = {static_cast<uint8_t>(nowUs < startedAtUs_ ? 'B' : 'I'), 0};
+    return {startStatus_};
+}
+
+void StandardCamera::wordsTaken(size_t byteCount)
+{
+    if (!starting_) {
+        output_.taken(byteCount);
+    } else if (byteCount > 0 && startStatus_[0] == 'I') {
+        starting_ = false;
+        started_ = true;
+    }
+}
+
+void StandardCamera::answer(std::vector<uint8_t> bytes, int64_t afterUs)
+{
+    output_.send(std::move(bytes), clock_.nowUs() + afterUs);
+}
+
+void StandardCamera::wordsReceived(std::span<const uint8_t> bytes)
+{
+    if (portA_.direction != PORT_A_DIRECTION || portA_.latch != PORT_A_LATCH) {
+        complain("words on a bus that port A does not enable");
+        return;
+    }
+    while (!bytes.empty()) {
+        constexpr uint8_t HEADER[] = {'C', 0, 'M', 0, 'D', 0};
+        if (bytes.size() < FRAME_HEADER_LENGTH || !std::equal(std::begin(HEADER), std::end(HEADER), bytes.begin()) ||
+            bytes[FRAME_CODE_OFFSET + 1] != 0) {
+            complain("no command: " + std::to_string(bytes.size()) + " bytes");
+            return;
+        }
+        const uint8_t code = bytes[FRAME_CODE_OFFSET];
+        const auto* rule = std::find_if(std::begin(RULES), std::end(RULES),
+                                        [&](const CommandRule& candidate) { return candidate.code == code; });
+        if (rule == std::end(RULES)) {
+            complain("unknown " + commandName(code));
+            return;
+        }
+        const size_t padded = rule->payloadLength + rule->payloadLength % 2U;
+        if (bytes.size() < FRAME_HEADER_LENGTH + padded) {
+            complain(commandName(code) + " lacks its payload");
+            return;
+        }
+        const auto payload = bytes.subspan(FRAME_HEADER_LENGTH, rule->payloadLength);
+        bytes = bytes.subspan(FRAME_HEADER_LENGTH + padded);
+        if (starting_ && code != START_APPLICATION)
+            complain(commandName(code) + " while the application starts");
+        else if (!started_ && !rule->anyTime)
+            complain(commandName(code) + " before the application was started");
+        else
+            execute(code, payload);
+    }
+}
+
+void StandardCamera::execute(uint8_t code, std::span<const uint8_t> payload)
+{
+    if (output_.left() > 0) {
+        complain(std::to_string(output_.left()) + " bytes of the answer to " + commandName(answeredCode_) +
+                 " were not fetched before " + commandName(code));
+        output_.clear();
+    }
+    answeredCode_ = code;
+    const uint16_t argument = payload.size() == 2 ? readLe16(payload, 0) : uint16_t{0};
+    switch (code) {
+        case GET_DESCRIPTION:
+            return sendDescription();
+        case PREPARE_SENSOR:
+            return prepareSensor(argument);
+        case PREPARE_EXPOSURE:
+            return prepareExposure();
+        case START_EXPOSURE:
+            return startExposure();
+        case READ_OUT:
+            return readOut(payload);
+        case SET_SHUTTER:
+            return setShutter(argument);
+        case CLOSE_RELAY_1:
+        case CLOSE_RELAY_2:
+        case CLOSE_RELAY_3:
+        case CLOSE_RELAY_4:
+        case OPEN_RELAYS:
+            return setRelays(code);
+        case START_APPLICATION:
+            return startApplication();
+        case GET_COOLER_DETAILS:
+            return sendCoolerDetails();
+        case GET_COOLING_STATUS:
+            return sendCoolingStatus();
+        case GET_SENSOR_COUNT:
+            return answer({model_.sensorCount, 0}, ANSWER_US);
+        case GET_TEMPERATURE:
+            return sendTemperature(argument);
+        case SET_COOLING:
+            return setCooling(argument);
+        case WARM_UP:
+            return warmUp();
+        case PING:
+            return answer({static_cast<uint8_t>(payload[0] + 1), 0}, ANSWER_US);
+        case GET_GPIO:
+            return complain("GPIO asked for, but there are no lines");
+        case GET_FILTER_STATUS:
+            return sendFilterStatus();
+        case SET_FILTER:
+            return setFilter(argument);
+        default:
+            return;
+    }
+}
+
+// ---- Description and start ----
+
+void StandardCamera::startApplication()
+{
+    // Whatever an earlier session left under way ends; the cooler goes on.
+    const int64_t now = clock_.nowUs();
+    starting_ = true;
+    startedAtUs_ = now + APPLICATION_START_US;
+    phase_ = Phase::IDLE;
+    shutter_.set(false, now);
+    mount_.setRelays(0, now);
+}
+
+void StandardCamera::sendDescription()
+{
+    std::vector<uint8_t> bytes;
+    const auto appendText = [&](const char* text) {
+        do {
+            appendLe16(bytes, static_cast<uint8_t>(*text));
+        } while (*text++ != '\0');
+    };
+    unsigned flags = HAS_FIFO | HAS_PREVIEW | HAS_SUBSAMPLING;
+    flags |= model_.shutter ? HAS_SHUTTER : 0;
+    flags |= model_.guidePort ? 0 : NO_GUIDE_PORT;
+    flags |= model_.filterCount > 0 ? HAS_FILTER_WHEEL : 0;
+
+    appendLe16(bytes, model_.versionMinor);
+    appendLe16(bytes, model_.versionMajor);
+    appendText(model_.info.name);
+    appendText("Vorn");
+    for (const unsigned word : {flags, unsigned{model_.describedX}, unsigned{model_.describedY},
+                                unsigned{model_.pixelSizeX}, unsigned{model_.pixelSizeY}, unsigned{model_.maxBinX},
+                                unsigned{model_.maxBinY}, unsigned{model_.wellCapacity}})
+        appendLe16(bytes, word);
+    answer(std::move(bytes), ANSWER_US);
+}
+
+// ---- Temperature ----
+
+void StandardCamera::sendTemperature(unsigned sensor)
+{
+    if (sensor < 1 || sensor > model_.sensorCount) {
+        complain("there is no temperature sensor " + std::to_string(sensor));
+        sensor = 1;
+    }
+    const int64_t now = clock_.nowUs();
+    const double celsius = sensor == 1 ? cooler_.sensorCelsius(now) : cooler_.housingCelsius(now);
+    std::vector<uint8_t> bytes = {model_.sensorEncoding, 0};
+    appendLe16(bytes, encodeCelsius(celsius, model_.sensorEncoding));
+    appendLe16(bytes, 0);
+    answer(std::move(bytes), TEMPERATURE_US);
+}
+
+void StandardCamera::sendCoolerDetails()
+{
+    answer({static_cast<uint8_t>(model_.cooler), 0, model_.maxCoolerPower, 0, model_.minCoolerPower, 0}, ANSWER_US);
+}
+
+void StandardCamera::sendCoolingStatus()
+{
+    const int64_t now = clock_.nowUs();
+    const double range = model_.maxCoolerPower - model_.minCoolerPower;
+    const auto power = static_cast<uint8_t>(model_.minCoolerPower + std::lround(cooler_.power(now) * range));
+    std::vector<uint8_t> bytes = {power, 0, cooler_.flags(now), 0};
+    appendLe16(bytes, encodeCelsius(cooler_.targetCelsius(), model_.sensorEncoding));
+    answer(std::move(bytes), ANSWER_US);
+}
+
+void StandardCamera::setCooling(uint16_t rawTarget)
+{
+    const double celsius = decodeCelsius(rawTarget, model_.sensorEncoding);
+    const bool done = cooler_.setTarget(celsius, clock_.nowUs());
+    if (done)
+        note("cooling to " + std::to_string(celsius) + " degrees");
+    else
+        complain("cooling target, but the cooler cannot be controlled");
+    answer({static_cast<uint8_t>(done), 0}, ANSWER_US);
+}
+
+void StandardCamera::warmUp()
+{
+    if (cooler_.warmUp(clock_.nowUs()))
+        note("warming up");
+    else
+        complain("warm-up, but the cooler cannot be controlled");
+}
+
+// ---- Exposure ----
+
+void StandardCamera::prepareSensor(uint16_t step)
+{
+    if (step == 0) {
+        phase_ = Phase::CLEARED;
+    } else if (step == 1 && phase_ == Phase::INTEGRATING) {
+        phase_ = Phase::STOPPED;
+    } else {
+        complain("sensor preparation " + std::to_string(step) + " out of sequence");
+    }
+}
+
+void StandardCamera::prepareExposure()
+{
+    if (phase_ == Phase::CLEARED)
+        phase_ = Phase::READY;
+    else
+        complain("exposure prepared before the sensor was");
+}
+
+void StandardCamera::startExposure()
+{
+    if (phase_ != Phase::READY) {
+        complain("exposure started without preparation");
+        return;
+    }
+    phase_ = Phase::INTEGRATING;
+    integrationStartUs_ = clock_.nowUs();
+    shutter_.beginIntegration(integrationStartUs_);
+    note("exposure started");
+}
+
+void StandardCamera::readOut(std::span<const uint8_t> payload)
+{
+    Readout readout;
+    readout.exposureCode = readLe16(payload, 0);
+    readout.region = {.x = readLe16(payload, 6),
+                      .y = readLe16(payload, 8),
+                      .width = readLe16(payload, 10),
+                      .height = readLe16(payload, 12),
+                      .binX = readLe16(payload, 2),
+                      .binY = readLe16(payload, 4)};
+    readout.flags = readLe16(payload, 14);
+    if (!acceptable(readout))
+        return;
+    phase_ = Phase::IDLE;
+
+    // With a code the camera clears the sensor once more and times the exposure itself.
+    const bool timed = readout.exposureCode != 0;
+    const int64_t unitUs = (readout.flags & READOUT_MICROSECONDS) != 0 ? 1 : 1000;
+    const int64_t now = clock_.nowUs();
+    const int64_t begin = timed ? now : integrationStartUs_;
+    const int64_t end = timed ? now + readout.exposureCode * unitUs : now;
+    Integration integration;
+    integration.darkSeconds = static_cast<double>(end - begin) * 1e-6;
+    integration.lightSeconds = timed ? integration.darkSeconds : shutter_.lightSeconds(now);
+    if ((readout.flags & READOUT_DARK) != 0 && shutter_.present())
+        integration.lightSeconds = 0.0;
+    integration.celsius = cooler_.sensorCelsius(now);
+    integration.driftX = (mount_.driftX(begin) + mount_.driftX(end)) / 2;
+    integration.driftY = (mount_.driftY(begin) + mount_.driftY(end)) / 2;
+
+    const Region& region = readout.region;
+    const std::vector<uint16_t>& image =
+        sensor_.expose(integration, region, region.width / region.binX, region.height / region.binY);
+    std::vector<uint8_t> bytes(image.size() * 2);
+    for (size_t i = 0; i < image.size(); ++i)
+        writeLe16(bytes, 2 * i, image[i]);
+    int64_t nsPerWord = int64_t{1000000000} / model_.pixelsPerSecond;
+    if ((readout.flags & READOUT_PREVIEW) != 0)
+        nsPerWord /= PREVIEW_SPEED_UP;
+    output_.send(std::move(bytes), end + READOUT_BEGIN_US, nsPerWord);
+    note("readout after " + std::to_string(integration.darkSeconds) + " s, light for " +
+         std::to_string(integration.lightSeconds) + " s");
+}
+
+/// Complains about a readout that cannot be done. One that only reaches below the sensor is done all the same.
+bool StandardCamera::acceptable(const Readout& readout)
+{
+    const Region& region = readout.region;
+    const bool timed = readout.exposureCode != 0;
+    const unsigned known = READOUT_ALWAYS | READOUT_PREVIEW | (timed ? READOUT_TIMED_ONLY : 0);
+    if (phase_ != (timed ? Phase::INTEGRATING : Phase::STOPPED)) {
+        complain("readout without exposure");
+        return false;
+    }
+    if ((readout.flags & READOUT_ALWAYS) != READOUT_ALWAYS || (readout.flags & ~known) != 0) {
+        complain("readout with flags " + std::to_string(readout.flags));
+        return false;
+    }
+    if (region.binX < 1 || region.binX > model_.maxBinX || region.binY < 1 || region.binY > model_.maxBinY ||
+        region.width < region.binX || region.height < region.binY) {
+        complain("readout with a binning the sensor does not have, or of no pixels");
+        return false;
+    }
+    if (!timed && shutter_.present() && shutter_.open())
+        complain("readout with the shutter open");
+    const ModelInfo& sensor = model_.info;
+    if (region.x + region.width <= sensor.pixelCountX && region.y + region.height <= sensor.pixelCountY)
+        return true;
+    complain("readout beyond the edge of the sensor");
+    return region.x + region.width <= sensor.pixelCountX &&
+           region.y + region.height <= std::max(sensor.pixelCountX, sensor.pixelCountY);
+}
+
+// ---- Accessories ----
+
+void StandardCamera::setShutter(uint16_t open)
+{
+    if (!shutter_.present() || open > 1) {
+        complain("shutter set to " + std::to_string(open) + (shutter_.present() ? "" : ", but there is no shutter"));
+        return;
+    }
+    shutter_.set(open == 1, clock_.nowUs());
+    note(open == 1 ? "shutter open" : "shutter closed");
+}
+
+void StandardCamera::setRelays(uint8_t code)
+{
+    if (!model_.guidePort) {
+        complain("guide relays, but there is no guide port");
+        return;
+    }
+    if (code == OPEN_RELAYS) {
+        mount_.setRelays(0, clock_.nowUs());
+        return;
+    }
+    const unsigned relay = code - unsigned{CLOSE_RELAY_1};
+    const unsigned opposite = relay ^ 1U;
+    if (((mount_.relays() >> opposite) & 1) != 0)
+        complain("guide relays closed in opposite directions");
+    mount_.setRelays(static_cast<uint8_t>(mount_.relays() | (1U << relay)), clock_.nowUs());
+}
+
+void StandardCamera::sendFilterStatus()
+{
+    if (wheel_.count() == 0)
+        complain("filter status, but there is no wheel");
+    const int64_t now = clock_.nowUs();
+    std::vector<uint8_t> bytes;
+    for (const unsigned word : {wheel_.count(), unsigned{wheel_.moving(now)}, wheel_.current(now), wheel_.target()})
+        appendLe16(bytes, word);
+    answer(std::move(bytes), ANSWER_US);
+}
+
+void StandardCamera::setFilter(uint16_t position)
+{
+    const bool done = wheel_.moveTo(position, clock_.nowUs());
+    if (wheel_.count() == 0)
+        complain("filter chosen, but there is no wheel");
+    else
+        note("filter " + std::to_string(position) + (done ? "" : " does not exist"));
+    answer({static_cast<uint8_t>(done), 0}, ANSWER_US);
+}
+
+CameraTruth StandardCamera::truth() const
+{
+    const int64_t now = clock_.nowUs();
+    CameraTruth truth;
+    truth.lastImage = sensor_.lastImage();
+    truth.imageWidth = sensor_.lastWidth();
+    truth.imageHeight = sensor_.lastHeight();
+    truth.frameCount = sensor_.frameCount();
+    truth.lightSeconds = sensor_.lastIntegration().lightSeconds;
+    truth.darkSeconds = sensor_.lastIntegration().darkSeconds;
+    truth.sensorCelsius = cooler_.sensorCelsius(now);
+    truth.coolerPower = cooler_.power(now);
+    truth.shutterOpen = shutter_.present() && shutter_.open();
+    truth.integrating = phase_ == Phase::INTEGRATING || phase_ == Phase::STOPPED;
+    truth.filterPosition = wheel_.current(now);
+    truth.filterMoving = wheel_.moving(now);
+    truth.driftX = mount_.driftX(now);
+    truth.driftY = mount_.driftY(now);
+    return truth;
+}
+
+std::unique_ptr<SimulatedCamera> makeStandardCamera(const CameraModel& model, const CameraOptions& options,
+                                                    const Clock& clock, DeviceLog& log)
+{
+    return std::make_unique<Fx2Camera>(model.info.productId, makeEeprom(model, options),
+                                       std::make_unique<StandardCamera>(model, options, clock, log), clock, log);
+}
+
+}  // namespace vornsim
