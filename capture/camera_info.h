@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include <vornccd.h>
+
+namespace vorncapture {
+
+/// What an opened camera says about itself.
+struct CameraInfo {
+    std::string name;  ///< "Vorn K12"
+    CAMERA_TYPE family = STANDARD;
+    VornCapabilities caps = {};
+    unsigned int serialNumber = 0;
+    unsigned int versionMajor = 0;  ///< of the camera's firmware
+    unsigned int versionMinor = 0;
+};
+
+/// @return "STANDARD" and so on.
+const char* familyName(CAMERA_TYPE family);
+
+}  // namespace vorncapture

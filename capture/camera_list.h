@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "capture/camera_worker.h"
+#include "capture/result.h"
+#include "capture/session.h"
+
+namespace vorncapture {
+
+/// Lists the attached cameras, closed. Each call leaves a little memory behind in the library, so call it seldom.
+/// Not thread-safe.
+std::vector<CameraHandle> listCameras();
+
+/// Which camera is meant.
+struct CameraSelector {
+    enum class By { ONLY, INDEX, MODEL, SERIAL };
+
+    By by = By::ONLY;         ///< ONLY: the one that is attached
+    unsigned int number = 0;  ///< list index or serial number
+    std::string model;        ///< case, blanks and the word "Vorn" do not matter
+
+    /// Reads "0" (an index of one or two digits), "123456" (longer: a serial number), "serial:7", "index:0" or a
+    /// model, "Vorn K12" or "k12". An empty text selects the only camera.
+    static Result<CameraSelector> parse(const std::string& text);
+};
+
+/// Opens the camera that @p selector means. Other cameras are touched only in the search for a serial number.
+/// @param cameras from listCameras(); the one opened is moved out
+/// Errors: NO_SUCH_CAMERA, BAD_REQUEST (several fit), and those of Session::open().
+Result<std::unique_ptr<Session>> openSelected(std::vector<CameraHandle> cameras, const CameraSelector& selector,
+                                              const SessionOptions& options = {});
+
+}  // namespace vorncapture

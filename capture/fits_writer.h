@@ -1,0 +1,21 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "capture/frame.h"
+#include "capture/result.h"
+
+namespace vorncapture {
+
+/// Writes a picture as a FITS file: unsigned 16-bit values, rows in readout order, with the keywords that astronomical
+/// programs look for. What is not known about the picture is left out.
+/// @param creator name and version of the program, for the keyword SWCREATE
+/// @param overwrite whether an existing file may be replaced
+/// Error: FILE_ERROR; then there is no new file and no piece of one.
+Status writeFits(const Frame& frame, const std::string& path, const std::string& creator, bool overwrite);
+
+/// @return a moment as FITS writes it, "2024-02-29T23:59:59.123", in UTC.
+std::string fitsDate(Clock::Utc moment);
+
+}  // namespace vorncapture

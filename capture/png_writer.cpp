@@ -1,0 +1,99 @@
+// SPDX-License-Identifier: MIT
+#include "capture/png_writer.h"
+
+#include <png.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <system_error>
+
+#include "capture/output_file.h"
+
+namespace vorncapture {
+namespace {
+
+constexpr size_t VALUE_COUNT = 65536;
+constexpr double DEVIATIONS_TO_BLACK = 2.8;      // below the sky, in standard deviations of its noise
+constexpr double DEVIATION_PER_MEDIAN = 1.4826;  // of a normal distribution
+constexpr double SKY_LEVEL = 0.25;               // of full brightness
+
+using Histogram = std::vector<uint64_t>;
+
+/// @return the value that half of the entries do not exceed.
+size_t medianOf(const Histogram& histogram, uint64_t count)
+{
+    uint64_t below = 0;
+    for (size_t value = 0; value < histogram.size(); ++value) {
+        below += histogram[value];
+        if (below * 2 >= count)
+            return value;
+    }
+    return 0;
+}
+
+/// Curve from 0 to 1 with f(0) = 0, f(1) = 1 and f(@p middle) = 1/2.
+double midtones(double middle, double x)
+{
+    return (middle - 1.0) * x / ((2.0 * middle - 1.0) * x - middle);
+}
+
+}  // namespace
+
+StretchTable automaticStretch(const std::vector<uint16_t>& pixels)
+{
+    Histogram histogram(VALUE_COUNT);
+    for (const uint16_t value : pixels)
+        ++histogram[value];
+    const size_t median = medianOf(histogram, pixels.size());
+    Histogram distances(VALUE_COUNT);
+    for (size_t value = 0; value < VALUE_COUNT; ++value)
+        distances[value > median ? value - median : median - value] += histogram[value];
+    const double deviation = DEVIATION_PER_MEDIAN * static_cast<double>(medianOf(distances, pixels.size()));
+
+    const auto lastUsed = std::find_if(histogram.rbegin(), histogram.rend(), [](uint64_t n) { return n > 0; });
+    const double brightest = static_cast<double>(std::distance(lastUsed, histogram.rend())) - 1.0;
+    // At least one value of noise, so that an even picture has a sky as well.
+    const double sky = static_cast<double>(median);
+    const double black = std::max(0.0, sky - DEVIATIONS_TO_BLACK * std::max(deviation, 1.0));
+    const double white = std::max(brightest, sky + 1.0);
+
+    // The curve that lifts the sky to its level is the one whose middle is the same curve's value with the two roles
+    // exchanged.
+    const double skyPart = (sky - black) / (white - black);
+    const double middle = skyPart > 0.0 ? midtones(SKY_LEVEL, skyPart) : 0.5;
+    StretchTable table(VALUE_COUNT);
+    for (size_t value = 0; value < VALUE_COUNT; ++value) {
+        const double part = std::clamp((static_cast<double>(value) - black) / (white - black), 0.0, 1.0);
+        table[value] = static_cast<uint8_t>(std::lround(255.0 * midtones(middle, part)));
+    }
+    return table;
+}
+
+Status writePng(const Frame& frame, const std::string& path, bool overwrite)
+{
+    OutputFile output(path, overwrite);
+    const Status possible = output.check();
+    if (!possible.ok())
+        return possible;
+
+    const StretchTable table = automaticStretch(frame.pixels);
+    std::vector<uint8_t> levels(frame.pixels.size());
+    std::transform(frame.pixels.begin(), frame.pixels.end(), levels.begin(),
+                   [&table](uint16_t value) { return table[value]; });
+
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = frame.width;
+    image.height = frame.height;
+    image.format = PNG_FORMAT_GRAY;
+    const auto stride = static_cast<png_int_32>(frame.width);
+    if (png_image_write_to_file(&image, output.temporaryPath().c_str(), 0, levels.data(), stride, nullptr) == 0)
+        return Error{ErrorKind::FILE_ERROR, "cannot write " + path + ": " + static_cast<const char*>(image.message),
+                     "Is there room on the disk?"};
+    return output.publish();
+}
+
+}  // namespace vorncapture

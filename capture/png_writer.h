@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "capture/frame.h"
+#include "capture/result.h"
+
+namespace vorncapture {
+
+/// Grey level of each pixel value.
+using StretchTable = std::vector<uint8_t>;
+
+/// Finds the levels that make a star field visible: black a little below the sky, the sky at a quarter of full
+/// brightness, stars above. Sky and noise are taken from median and median deviation, which stars do not disturb.
+/// @return 65536 levels, never falling
+StretchTable automaticStretch(const std::vector<uint16_t>& pixels);
+
+/// Writes a picture as an 8-bit grey PNG, automatically stretched, for people to look at.
+/// @param overwrite whether an existing file may be replaced
+/// Error: FILE_ERROR; then there is no new file and no piece of one.
+Status writePng(const Frame& frame, const std::string& path, bool overwrite);
+
+}  // namespace vorncapture

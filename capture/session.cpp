@@ -1,0 +1,349 @@
+// SPDX-License-Identifier: MIT
+#include "capture/session.h"
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include "capture/exposure_time.h"
+#include "capture/open_diagnosis.h"
+
+namespace vorncapture {
+namespace {
+
+constexpr long MAX_PACKET_BYTES = 0x100000;
+constexpr double WAIT_STEP_SECONDS = 0.1;
+
+/// Our own timing of an exposure is good to about this; finer digits would only tell of the scheduler.
+constexpr double TIMING_STEP_SECONDS = 0.001;
+
+/// What a register camera reports when its thermometer could not be read.
+constexpr double ABSOLUTE_ZERO_CELSIUS = -273.15;
+
+CameraInfo readInfo(VornCamera& camera)
+{
+    CameraInfo info;
+    const char* name = nullptr;
+    camera.getCapabilities(&name, &info.family, &info.caps);
+    info.name = name != nullptr ? name : "camera";
+    info.serialNumber = camera.getSerialNumber();
+    info.versionMajor = camera.getVersionMajor();
+    info.versionMinor = camera.getVersionMinor();
+    return info;
+}
+
+/// @return the sensor's temperature, if the camera tells a believable one.
+std::optional<double> readCelsius(VornCamera& camera, unsigned int sensor)
+{
+    float celsius = std::nanf("");  // a camera without a sensor may report success and leave it
+    if (!camera.getTemperatureSensorStatus(sensor, &celsius) || !std::isfinite(celsius))
+        return std::nullopt;
+    if (celsius < ABSOLUTE_ZERO_CELSIUS + 1.0)
+        return std::nullopt;
+    return static_cast<double>(celsius);
+}
+
+void readTemperatures(VornCamera& camera, const CameraInfo& info, Telemetry& telemetry)
+{
+    if (info.family == QUICKER)
+        return;
+    if (info.family == IIDC) {  // it counts no sensors, and yet its one register answers to any number
+        telemetry.celsius.push_back(readCelsius(camera, 0));
+        return;
+    }
+    for (unsigned int sensor = 1; sensor <= info.caps.tempSensorCount; ++sensor)
+        telemetry.celsius.push_back(readCelsius(camera, sensor));
+}
+
+void readCooler(VornCamera& camera, const CameraInfo& info, Telemetry& telemetry)
+{
+    if (info.caps.cooler <= COOLER_ALWAYSON || info.family == QUICKER || info.family == IIDC)
+        return;
+    COOLING_STATE state = COOLING_INACTIVE;
+    float target = std::nanf("");
+    float power = std::nanf("");
+    // Converting a set-point ends the process when the camera never named the encoding of its temperatures, so the
+    // set-point is asked for only after a temperature has come through.
+    float* targetOut = telemetry.ccdCelsius() ? &target : nullptr;
+    if (!camera.getCoolingStatus(&state, targetOut, &power))
+        return;
+    telemetry.coolingState = state;
+    if (state == COOLING_SETPOINT && std::isfinite(target))
+        telemetry.targetCelsius = static_cast<double>(target);
+    if (std::isfinite(power))
+        telemetry.coolerPowerPercent = static_cast<double>(power);
+}
+
+void readGain(VornCamera& camera, const CameraInfo& info, Telemetry& telemetry)
+{
+    int gain = 0;
+    int offset = 0;
+    if (info.family != ADVANCED || !camera.getGain(&gain, &offset))
+        return;
+    telemetry.gain = gain;
+    telemetry.offset = offset;
+}
+
+Telemetry telemetryOf(VornCamera& camera, const CameraInfo& info)
+{
+    Telemetry telemetry;
+    readTemperatures(camera, info, telemetry);
+    readCooler(camera, info, telemetry);
+    readGain(camera, info, telemetry);
+    return telemetry;
+}
+
+Clock::Utc earlier(Clock::Utc moment, double seconds)
+{
+    return moment - std::chrono::duration_cast<Clock::Utc::duration>(std::chrono::duration<double>(seconds));
+}
+
+/// Outcome of the calls that end an exposure and transfer its image.
+struct Readout {
+    const char* failure = nullptr;  ///< text of the library's error, null on success
+    std::vector<uint16_t> pixels;
+    double endSeconds = 0.0;  ///< steady time at which the readout was commanded
+    Clock::Utc commanded;     ///< when the command returned
+};
+
+/// Reads a picture out. A successful readCCD() keeps the camera's lock, so getImage() follows it whatever happens.
+Readout readImage(VornCamera& camera, const ExposurePlan& plan, Clock& clock, std::atomic<bool>& transferring)
+{
+    Readout readout;
+    readout.endSeconds = clock.steadySeconds();
+    const Region& asked = plan.asked;
+    const bool commanded =
+        plan.longExposure
+            ? camera.readCCD(asked.x, asked.y, asked.width, asked.height, plan.binX, plan.binY)
+            : camera.readCCD(asked.x, asked.y, asked.width, asked.height, plan.binX, plan.binY, plan.seconds);
+    readout.commanded = clock.utc();
+    transferring = true;
+    if (!commanded) {
+        readout.failure = camera.getLastError();
+        return readout;
+    }
+    readout.pixels.resize(plan.bufferCount);
+    if (!camera.getImage(readout.pixels.data(), plan.transferCount))
+        readout.failure = camera.getLastError();
+    return readout;
+}
+
+}  // namespace
+
+/// When the integration began and how long it lasted.
+struct Session::Integration {
+    const char* failure = nullptr;  ///< text of the library's error, null when the exposure runs
+    double beginSeconds = 0.0;      ///< steady time
+    double leadSeconds = 0.0;       ///< that the readout command goes on integrating
+    Clock::Utc start;
+    Telemetry telemetry;
+};
+
+Session::Session(CameraHandle camera, const SessionOptions& options) : options_(options), worker_(std::move(camera)) {}
+
+Result<std::unique_ptr<Session>> Session::open(CameraHandle camera, const SessionOptions& options)
+{
+    std::unique_ptr<Session> session(new Session(std::move(camera), options));
+    const Status status = session->openCamera();
+    session->options_.cancel = nullptr;
+    if (!status.ok())
+        return status.error();
+    return session;
+}
+
+Status Session::openCamera()
+{
+    const auto openAndAsk = [](VornCamera& camera) -> std::optional<CameraInfo> {
+        camera.setParam(MAX_PACKET_SIZE, MAX_PACKET_BYTES);
+        if (!camera.open())
+            return std::nullopt;
+        return readInfo(camera);
+    };
+    const auto limit = options_.watchdog.open;
+    auto info = worker_.run(openAndAsk, limit, options_.cancel);
+    if (options_.cancel != nullptr && options_.cancel->requested())
+        return Error{ErrorKind::CANCELLED, "stopped while the camera was being opened", ""};
+    if (!info)
+        return mute();
+    if (!*info) {
+        // The library's texts do not tell the cause, but its trace does: try once more and listen.
+        TraceCapture trace;
+        info = worker_.run(openAndAsk, limit, options_.cancel);
+        const std::string said = trace.finish();
+        if (!info)
+            return mute();
+        if (!*info)
+            return explainOpenFailure(said, options_.listIndex);
+    }
+    info_ = **info;
+    return Done{};
+}
+
+Telemetry Session::readTelemetry()
+{
+    auto telemetry = call([info = info_](VornCamera& camera) { return telemetryOf(camera, info); });
+    return telemetry.value_or(Telemetry{});
+}
+
+Result<Frame> Session::expose(const ExposureRequest& request, const CancelToken* cancel,
+                              const ProgressCallback& progress)
+{
+    Result<ExposurePlan> planned = planExposure(info_, request);
+    if (!planned.ok())
+        return planned.error();
+    const ExposurePlan& plan = planned.value();
+    const Status modes = setModes(request);
+    if (!modes.ok())
+        return modes.error();
+    if (progress)
+        progress(Phase::STARTING, 0.0, plan.seconds);
+
+    Result<Integration> started = startLong(plan);
+    if (!started.ok())
+        return started.error();
+    Integration& integration = started.value();
+    const Status waited = waitLong(plan, integration, cancel, progress);
+    if (!waited.ok())
+        return waited.error();
+
+    Result<Frame> frame = readOut(plan, std::move(integration), cancel, progress);
+    if (frame.ok())
+        frame.value().request = request;
+    return frame;
+}
+
+Status Session::setModes(const ExposureRequest& request)
+{
+    const auto set = [request, family = info_.family](VornCamera& camera) {
+        // Only STANDARD cameras know dark frames; the others have no shutter to keep shut, which the plan notes.
+        const bool darkSet = family != STANDARD || camera.setDarkFrameMode(request.dark);
+        return darkSet && camera.setPreviewMode(request.preview) && camera.set8BitMode(request.eightBit);
+    };
+    const auto done = call(set);
+    if (!done)
+        return mute();
+    if (!*done)
+        return Error{ErrorKind::FAILED, "the camera refused the readout mode", ""};
+    return Done{};
+}
+
+Result<Session::Integration> Session::startLong(const ExposurePlan& plan)
+{
+    const auto start = [info = info_, clock = options_.clock, isLong = plan.longExposure](VornCamera& camera) {
+        Integration integration;
+        integration.telemetry = telemetryOf(camera, info);
+        integration.leadSeconds = isLong ? readoutLeadSeconds(camera) : 0.0;
+        if (isLong && !camera.startExposure(false))
+            integration.failure = camera.getLastError();
+        integration.beginSeconds = clock->steadySeconds();
+        integration.start = clock->utc();
+        return integration;
+    };
+    auto integration = call(start);
+    if (!integration)
+        return mute();
+    if (integration->failure != nullptr)
+        return abandon(integration->failure);
+    return *integration;
+}
+
+Status Session::waitLong(const ExposurePlan& plan, Integration& integration, const CancelToken* cancel,
+                         const ProgressCallback& progress)
+{
+    Clock& clock = *options_.clock;
+    const double waitSeconds = plan.longExposure ? plan.seconds - integration.leadSeconds : 0.0;
+    while (true) {
+        if (cancel != nullptr && cancel->requested())
+            return cancelled();
+        const double elapsed = clock.steadySeconds() - integration.beginSeconds;
+        if (progress)
+            progress(Phase::EXPOSING, std::clamp(elapsed, 0.0, plan.seconds), plan.seconds);
+        if (elapsed >= waitSeconds)
+            return Done{};
+        clock.sleep(std::min(waitSeconds - elapsed, WAIT_STEP_SECONDS));
+    }
+}
+
+Result<Frame> Session::readOut(const ExposurePlan& plan, Integration integration, const CancelToken* cancel,
+                               const ProgressCallback& progress)
+{
+    // Shared with the camera's thread, which may outlive this call.
+    const auto transferring = std::make_shared<std::atomic<bool>>(false);
+    const auto clock = options_.clock;
+    const double shortSeconds = plan.longExposure ? 0.0 : plan.seconds;
+    const double limitSeconds = shortSeconds + integration.leadSeconds +
+                                static_cast<double>(plan.bufferCount) * 2.0 / options_.watchdog.readoutBytesPerSecond;
+    const auto limit = options_.watchdog.command + CameraWorker::Limit(static_cast<int64_t>(limitSeconds * 1000.0));
+    const auto tick = [&] {
+        if (!progress)
+            return;
+        const double elapsed = clock->steadySeconds() - integration.beginSeconds;
+        const bool exposing = !*transferring && elapsed < plan.seconds;
+        progress(exposing ? Phase::EXPOSING : Phase::READING, std::clamp(elapsed, 0.0, plan.seconds), plan.seconds);
+    };
+    auto readout = worker_.run(
+        [plan, clock, transferring](VornCamera& camera) { return readImage(camera, plan, *clock, *transferring); },
+        limit, cancel, tick);
+    if (!readout) {
+        if (cancel != nullptr && cancel->requested())
+            return Error{ErrorKind::CANCELLED, "stopped without waiting for the camera", ""};
+        return mute();
+    }
+    if (readout->failure != nullptr)
+        return abandon(readout->failure);
+    if (cancel != nullptr && cancel->requested())
+        return cancelled();
+
+    Frame frame;
+    frame.pixels = std::move(readout->pixels);
+    cropToPlan(frame.pixels, plan);
+    frame.width = plan.width;
+    frame.height = plan.height;
+    frame.camera = info_;
+    frame.region = plan.region;
+    frame.telemetry = std::move(integration.telemetry);
+    frame.notes = plan.notes;
+    if (plan.longExposure) {
+        const double made = readout->endSeconds - integration.beginSeconds + integration.leadSeconds;
+        frame.exposureSeconds = std::round(made / TIMING_STEP_SECONDS) * TIMING_STEP_SECONDS;
+        frame.start = integration.start;
+    } else {
+        // The command returns when the exposure is over; a register camera's returns when it begins.
+        frame.exposureSeconds = shortExposureMade(info_.family, plan.seconds);
+        frame.start = info_.family == IIDC ? readout->commanded : earlier(readout->commanded, frame.exposureSeconds);
+    }
+    return frame;
+}
+
+Error Session::abandon(const std::string& failure)
+{
+    // Close the shutter first, then find out by opening it again whether the camera is still there. Opening loads its
+    // program anew, so that a camera that had lost its way can be used again.
+    const auto reopen = [](VornCamera& camera) -> std::string {
+        camera.abortExposure();
+        camera.close();
+        return camera.open() ? std::string() : camera.getLastError();
+    };
+    const auto outcome = worker_.run(reopen, options_.watchdog.open);
+    if (!outcome)
+        return mute();
+    return explainExposureFailure(failure, *outcome);
+}
+
+Error Session::cancelled()
+{
+    const auto closed =
+        call([shutter = info_.caps.hasShutter](VornCamera& camera) { return camera.abortExposure() || !shutter; });
+    Error error{ErrorKind::CANCELLED, "stopped; no picture was taken", ""};
+    if (!closed.value_or(false))
+        error.advice = "The shutter could not be closed.";
+    return error;
+}
+
+Error Session::mute() const
+{
+    return {ErrorKind::TIMEOUT, "the " + (info_.name.empty() ? std::string("camera") : info_.name) + " does not answer",
+            "Check its power supply and cable, unplug it and plug it in again."};
+}
+
+}  // namespace vorncapture

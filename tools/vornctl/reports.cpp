@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: MIT
+#include "reports.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <numeric>
+#include <optional>
+#include <string>
+
+#include "capture/fits_writer.h"
+
+namespace vornctl {
+namespace {
+
+using nlohmann::ordered_json;
+using vorncapture::CameraInfo;
+using vorncapture::Frame;
+using vorncapture::Telemetry;
+
+template <typename Value>
+ordered_json orNull(const std::optional<Value>& value)
+{
+    return value ? ordered_json(*value) : ordered_json(nullptr);
+}
+
+const char* coolerName(COOLER_TYPE cooler)
+{
+    switch (cooler) {
+        case COOLER_NONE:
+            return "none";
+        case COOLER_ALWAYSON:
+            return "always on";
+        case COOLER_ONOFF:
+            return "on/off";
+        case COOLER_SELECTPOWER:
+            return "power";
+        case COOLER_SETPOINT:
+            return "set-point";
+    }
+    return "unknown";
+}
+
+const char* coolingName(COOLING_STATE state)
+{
+    switch (state) {
+        case COOLING_INACTIVE:
+            return "off";
+        case COOLING_ON:
+            return "on";
+        case COOLING_SETPOINT:
+            return "regulating";
+        case WARMING_UP:
+            return "warming up";
+    }
+    return "unknown";
+}
+
+ordered_json describeCooling(const CameraInfo& info, const Telemetry& telemetry)
+{
+    ordered_json json;
+    json["cooler"] = coolerName(info.caps.cooler);
+    json["state"] = telemetry.coolingState ? ordered_json(coolingName(*telemetry.coolingState)) : ordered_json();
+    json["target_celsius"] = orNull(telemetry.targetCelsius);
+    json["power_percent"] = orNull(telemetry.coolerPowerPercent);
+    json["temperatures_celsius"] = ordered_json::array();
+    for (const auto& celsius : telemetry.celsius)
+        json["temperatures_celsius"].push_back(orNull(celsius));
+    return json;
+}
+
+}  // namespace
+
+ordered_json describeCamera(const CameraInfo& info, const Telemetry& telemetry)
+{
+    const VornCapabilities& caps = info.caps;
+    const bool colour = caps.colour == COLOUR_RGGB;
+    ordered_json json;
+    json["name"] = info.name;
+    json["family"] = vorncapture::familyName(info.family);
+    json["serial"] = info.serialNumber;
+    json["firmware"] = std::to_string(info.versionMajor) + "." + std::to_string(info.versionMinor);
+    json["sensor"] = {{"width", caps.pixelCountX},
+                      {"height", caps.pixelCountY},
+                      {"pixel_width_um", caps.pixelSizeX},
+                      {"pixel_height_um", caps.pixelSizeY},
+                      {"colour", colour ? "RGGB" : "mono"}};
+    json["sensor"]["bayer_offset_x"] = colour ? ordered_json(caps.offsetX) : ordered_json();
+    json["sensor"]["bayer_offset_y"] = colour ? ordered_json(caps.offsetY) : ordered_json();
+    json["max_binning"] = {{"x", caps.maxBinX}, {"y", caps.maxBinY}};
+    json["exposure"] = {{"shortest_seconds", caps.minShortExposure}};
+    json["exposure"]["longest_seconds"] =
+        caps.supportsLongExposure ? ordered_json() : ordered_json(caps.maxShortExposure);
+    json["shutter"] = caps.hasShutter;
+    json["guide_port"] = caps.hasGuidePort;
+    json["filter_wheel"] = caps.hasFilterWheel;
+    json["eight_bit_mode"] = caps.has8BitMode;
+    json["gpio_lines"] = caps.lineCount;
+    json["gain"] = orNull(telemetry.gain);
+    json["offset"] = orNull(telemetry.offset);
+    json["cooling"] = describeCooling(info, telemetry);
+    return json;
+}
+
+ordered_json describeFrame(const Frame& frame)
+{
+    const auto [low, high] = std::minmax_element(frame.pixels.begin(), frame.pixels.end());
+    const double sum = std::accumulate(frame.pixels.begin(), frame.pixels.end(), 0.0);
+    ordered_json json;
+    json["camera"] = frame.camera.name;
+    json["serial"] = frame.camera.serialNumber;
+    json["start_utc"] = vorncapture::fitsDate(frame.start);
+    json["exposure_seconds"] = frame.exposureSeconds;
+    json["dark"] = frame.request.dark;
+    json["width"] = frame.width;
+    json["height"] = frame.height;
+    json["region"] = {
+        {"x", frame.region.x}, {"y", frame.region.y}, {"width", frame.region.width}, {"height", frame.region.height}};
+    json["binning"] = {{"x", frame.request.binX}, {"y", frame.request.binY}};
+    json["ccd_celsius"] = orNull(frame.telemetry.ccdCelsius());
+    json["values"] = {{"min", *low}, {"max", *high}, {"mean", sum / static_cast<double>(frame.pixels.size())}};
+    json["notes"] = frame.notes;
+    return json;
+}
+
+}  // namespace vornctl
