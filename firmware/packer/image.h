@@ -20,10 +20,10 @@ public:
     Result(Value value) : value_(std::move(value)) {}
 
     /// @return a result without a value; @p error must not be empty.
-    static Result failure(std::string error)
+    static Result failure(const std::string& error)
     {
         Result result;
-        result.error_ = std::move(error);
+        result.error_ = error;
         return result;
     }
 

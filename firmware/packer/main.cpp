@@ -114,9 +114,7 @@ int run(const Options& options)
     return 0;
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int packCommand(int argc, char** argv)
 {
     Options options;
     CLI::App app("Packs a program for the camera's USB bridge into the table that libvornccd uploads.");
@@ -148,4 +146,16 @@ int main(int argc, char** argv)
         return app.exit(error) == 0 ? 0 : EXIT_USAGE;
     }
     return run(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return packCommand(argc, argv);
+    } catch (const std::exception& error) {  // the libraries' own: out of memory, a name the file system refuses
+        std::fprintf(stderr, "vornccd-pack-firmware: %s\n", error.what());
+        return EXIT_FAILED;
+    }
 }

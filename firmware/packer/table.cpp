@@ -26,7 +26,7 @@ std::vector<Block> codeBlocks()
         size_t length;
     };
     constexpr std::array<Run, 3> RUNS = {{{113, 14}, {4, 9}, {643, 8}}};
-    static_assert(CODE_START + 113 * 14 + 4 * 9 + 643 * 8 == IMAGE_LENGTH);
+    static_assert(CODE_START + size_t{113} * 14 + size_t{4} * 9 + size_t{643} * 8 == IMAGE_LENGTH);
     static_assert(VECTORS.size() + 113 + 4 + 643 == RECORD_COUNT);
     std::vector<Block> blocks;
     size_t address = CODE_START;

@@ -30,6 +30,26 @@ float darkFactor(uint64_t hash)
     return 0.8f + 0.4f * unitInterval(hash);
 }
 
+/// Limits what a simulated camera may ask for in error, so that no sum overflows: not-a-number becomes 0.
+Integration plausible(Integration integration)
+{
+    constexpr double MAX_SECONDS = 1.0e7;
+    constexpr double MAX_DRIFT_PIXELS = 1.0e6;
+    const auto limit = [](double& value, double lowest, double highest) {
+        value = std::isnan(value) ? 0.0 : std::clamp(value, lowest, highest);
+    };
+    limit(integration.lightSeconds, 0.0, MAX_SECONDS);
+    limit(integration.darkSeconds, 0.0, MAX_SECONDS);
+    limit(integration.driftX, -MAX_DRIFT_PIXELS, MAX_DRIFT_PIXELS);
+    limit(integration.driftY, -MAX_DRIFT_PIXELS, MAX_DRIFT_PIXELS);
+    return integration;
+}
+
+uint32_t plausibleBinning(uint32_t binning)
+{
+    return std::clamp(binning, 1u, 0xFFFFu);
+}
+
 /// Adds up the charge of a row of bin cells and turns it into converter values.
 class Readout {
 public:
@@ -38,7 +58,7 @@ public:
           pixelKey_(hashOf(KEY_PIXELS, seed)),
           shotKey_(hashOf(hashOf(KEY_SHOT_NOISE, seed), integration.frameNumber)),
           readKey_(hashOf(hashOf(KEY_READ_NOISE, seed), integration.frameNumber)),
-          darkElectrons_(static_cast<float>(sensor.darkCurrentAtZero * std::max(integration.darkSeconds, 0.0) *
+          darkElectrons_(static_cast<float>(sensor.darkCurrentAtZero * integration.darkSeconds *
                                             powerOfTwo(integration.celsius / DARK_DOUBLING_CELSIUS))),
           fullWell_(static_cast<float>(sensor.fullWell))
     {
@@ -97,8 +117,8 @@ private:
 std::vector<uint16_t> Scene::expose(const SensorModel& sensor, const Integration& integration, const Region& region,
                                     uint32_t outWidth, uint32_t outHeight) const
 {
-    const uint32_t binX = std::max(region.binX, 1u);
-    const uint32_t binY = std::max(region.binY, 1u);
+    const uint32_t binX = plausibleBinning(region.binX);
+    const uint32_t binY = plausibleBinning(region.binY);
     // Where the cells lie on the sensor: what is beyond its edges never held charge.
     const int64_t sensorWidth = sensor.width;
     const int64_t sensorHeight = sensor.height;
@@ -109,9 +129,10 @@ std::vector<uint16_t> Scene::expose(const SensorModel& sensor, const Integration
     plane.height = std::clamp<int64_t>(sensorHeight - plane.y, 0, int64_t{outHeight} * binY);
     if (plane.width == 0 || plane.height == 0)
         plane.width = plane.height = 0;
-    paintSky(hashOf(KEY_STARS, seed_), sensor, integration, plane);
+    const Integration limited = plausible(integration);
+    paintSky(hashOf(KEY_STARS, seed_), sensor, limited, plane);
 
-    const Readout readout(seed_, sensor, integration);
+    const Readout readout(seed_, sensor, limited);
     std::vector<uint16_t> values(size_t{outWidth} * outHeight);
     std::vector<float> charge(outWidth);
     for (uint32_t row = 0; row < outHeight; ++row) {
@@ -128,8 +149,8 @@ std::vector<uint16_t> Scene::expose(const SensorModel& sensor, const Integration
 
 std::vector<uint16_t> rampPattern(const Region& region, uint32_t outWidth, uint32_t outHeight)
 {
-    const uint32_t binX = std::max(region.binX, 1u);
-    const uint32_t binY = std::max(region.binY, 1u);
+    const uint32_t binX = plausibleBinning(region.binX);
+    const uint32_t binY = plausibleBinning(region.binY);
     std::vector<uint16_t> values;
     values.reserve(size_t{outWidth} * outHeight);
     for (uint32_t row = 0; row < outHeight; ++row) {

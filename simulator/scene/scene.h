@@ -18,7 +18,7 @@ struct SensorModel {
     double darkCurrentAtZero = 0.02;  ///< electrons a second a pixel at 0 degrees Celsius; doubles every 6 degrees
     double fullWell = 30000.0;        ///< electrons a pixel; binned charge saturates at twice that
     double biasAdu = 500.0;
-    unsigned bits = 16;               ///< width of the converter
+    unsigned bits = 16;  ///< width of the converter
 };
 
 /// One integration. Light and dark charge are proportional to the two times.
@@ -48,8 +48,10 @@ class Scene {
 public:
     explicit Scene(uint64_t seed) : seed_(seed) {}
 
-    /// @return the region's values row after row, `outWidth * outHeight` of them; source pixels beyond the sensor are
-    /// bias only. Bin cells start at (x + column * binX, y + row * binY).
+    /// Reads out one integration. Noise belongs to a pixel and a frame: without binning, a region holds the very values
+    /// that the whole frame has there. Binned cells are summed before the one read noise and the converter.
+    /// @return the region's values row after row, `outWidth * outHeight` of them; source pixels beyond the sensor
+    /// hold no charge and read as bias and read noise. Bin cells start at (x + column * binX, y + row * binY).
     std::vector<uint16_t> expose(const SensorModel& sensor, const Integration& integration, const Region& region,
                                  uint32_t outWidth, uint32_t outHeight) const;
 

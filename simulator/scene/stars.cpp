@@ -20,7 +20,7 @@ constexpr Tint FILTERS = {0.55f, 0.70f, 0.48f};
 // Stars are kept in square tiles, each with its own sequence of random numbers, so that those near any rectangle can
 // be found without knowing the others.
 constexpr int64_t TILE_PIXELS = 64;
-constexpr float STARS_PER_TILE = 26.0f;
+constexpr float STARS_PER_TILE = 13.0f;  // on average
 
 // The number of stars brighter than F grows as 1/F, that is tenfold for 2.5 magnitudes (10^0.4 a magnitude), as
 // counts of real stars near the Milky Way do. Drawing F as faintest / u with u even in (0, 1] gives just that.
@@ -33,8 +33,6 @@ constexpr float MOFFAT_A2 = 12.0f;
 constexpr float PEAK_PER_FLUX = 2.0f / (std::numbers::pi_v<float> * MOFFAT_A2);
 constexpr int64_t MIN_REACH_PIXELS = 4;
 constexpr int64_t MAX_REACH_PIXELS = 128;
-
-constexpr double MAX_DRIFT_PIXELS = 1.0e6;
 
 struct Star {
     double x = 0.0;  // sensor pixels; a pixel's centre has whole coordinates
@@ -75,23 +73,26 @@ void paintStar(const SensorModel& sensor, const Star& star, float cutoff, LightP
     const int64_t right = std::min(centreX + reach + 1, plane.x + plane.width);
     const int64_t top = std::max(centreY - reach, plane.y);
     const int64_t bottom = std::min(centreY + reach + 1, plane.y + plane.height);
+    if (left >= right)
+        return;
     for (int64_t y = top; y < bottom; ++y) {
         const RowFilter filter = filterOfRow(sensor, star.tint, y);
         const float dy = static_cast<float>(y - centreY) - offsetY;
-        float* row = plane.electrons.data() + (y - plane.y) * plane.width - plane.x;
-        for (int64_t x = left; x < right; ++x) {
+        float* pixel = plane.electrons.data() + (y - plane.y) * plane.width + (left - plane.x);
+        for (int64_t x = left; x < right; ++x, ++pixel) {
             const float dx = static_cast<float>(static_cast<int32_t>(x - centreX)) - offsetX;
             const float dimming = 1.0f + (dx * dx + dy * dy) / MOFFAT_A2;
             const float light = peak / (dimming * dimming * dimming);
-            row[x] += light * ((x & 1) != 0 ? filter.odd : filter.even);
+            *pixel += light * ((x & 1) != 0 ? filter.odd : filter.even);
         }
     }
 }
 
-void paintTile(uint64_t tileKey, int64_t tileX, int64_t tileY, const SensorModel& sensor,
+void paintTile(uint64_t tileKey, float density, int64_t tileX, int64_t tileY, const SensorModel& sensor,
                const Integration& integration, float cutoff, LightPlane& plane)
 {
-    const float wanted = STARS_PER_TILE + std::sqrt(STARS_PER_TILE) * gaussian(hashOf(tileKey, 0));
+    const float expected = STARS_PER_TILE * density;
+    const float wanted = expected + std::sqrt(expected) * gaussian(hashOf(tileKey, 0));
     const auto count = static_cast<uint64_t>(std::max(wanted, 0.0f));
     for (uint64_t n = 1; n <= count; ++n) {
         const uint64_t place = hashOf(tileKey, 2 * n);
@@ -107,6 +108,32 @@ void paintTile(uint64_t tileKey, int64_t tileX, int64_t tileY, const SensorModel
         star.tint = starTint(unitInterval(colour) + unitInterval(colour << 24) - 1.0f);
         paintStar(sensor, star, cutoff, plane);
     }
+}
+
+/// Random values at the corners of a grid of @p step tiles, smoothly interpolated. @return 0 to 1.
+float smoothNoise(uint64_t key, int64_t tileX, int64_t tileY, int64_t step)
+{
+    const auto floorDivide = [step](int64_t value) { return (value >= 0 ? value : value - step + 1) / step; };
+    const auto ease = [step](int64_t within) {
+        const float t = static_cast<float>(within) / static_cast<float>(step);
+        return t * t * (3.0f - 2.0f * t);
+    };
+    const int64_t x = floorDivide(tileX);
+    const int64_t y = floorDivide(tileY);
+    const float right = ease(tileX - x * step);
+    const float down = ease(tileY - y * step);
+    const auto corner = [key](int64_t cx, int64_t cy) { return unitInterval(hashOf(key, cx, cy)); };
+    const float upper = corner(x, y) * (1.0f - right) + corner(x + 1, y) * right;
+    const float lower = corner(x, y + 1) * (1.0f - right) + corner(x + 1, y + 1) * right;
+    return upper * (1.0f - down) + lower * down;
+}
+
+/// How crowded the sky is around a tile, 1 on average: star clouds and dark lanes of some hundred pixels.
+float starDensity(uint64_t seed, int64_t tileX, int64_t tileY)
+{
+    constexpr uint64_t KEY_CLOUDS = 0x434C4F5544530000u;
+    const uint64_t key = hashOf(KEY_CLOUDS, seed);
+    return 0.2f + 1.0f * smoothNoise(key, tileX, tileY, 9) + 0.6f * smoothNoise(key + 1, tileX, tileY, 4);
 }
 
 /// @return the tile that sensor coordinate @p pixel lies in.
@@ -149,17 +176,15 @@ void paintSky(uint64_t seed, const SensorModel& sensor, const Integration& integ
 
     // What a tenth of the sky's own noise hides need not be drawn.
     const float cutoff = 0.1f * std::sqrt(1.0f + glow);
-    Integration sky = integration;
-    sky.driftX = std::clamp(integration.driftX, -MAX_DRIFT_PIXELS, MAX_DRIFT_PIXELS);
-    sky.driftY = std::clamp(integration.driftY, -MAX_DRIFT_PIXELS, MAX_DRIFT_PIXELS);
-    const int64_t firstX = tileOf(static_cast<double>(plane.x - MAX_REACH_PIXELS) - sky.driftX);
-    const int64_t lastX = tileOf(static_cast<double>(plane.x + plane.width + MAX_REACH_PIXELS) - sky.driftX);
-    const int64_t firstY = tileOf(static_cast<double>(plane.y - MAX_REACH_PIXELS) - sky.driftY);
-    const int64_t lastY = tileOf(static_cast<double>(plane.y + plane.height + MAX_REACH_PIXELS) - sky.driftY);
+    const int64_t firstX = tileOf(static_cast<double>(plane.x - MAX_REACH_PIXELS) - integration.driftX);
+    const int64_t lastX = tileOf(static_cast<double>(plane.x + plane.width + MAX_REACH_PIXELS) - integration.driftX);
+    const int64_t firstY = tileOf(static_cast<double>(plane.y - MAX_REACH_PIXELS) - integration.driftY);
+    const int64_t lastY = tileOf(static_cast<double>(plane.y + plane.height + MAX_REACH_PIXELS) - integration.driftY);
     // Always in the same order: floating-point sums depend on it.
     for (int64_t tileY = firstY; tileY <= lastY; ++tileY) {
         for (int64_t tileX = firstX; tileX <= lastX; ++tileX)
-            paintTile(hashOf(seed, tileX, tileY), tileX, tileY, sensor, sky, cutoff, plane);
+            paintTile(hashOf(seed, tileX, tileY), starDensity(seed, tileX, tileY), tileX, tileY, sensor, integration,
+                      cutoff, plane);
     }
 }
 
