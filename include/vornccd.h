@@ -70,29 +70,29 @@ enum COLOUR_TYPE : int {
 
 /// What a camera can do; filled by VornCamera::getCapabilities(). The host allocates it.
 struct VornCapabilities {
-    bool hasShutter;            ///< mechanical shutter present
-    bool hasGuidePort;          ///< guide relay port present
-    bool has8BitMode;           ///< 8-bit readout supported
-    bool hasFilterWheel;        ///< internal filter wheel present
-    unsigned int lineCount;     ///< number of GPIO lines
-    unsigned int pixelCountX;   ///< sensor width in pixels
-    unsigned int pixelCountY;   ///< sensor height in pixels
-    double pixelSizeX;          ///< pixel width in micrometres
-    double pixelSizeY;          ///< pixel height in micrometres
-    unsigned int maxBinX;       ///< largest horizontal binning
-    unsigned int maxBinY;       ///< largest vertical binning
+    bool hasShutter;               ///< mechanical shutter present
+    bool hasGuidePort;             ///< guide relay port present
+    bool has8BitMode;              ///< 8-bit readout supported
+    bool hasFilterWheel;           ///< internal filter wheel present
+    unsigned int lineCount;        ///< number of GPIO lines
+    unsigned int pixelCountX;      ///< sensor width in pixels
+    unsigned int pixelCountY;      ///< sensor height in pixels
+    double pixelSizeX;             ///< pixel width in micrometres
+    double pixelSizeY;             ///< pixel height in micrometres
+    unsigned int maxBinX;          ///< largest horizontal binning
+    unsigned int maxBinY;          ///< largest vertical binning
     unsigned int tempSensorCount;  ///< number of temperature sensors; they are numbered from 1
-    COOLER_TYPE cooler;         ///< kind of cooler
-    COLOUR_TYPE colour;         ///< sensor colour type
-    int offsetX;                ///< Bayer pattern offset in X, 0 or 1
-    int offsetY;                ///< Bayer pattern offset in Y, 0 or 1
-    bool supportsLongExposure;  ///< startExposure() and the six-argument readCCD() are supported
-    double minShortExposure;    ///< shortest exposure of the seven-argument readCCD(), seconds
-    double maxShortExposure;    ///< longest exposure of the seven-argument readCCD(), seconds
+    COOLER_TYPE cooler;            ///< kind of cooler
+    COLOUR_TYPE colour;            ///< sensor colour type
+    int offsetX;                   ///< Bayer pattern offset in X, 0 or 1
+    int offsetY;                   ///< Bayer pattern offset in Y, 0 or 1
+    bool supportsLongExposure;     ///< startExposure() and the six-argument readCCD() are supported
+    double minShortExposure;       ///< shortest exposure of the seven-argument readCCD(), seconds
+    double maxShortExposure;       ///< longest exposure of the seven-argument readCCD(), seconds
 };
 
-/// One attached camera. Objects come from list() and are destroyed with VornCamera_destroy() or `delete`; close() first.
-/// The order of the virtual operations is part of the binary interface and never changes.
+/// One attached camera. Objects come from list() and are destroyed with VornCamera_destroy() or `delete`; close()
+/// first. The order of the virtual operations is part of the binary interface and never changes.
 class VORNCCD_API VornCamera {
 public:
     /// Display name of the model, for example "Vorn K12". Static, never freed.

