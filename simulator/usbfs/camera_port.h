@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+
+#include "device/usb_device.h"
+#include "poll_gate.h"
+#include "usbfs_node.h"
+
+// umockdev's types, named without its header so that only this room's sources need it.
+struct _UMockdevIoctlClient;
+struct _UMockdevIoctlData;
+
+namespace vornsim {
+
+/// One simulated device at its device node: takes the requests that umockdev catches in host programs, and answers
+/// them in a thread of its own. That thread alone touches the device, so a device that computes for long holds up
+/// neither the other devices nor umockdev. It sleeps until a request comes or the device's retry time has.
+class CameraPort {
+public:
+    using Client = ::_UMockdevIoctlClient;  ///< one open file of a host program
+
+    /// @p device, @p clock and @p log must outlive the port. @p onGone is called once, in the port's thread, when the
+    /// device says that it is unplugged.
+    CameraPort(UsbDevice& device, const UsbLayout& layout, const Clock& clock, DeviceLog& log,
+               std::function<void()> onGone);
+    ~CameraPort();
+    CameraPort(const CameraPort&) = delete;
+    CameraPort& operator=(const CameraPort&) = delete;
+
+    /// Makes the node at @p path pollable and starts the thread. @return 0 or an errno.
+    int start(const std::string& path);
+
+    /// Ends the thread. Requests that wait stay unanswered: their programs have ended.
+    void stop();
+
+    /// A host program asks for something. The answer comes later, and the client is kept until then. May be called
+    /// from any thread, as the two below.
+    void postRequest(Client* client);
+
+    /// A host program reads from the node.
+    void postRead(Client* client);
+
+    /// A host program has closed the node or ended; only the address of @p client is used.
+    void postClosed(const void* client);
+
+private:
+    enum class JobKind { REQUEST, READ, CLOSED };
+    struct Job {
+        JobKind kind;
+        Client* client;  ///< with a reference to it, except for CLOSED
+    };
+
+    /// What an ioctl returns to the host.
+    struct Answer {
+        long result = 0;
+        int error = 0;  ///< errno when result is -1
+    };
+
+    /// A request that is answered when its transfer is done: REAPURB, or one of the old synchronous ones.
+    struct Waiting {
+        Client* client = nullptr;
+        uint64_t owner = 0;          ///< of the transfer: the file for REAPURB, else a number of its own
+        int64_t deadlineUs = NEVER;  ///< synchronous requests may have a timeout
+        bool expired = false;
+    };
+
+    void post(JobKind kind, Client* client);
+    void run();
+    static void complete(Client* client, const Answer& answer);
+    void handle(const Job& job);
+    void handleRead(Client* client);
+
+    /// Carries a request out. @return null when the answer has to wait for a transfer.
+    std::optional<Answer> handleRequest(Client* client);
+    int submitUrb(Client* client, _UMockdevIoctlData* record);
+    std::optional<Answer> submitSynchronous(Client* client, unsigned long request, _UMockdevIoctlData* record);
+
+    /// Gives a finished transfer back to the host; EAGAIN or ENODEV when there is none.
+    Answer reap(Client* client);
+    std::optional<Answer> answerWaiting(Waiting& waiting);
+    Answer finishSynchronous(const Waiting& waiting, const Urb& urb);
+
+    /// Answers what waited and can be answered now, and opens or closes the gate.
+    void settle();
+    void updateGate();
+    int64_t nextWakeUs() const;
+
+    UsbDevice& device_;
+    const Clock& clock_;
+    std::function<void()> onGone_;
+    UsbfsNode node_;
+    PollGate gate_;
+    bool goneReported_ = false;
+    std::deque<Waiting> waiting_;
+    std::map<Client*, size_t> readOffsets_;
+    uint64_t lastSynchronousOwner_ = 0;
+
+    std::mutex mutex_;  ///< guards what follows
+    std::condition_variable posted_;
+    std::deque<Job> jobs_;
+    bool stopping_ = false;
+    std::thread thread_;
+};
+
+}  // namespace vornsim

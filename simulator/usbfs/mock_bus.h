@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "device/usb_device.h"
+
+namespace vornsim {
+
+/// A simulated USB bus that host programs see in place of the machine's own: sysfs, udev and device nodes come from
+/// umockdev, the requests on the nodes go to simulated devices. A host program sees it when it is started with the
+/// variables of environment().
+class MockBus {
+public:
+    /// Makes an empty bus. @p clock must outlive it.
+    explicit MockBus(const Clock& clock);
+
+    /// Ends all devices and removes the temporary files. Host programs must have ended.
+    ~MockBus();
+    MockBus(const MockBus&) = delete;
+    MockBus& operator=(const MockBus&) = delete;
+
+    /// Plugs a device in, on the next free port. @p device and @p log must outlive the bus.
+    /// @return an empty text, or what went wrong.
+    std::string attach(UsbDevice& device, DeviceLog& log);
+
+    /// @return "NAME=value" for each variable that makes a program see this bus instead of the machine's.
+    std::vector<std::string> environment() const;
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+/// @return whether umockdev's preload library, which catches a host program's calls, can be found.
+bool preloadLibraryAvailable();
+
+}  // namespace vornsim

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <span>
+
+#include "device/usb_device.h"
+
+namespace vornsim {
+
+/// What kind of transfer an URB asks for. Cameras have no isochronous or interrupt endpoints.
+enum class UrbKind { CONTROL, BULK };
+
+/// One transfer that a host handed to usbfs and has not got back yet.
+struct Urb {
+    uint64_t handle = 0;  ///< the host's name for it: the address of its own record
+    uint64_t owner = 0;   ///< who collects it when it is done
+    UrbKind kind = UrbKind::BULK;
+    uint8_t endpoint = 0;       ///< 0 for control, else the address with the direction in bit 7
+    bool shortIsError = false;  ///< a short packet ends the transfer with EREMOTEIO
+    bool continuation = false;  ///< falls with the URB before it on the same endpoint
+    SetupPacket setup;          ///< control only
+    std::unique_ptr<uint8_t[]> data;
+    size_t length = 0;  ///< bytes in @ref data, without a setup packet
+
+    int status = 0;           ///< 0 or a negative errno, valid once it is done
+    size_t actualLength = 0;  ///< bytes moved so far
+
+    /// Whether data goes from the device to the host.
+    bool isIn() const { return (kind == UrbKind::CONTROL ? setup.requestType : endpoint) & 0x80; }
+};
+
+/// The transfers of one device: a first-in, first-out queue for each endpoint, and the finished ones until the host
+/// collects them. Knows nothing of usbfs or threads, and gets the time from a clock, so it can be tested by itself.
+///
+/// A transfer that the device answers with NAK stays at the head of its endpoint. It is tried again when the device
+/// said that time would help, and whenever another transfer has moved, because that may have been what the device was
+/// waiting for.
+class UrbQueue {
+public:
+    /// @p device and @p clock must outlive the queue.
+    UrbQueue(UsbDevice& device, const Clock& clock) : device_(device), clock_(clock) {}
+
+    /// Queues a transfer and moves what can be moved. @return 0, ENODEV on a device that is gone, or EREMOTEIO for the
+    /// continuation of a transfer that has already ended early.
+    int submit(std::unique_ptr<Urb> urb);
+
+    /// Takes a transfer back (a host's timeout): it is done with ENOENT and what it moved until now.
+    /// @return false when no such transfer is pending.
+    bool discard(uint64_t owner, uint64_t handle);
+
+    /// Takes back all pending transfers for which @p chosen holds; they are done with @p status.
+    void cancel(const std::function<bool(const Urb&)>& chosen, int status);
+
+    /// Drops all transfers of an owner, done or not.
+    void forget(uint64_t owner);
+
+    /// Moves what can be moved at this time. Call when nextRetryUs() has come and after anything else that may have
+    /// changed the device's mind.
+    void advance();
+
+    /// @return the clock time at which advance() is worth calling again, or NEVER.
+    int64_t nextRetryUs() const { return nextRetryUs_; }
+
+    /// @return the oldest finished transfer of @p owner, or null.
+    std::unique_ptr<Urb> reap(uint64_t owner);
+
+    /// @return whether any finished transfer of @p owner waits to be collected.
+    bool hasDone(uint64_t owner) const;
+
+    /// @return whether any finished transfer waits to be collected.
+    bool hasDone() const { return !done_.empty(); }
+
+    /// The device is unplugged: every pending transfer ends with ESHUTDOWN.
+    void unplug();
+
+    /// @return whether the device is unplugged.
+    bool gone() const { return gone_; }
+
+private:
+    using Pending = std::deque<std::unique_ptr<Urb>>;
+
+    /// Moves the head of one endpoint's queue. @return whether anything changed.
+    bool step(Pending& pending);
+    BulkResult stepControl(Urb& urb);
+    BulkResult stepBulk(Urb& urb);
+    void finishHead(Pending& pending, int status);
+
+    UsbDevice& device_;
+    const Clock& clock_;
+    std::map<uint8_t, Pending> pending_;
+    std::deque<std::unique_ptr<Urb>> done_;
+    std::set<uint8_t> endedEarly_;  ///< endpoints that take no continuation until a new transfer starts
+    int64_t nextRetryUs_ = NEVER;
+    bool gone_ = false;
+};
+
+}  // namespace vornsim

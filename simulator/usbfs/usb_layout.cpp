@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: MIT
+#include "usb_layout.h"
+
+#include <algorithm>
+
+namespace vornsim {
+namespace {
+
+constexpr size_t DEVICE_LENGTH = 18;
+constexpr size_t CONFIGURATION_LENGTH = 9;
+constexpr size_t INTERFACE_LENGTH = 9;
+constexpr size_t ENDPOINT_LENGTH = 7;
+
+constexpr uint8_t TYPE_DEVICE = 1;
+constexpr uint8_t TYPE_CONFIGURATION = 2;
+constexpr uint8_t TYPE_INTERFACE = 4;
+constexpr uint8_t TYPE_ENDPOINT = 5;
+
+uint16_t getLe16(std::span<const uint8_t> bytes, size_t offset)
+{
+    return static_cast<uint16_t>(bytes[offset] | (bytes[offset + 1] << 8));
+}
+
+}  // namespace
+
+const AlternateSetting* UsbLayout::find(unsigned interface, unsigned alternate) const
+{
+    auto found = std::find_if(settings.begin(), settings.end(), [&](const AlternateSetting& setting) {
+        return setting.interface == interface && setting.alternate == alternate;
+    });
+    return found == settings.end() ? nullptr : &*found;
+}
+
+std::optional<uint8_t> UsbLayout::interfaceOf(uint8_t endpoint) const
+{
+    for (const AlternateSetting& setting : settings)
+        if (std::find(setting.endpoints.begin(), setting.endpoints.end(), endpoint) != setting.endpoints.end())
+            return setting.interface;
+    return std::nullopt;
+}
+
+std::optional<UsbLayout> parseDescriptors(std::span<const uint8_t> bytes)
+{
+    if (bytes.size() < DEVICE_LENGTH + CONFIGURATION_LENGTH || bytes[0] != DEVICE_LENGTH || bytes[1] != TYPE_DEVICE)
+        return std::nullopt;
+    std::span<const uint8_t> rest = bytes.subspan(DEVICE_LENGTH);
+    if (rest[0] != CONFIGURATION_LENGTH || rest[1] != TYPE_CONFIGURATION)
+        return std::nullopt;
+
+    UsbLayout layout;
+    layout.deviceClass = bytes[4];
+    layout.subClass = bytes[5];
+    layout.protocol = bytes[6];
+    layout.controlPacketSize = bytes[7];
+    layout.vendorId = getLe16(bytes, 8);
+    layout.productId = getLe16(bytes, 10);
+    layout.release = getLe16(bytes, 12);
+    layout.configurationCount = bytes[17];
+    layout.interfaceCount = rest[4];
+    layout.configurationValue = rest[5];
+    layout.attributes = rest[7];
+    layout.maxPower = rest[8];
+
+    rest = rest.subspan(CONFIGURATION_LENGTH);
+    while (rest.size() >= 2 && rest[0] >= 2 && rest[0] <= rest.size()) {
+        const size_t length = rest[0];
+        const uint8_t type = rest[1];
+        if (type == TYPE_CONFIGURATION)
+            break;
+        if (type == TYPE_INTERFACE && length >= INTERFACE_LENGTH)
+            layout.settings.push_back({rest[2], rest[3], rest[5], rest[6], rest[7], {}});
+        else if (type == TYPE_ENDPOINT && length >= ENDPOINT_LENGTH && !layout.settings.empty())
+            layout.settings.back().endpoints.push_back(rest[2]);
+        rest = rest.subspan(length);
+    }
+    return layout;
+}
+
+}  // namespace vornsim

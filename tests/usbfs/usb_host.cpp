@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: MIT
+// A host program as others write them: plain libusb-1.0, no knowledge of simulators. It runs the checks that it is told
+// to on the loopback device with the given product id, prints what did not come out as expected, and exits 1 then.
+#include <libusb.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+int failures = 0;
+
+void check(bool holds, const char* what)
+{
+    if (!holds) {
+        std::printf("FAILED: %s\n", what);
+        ++failures;
+    }
+}
+
+void checkEqual(long value, long expected, const char* what)
+{
+    if (value != expected) {
+        std::printf("FAILED: %s is %ld, not %ld\n", what, value, expected);
+        ++failures;
+    }
+}
+
+double nowMs()
+{
+    const std::chrono::duration<double, std::milli> since = std::chrono::steady_clock::now().time_since_epoch();
+    return since.count();
+}
+
+/// One opened device, closed at the end.
+class Device {
+public:
+    Device(uint16_t productId, bool setUp)
+    {
+        (void)libusb_init(&context_);
+        handle_ = libusb_open_device_with_vid_pid(context_, 0x1234, productId);
+        if (!handle_) {
+            std::printf("FAILED: device %04x not found\n", productId);
+            std::exit(1);
+        }
+        if (setUp) {
+            checkEqual(claim(), 0, "claim");
+            checkEqual(libusb_set_interface_alt_setting(handle_, 0, 1), 0, "alternate setting");
+        }
+    }
+    ~Device()
+    {
+        libusb_close(handle_);
+        libusb_exit(context_);
+    }
+    Device(const Device&) = delete;
+    Device& operator=(const Device&) = delete;
+
+    libusb_device_handle* handle() { return handle_; }
+    int claim() { return libusb_claim_interface(handle_, 0); }
+    int vendor(uint8_t request, unsigned value, unsigned index = 0)
+    {
+        return libusb_control_transfer(handle_, 0x40, request, static_cast<uint16_t>(value),
+                                       static_cast<uint16_t>(index), nullptr, 0, 1000);
+    }
+    int bulk(uint8_t endpoint, std::vector<uint8_t>& bytes, unsigned timeoutMs, int& moved)
+    {
+        moved = -1;
+        return libusb_bulk_transfer(handle_, endpoint, bytes.data(), static_cast<int>(bytes.size()), &moved, timeoutMs);
+    }
+
+private:
+    libusb_context* context_ = nullptr;
+    libusb_device_handle* handle_ = nullptr;
+};
+
+void list()
+{
+    (void)libusb_init(nullptr);
+    libusb_device** devices = nullptr;
+    const ssize_t count = libusb_get_device_list(nullptr, &devices);
+    for (ssize_t i = 0; i < count; ++i) {
+        libusb_device_descriptor descriptor{};
+        (void)libusb_get_device_descriptor(devices[i], &descriptor);
+        std::printf("%d/%d %04x:%04x speed %d\n", libusb_get_bus_number(devices[i]),
+                    libusb_get_device_address(devices[i]), descriptor.idVendor, descriptor.idProduct,
+                    libusb_get_device_speed(devices[i]));
+    }
+    libusb_free_device_list(devices, 1);
+    libusb_exit(nullptr);
+}
+
+void transfers(uint16_t productId)
+{
+    Device device(productId, false);
+    std::vector<uint8_t> bytes(512);
+    int moved = 0;
+    checkEqual(libusb_kernel_driver_active(device.handle(), 0), 0, "kernel driver");
+    checkEqual(device.claim(), 0, "claim");
+    checkEqual(device.bulk(0x04, bytes, 100, moved), LIBUSB_ERROR_IO, "bulk in alternate setting 0");
+    checkEqual(libusb_set_interface_alt_setting(device.handle(), 0, 2), LIBUSB_ERROR_NOT_FOUND, "alternate 2");
+    checkEqual(libusb_set_interface_alt_setting(device.handle(), 0, 1), 0, "alternate 1");
+
+    std::array<uint8_t, 14> block{2, 0, 0x2E, 0x32};
+    std::array<uint8_t, 14> back{};
+    checkEqual(libusb_control_transfer(device.handle(), 0x40, 0xA0, 0xE600, 0, block.data(), 14, 1000), 14, "0xA0 out");
+    checkEqual(libusb_control_transfer(device.handle(), 0xC0, 0xA0, 0xE600, 0, back.data(), 14, 1000), 14, "0xA0 in");
+    check(block == back, "memory reads back what was written");
+    checkEqual(device.vendor(0xB3, 0), LIBUSB_ERROR_PIPE, "refused control request");
+
+    for (size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<uint8_t>(i * 7);
+    std::vector<uint8_t> echo(1024);
+    checkEqual(device.bulk(0x04, bytes, 1000, moved), 0, "bulk out");
+    checkEqual(device.bulk(0x86, echo, 1000, moved), 0, "bulk in");
+    checkEqual(moved, 512, "length of the echo");
+    check(std::memcmp(bytes.data(), echo.data(), bytes.size()) == 0, "the echo is what was sent");
+
+    std::vector<uint8_t> frame(33'000'000);
+    checkEqual(device.vendor(0xB2, 33'000'000 & 0xFFFF, 33'000'000 >> 16), 0, "order the pattern");
+    checkEqual(device.bulk(0x88, frame, 5000, moved), 0, "a large frame in one piece");
+    checkEqual(moved, 33'000'000, "length of the frame");
+    size_t wrong = 0;
+    for (size_t i = 0; i < frame.size(); ++i)
+        wrong += frame[i] != i % 251;
+    checkEqual(static_cast<long>(wrong), 0, "wrong bytes in the frame");
+}
+
+void waiting(uint16_t productId)
+{
+    Device device(productId, true);
+    std::vector<uint8_t> bytes(100, 0x5A);
+    int moved = 0;
+    double startMs = nowMs();
+    const std::clock_t startCpu = std::clock();
+    checkEqual(device.bulk(0x86, bytes, 300, moved), LIBUSB_ERROR_TIMEOUT, "silent endpoint");
+    checkEqual(moved, 0, "bytes of a silent endpoint");
+    const double tookMs = nowMs() - startMs;
+    check(tookMs > 295 && tookMs < 600, "the timeout is the one that was asked for");
+    check(static_cast<double>(std::clock() - startCpu) / CLOCKS_PER_SEC < 0.1, "the host sleeps while it waits");
+
+    checkEqual(device.vendor(0xB2, 60), 0, "60 bytes of pattern");
+    checkEqual(device.bulk(0x88, bytes, 50, moved), LIBUSB_ERROR_TIMEOUT, "endpoint that stops halfway");
+    checkEqual(moved, 60, "bytes before it stopped");
+
+    checkEqual(device.bulk(0x04, bytes, 100, moved), 0, "bytes to wait for");
+    checkEqual(device.vendor(0xB0, 80), 0, "80 ms pause");
+    startMs = nowMs();
+    checkEqual(device.bulk(0x86, bytes, 2000, moved), 0, "late answer");
+    check(nowMs() - startMs > 75 && nowMs() - startMs < 300, "the answer comes when the device is ready");
+
+    // One thread waits, another does what the device was waiting for.
+    std::vector<uint8_t> answer(512);
+    int answerMoved = 0;
+    int answerResult = -1;
+    std::thread reader([&] { answerResult = device.bulk(0x86, answer, 5000, answerMoved); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    checkEqual(device.bulk(0x04, bytes, 1000, moved), 0, "bulk out while another thread reads");
+    reader.join();
+    checkEqual(answerResult, 0, "read in another thread");
+    checkEqual(answerMoved, 100, "bytes read in another thread");
+}
+
+void errors(uint16_t productId)
+{
+    Device device(productId, true);
+    std::vector<uint8_t> bytes(512);
+    int moved = 0;
+    constexpr std::array<std::array<int, 2>, 4> CASES{
+        {{1, LIBUSB_ERROR_PIPE}, {2, LIBUSB_ERROR_OVERFLOW}, {3, LIBUSB_ERROR_IO}, {4, LIBUSB_ERROR_NO_DEVICE}}};
+    for (auto [status, expected] : CASES) {
+        checkEqual(device.vendor(0xB1, static_cast<unsigned>(status)), 0, "order a failure");
+        checkEqual(device.bulk(0x88, bytes, 1000, moved), expected, "failing read");
+        if (expected == LIBUSB_ERROR_PIPE)
+            checkEqual(libusb_clear_halt(device.handle(), 0x88), 0, "clear halt");
+    }
+    checkEqual(device.bulk(0x88, bytes, 1000, moved), LIBUSB_ERROR_NO_DEVICE, "read from an unplugged device");
+    checkEqual(device.vendor(0xB0, 0), LIBUSB_ERROR_NO_DEVICE, "control request to an unplugged device");
+}
+
+void busy(uint16_t productId)
+{
+    Device holder(productId, true);
+    {
+        Device other(productId, false);
+        checkEqual(other.claim(), LIBUSB_ERROR_BUSY, "claim of a busy interface");
+        checkEqual(other.vendor(0xB0, 0), 0, "vendor request without a claim");
+    }
+    Device free(static_cast<uint16_t>(productId + 1), true);  // the neighbour is not affected
+    checkEqual(libusb_release_interface(holder.handle(), 0), 0, "release");
+    Device next(productId, true);
+    if (fork() == 0)
+        std::raise(SIGKILL);  // a child that dies takes nothing of its parent's with it
+    checkEqual(holder.claim(), LIBUSB_ERROR_BUSY, "claim after it was given away");
+}
+
+void bench(uint16_t productId)
+{
+    Device device(productId, true);
+    std::vector<uint8_t> bytes(64);
+    int moved = 0;
+    double startMs = nowMs();
+    for (int i = 0; i < 2000; ++i) {
+        checkEqual(device.bulk(0x04, bytes, 1000, moved), 0, "request");
+        checkEqual(device.bulk(0x86, bytes, 1000, moved), 0, "reply");
+    }
+    std::printf("request and reply: %.3f ms\n", (nowMs() - startMs) / 2000);
+    startMs = nowMs();
+    for (int i = 0; i < 2000; ++i)
+        checkEqual(device.vendor(0xB0, 0), 0, "control");
+    std::printf("control: %.3f ms\n", (nowMs() - startMs) / 2000);
+    std::vector<uint8_t> frame(32 << 20);
+    checkEqual(device.vendor(0xB2, 0, 5 * (32 << 4)), 0, "order the pattern");
+    startMs = nowMs();
+    for (int i = 0; i < 5; ++i)
+        checkEqual(device.bulk(0x88, frame, 5000, moved), 0, "frame");
+    const double took = (nowMs() - startMs) / 5;
+    std::printf("32 MiB frame: %.1f ms, %.0f MB/s\n", took, static_cast<double>(frame.size()) / took / 1000);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string what = argc > 1 ? argv[1] : "";
+    const auto productId = static_cast<uint16_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 16) : 0x1001);
+    if (what == "list")
+        list();
+    else if (what == "transfers")
+        transfers(productId);
+    else if (what == "waiting")
+        waiting(productId);
+    else if (what == "errors")
+        errors(productId);
+    else if (what == "busy")
+        busy(productId);
+    else if (what == "bench")
+        bench(productId);
+    else
+        check(false, "known test name");
+    return failures ? 1 : 0;
+}
