@@ -246,6 +246,8 @@ std::unique_ptr<UsbDevice> makeCamera(const ModelInfo& model, const CameraOption
     const std::string_view family = details.info.family;
     if (family == "STANDARD")
         return makeStandardCamera(details, options, clock, log);
+    if (family == "IIDC")
+        return makeIidcCamera(details, options, clock, log);
     return nullptr;
 }
 
