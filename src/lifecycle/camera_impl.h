@@ -30,8 +30,8 @@ struct ReadoutRegion {
 /// The one implementation of VornCamera, for all five families.
 class VORNCCD_API VornCameraImpl : public VornCamera {
 public:
-    /// Does no USB traffic. @p device and @p name are kept, not copied.
-    VornCameraImpl(libusb_device* device, const char* name, CAMERA_TYPE type);
+    /// Does no USB traffic. @p usbDevice and @p displayName are kept, not copied.
+    VornCameraImpl(libusb_device* usbDevice, const char* displayName, CAMERA_TYPE family);
     ~VornCameraImpl() override;
     VornCameraImpl(const VornCameraImpl&) = delete;
     VornCameraImpl& operator=(const VornCameraImpl&) = delete;

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace vornccd {
@@ -43,15 +44,15 @@ constexpr unsigned EEPROM_COLOUR = 1000;     // deliberate: wraps to 232; 5 byte
 constexpr unsigned PORT_COUNT = 5;
 
 /// {mask, value} for ports 0 to 4: each port becomes (old AND mask) OR value.
-using PortBlock = std::array<uint8_t, 2 * PORT_COUNT>;
+using PortBlock = std::array<uint8_t, std::size_t{2} * PORT_COUNT>;
 
 /// A block that changes @p port only; a port above 4 changes nothing.
 constexpr PortBlock portBlock(unsigned port, uint8_t mask, uint8_t value)
 {
     PortBlock block = {0xFF, 0, 0xFF, 0, 0xFF, 0, 0xFF, 0, 0xFF, 0};
     if (port < PORT_COUNT) {
-        block[2UL * port] = mask;
-        block[2UL * port + 1] = value;
+        block[std::size_t{2} * port] = mask;
+        block[std::size_t{2} * port + 1] = value;
     }
     return block;
 }
