@@ -76,8 +76,8 @@ public:
     std::string checkVectors() const;
 
     /// Gives every undefined byte from CODE_START on a value: `02 00 00` over and over, after one or two `00` when a
-    /// gap's length is not a multiple of three. Executed from any offset this is no-operations and a jump to 0x0000,
-    /// so that a stray jump restarts the program.
+    /// gap's length is not a multiple of three. Executed from any offset but the operand of a gap's last jump this is
+    /// no-operations and a jump to 0x0000, so that a stray jump restarts the program.
     void fillWithRestarts();
 
 private:
