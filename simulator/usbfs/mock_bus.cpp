@@ -1,20 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "mock_bus.h"
 
-#include <dlfcn.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 
 #include "camera_port.h"
 #include "ioctl_data.h"
+#include "preload.h"
 #include "sysfs_description.h"
 
 namespace vornsim {
 namespace {
 
-constexpr const char* PRELOAD_LIBRARY = "libumockdev-preload.so.0";
 constexpr unsigned BUS = 1;
 
 /// umockdev listens on sockets below its directory, and the path of a socket has at most 107 bytes.
@@ -156,27 +154,10 @@ std::string MockBus::attach(UsbDevice& device, DeviceLog& log)
 std::vector<std::string> MockBus::environment() const
 {
     char* root = umockdev_testbed_get_root_dir(state_->testbed.get());
-    std::vector<std::string> variables = {std::string("UMOCKDEV_DIR=") + root};
+    std::vector<std::string> variables = preloadEnvironment();
+    variables.push_back(std::string("UMOCKDEV_DIR=") + root);
     g_free(root);
-
-    const char* preload = std::getenv("LD_PRELOAD");
-    variables.push_back(std::string("LD_PRELOAD=") + (preload && *preload ? std::string(preload) + ":" : "") +
-                        PRELOAD_LIBRARY);
-
-    // The address sanitizer's runtime insists on being loaded first and ends a program that preloads anything else.
-    const char* asan = std::getenv("ASAN_OPTIONS");
-    if (!asan || !std::strstr(asan, "verify_asan_link_order"))
-        variables.push_back(std::string("ASAN_OPTIONS=") + (asan && *asan ? std::string(asan) + ":" : "") +
-                            "verify_asan_link_order=0");
     return variables;
-}
-
-bool preloadLibraryAvailable()
-{
-    void* library = dlopen(PRELOAD_LIBRARY, RTLD_LAZY | RTLD_LOCAL);
-    if (library)
-        (void)dlclose(library);
-    return library != nullptr;
 }
 
 }  // namespace vornsim

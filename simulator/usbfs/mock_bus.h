@@ -34,7 +34,4 @@ private:
     std::unique_ptr<State> state_;
 };
 
-/// @return whether umockdev's preload library, which catches a host program's calls, can be found.
-bool preloadLibraryAvailable();
-
 }  // namespace vornsim

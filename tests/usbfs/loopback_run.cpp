@@ -7,6 +7,7 @@
 #include "loopback_device.h"
 #include "usbfs/child_process.h"
 #include "usbfs/mock_bus.h"
+#include "usbfs/preload.h"
 #include "usbfs/real_clock.h"
 
 namespace {
@@ -21,6 +22,11 @@ public:
 
 int main(int argc, char** argv)
 {
+    const std::string missing = vornsim::ensurePreload(argv);
+    if (!missing.empty()) {
+        std::fprintf(stderr, "%s\n", missing.c_str());
+        return 97;
+    }
     vornsim::ChildProcess child;
     const vornsim::RealClock clock;
     QuietLog log;
