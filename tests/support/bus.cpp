@@ -278,8 +278,7 @@ int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle* handle, int in
     BusCall call;
     call.kind = BusCall::DRIVER_ACTIVE;
     call.value = static_cast<unsigned>(interface);
-    const int result = vorntest::onHandle(handle, call);
-    return result < 0 ? result : handle->device->driverActive;
+    return vorntest::onHandle(handle, call);
 }
 
 int LIBUSB_CALL libusb_detach_kernel_driver(libusb_device_handle* handle, int interface)

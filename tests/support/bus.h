@@ -163,7 +163,6 @@ struct libusb_device {
     std::atomic<int> openCount = 0;     ///< handles open now
     std::atomic<int> references = 0;    ///< taken with libusb_ref_device
     bool descriptorUnreadable = false;  ///< libusb_get_device_descriptor fails
-    int driverActive = 0;               ///< what libusb_kernel_driver_active returns
 
     std::mutex mutex;  ///< held during a call
     libusb_device_handle handle{this};

@@ -104,10 +104,27 @@ void Script::clear()
     steps_.clear();
     next_ = 0;
     broken_ = false;
+    if (unplugged_)
+        lastSequence_ = -1;  // requests went unseen
+    unplugged_ = false;
     timeoutMs_ = 30000;
 }
 
-Script& Script::add(ScriptStep step, Place place)
+Steps& Steps::append(const Steps& other, size_t first, size_t last)
+{
+    const auto begin = other.steps_.begin();
+    steps_.insert(steps_.end(), begin + static_cast<std::ptrdiff_t>(first),
+                  begin + static_cast<std::ptrdiff_t>(std::min(last, other.steps_.size())));
+    return *this;
+}
+
+Steps& Steps::cut(size_t count)
+{
+    steps_.resize(std::min(count, steps_.size()));
+    return *this;
+}
+
+Steps& Steps::add(ScriptStep step, Place place)
 {
     step.place = place;
     step.call.timeoutMs = step.call.timeoutMs != 0 ? step.call.timeoutMs : timeoutMs_;
@@ -128,38 +145,38 @@ ScriptStep plainStep(BusCall::Kind kind, unsigned value = 0, unsigned index = 0)
 
 }  // namespace
 
-Script& Script::open(Place place)
+Steps& Steps::open(Place place)
 {
     return add(plainStep(BusCall::OPEN), place);
 }
 
-Script& Script::close(Place place)
+Steps& Steps::close(Place place)
 {
     return add(plainStep(BusCall::CLOSE), place);
 }
 
-Script& Script::driverActive(bool active, Place place)
+Steps& Steps::driverActive(bool active, Place place)
 {
-    device.driverActive = active ? 1 : 0;
-    return add(plainStep(BusCall::DRIVER_ACTIVE), place);
+    add(plainStep(BusCall::DRIVER_ACTIVE), place);
+    return fails(active ? 1 : 0);
 }
 
-Script& Script::detachDriver(Place place)
+Steps& Steps::detachDriver(Place place)
 {
     return add(plainStep(BusCall::DETACH_DRIVER), place);
 }
 
-Script& Script::claim(Place place)
+Steps& Steps::claim(Place place)
 {
     return add(plainStep(BusCall::CLAIM), place);
 }
 
-Script& Script::altSetting(unsigned setting, Place place)
+Steps& Steps::altSetting(unsigned setting, Place place)
 {
     return add(plainStep(BusCall::ALT_SETTING, 0, setting), place);
 }
 
-Script& Script::out(unsigned endpoint, const std::string& hex, Place place)
+Steps& Steps::out(unsigned endpoint, const std::string& hex, Place place)
 {
     ScriptStep step = plainStep(BusCall::BULK_OUT);
     step.call.endpoint = endpoint;
@@ -168,12 +185,12 @@ Script& Script::out(unsigned endpoint, const std::string& hex, Place place)
     return add(std::move(step), place);
 }
 
-Script& Script::in(unsigned endpoint, int length, const std::string& hex, Place place)
+Steps& Steps::in(unsigned endpoint, int length, const std::string& hex, Place place)
 {
     return in(endpoint, length, parseBytes(hex), place);
 }
 
-Script& Script::in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place)
+Steps& Steps::in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place)
 {
     ScriptStep step = plainStep(BusCall::BULK_IN);
     step.call.endpoint = endpoint;
@@ -183,7 +200,7 @@ Script& Script::in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Pl
     return add(std::move(step), place);
 }
 
-Script& Script::controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex, Place place)
+Steps& Steps::controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex, Place place)
 {
     ScriptStep step = plainStep(BusCall::CONTROL_OUT, value, index);
     step.call.requestType = 0x40;
@@ -195,8 +212,8 @@ Script& Script::controlOut(unsigned request, unsigned value, unsigned index, con
     return add(std::move(step), place);
 }
 
-Script& Script::controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
-                          Place place)
+Steps& Steps::controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
+                        Place place)
 {
     ScriptStep step = plainStep(BusCall::CONTROL_IN, value, index);
     step.call.requestType = 0xC0;
@@ -208,14 +225,14 @@ Script& Script::controlIn(unsigned request, unsigned value, unsigned index, int 
     return add(std::move(step), place);
 }
 
-Script& Script::pause(long us, Place place)
+Steps& Steps::pause(long us, Place place)
 {
     ScriptStep step = plainStep(BusCall::PAUSE);
     step.call.pauseUs = us;
     return add(std::move(step), place);
 }
 
-Script& Script::fails(int result)
+Steps& Steps::fails(int result)
 {
     steps_.back().result = result;
     if (result < 0)
@@ -223,20 +240,20 @@ Script& Script::fails(int result)
     return *this;
 }
 
-Script& Script::timeout(unsigned ms)
+Steps& Steps::timeout(unsigned ms)
 {
     timeoutMs_ = ms;
     return *this;
 }
 
-Script& Script::parOut(const std::string& hex, Place place)
+Steps& Steps::parOut(const std::string& hex, Place place)
 {
     out(0x02, hex, place);
     out(EP_REQUEST, "0A ?? FF ...", place);
     return in(0x86, 4, "00 00 00 00", place);
 }
 
-Script& Script::parIn(unsigned length, const std::string& hex, Place place)
+Steps& Steps::parIn(unsigned length, const std::string& hex, Place place)
 {
     out(EP_REQUEST,
         "09 ?? 00 00 " + hexByte(length >> 16) + " " + hexByte(length >> 24) + " " + hexByte(length) + " " +
@@ -245,26 +262,26 @@ Script& Script::parIn(unsigned length, const std::string& hex, Place place)
     return in(0x88, static_cast<int>(length) + 1, hex.empty() ? "" : hex + " 00", place);
 }
 
-Script& Script::command(const std::string& hex, Place place)
+Steps& Steps::command(const std::string& hex, Place place)
 {
     return parOut("43 00 4D 00 44 00 " + hex, place);
 }
 
-Script& Script::i2cWrite(const std::string& hex, Place place)
+Steps& Steps::i2cWrite(const std::string& hex, Place place)
 {
     const auto length = static_cast<unsigned>(parseHex(hex).size());
     out(EP_REQUEST, "04 ?? FF 00 00 00 01 00 00 00 00 00 " + hexByte(length) + " 00 00 00 " + hex, place);
     return in(0x86, 4, "00 00 00 00", place);
 }
 
-Script& Script::eepRead(unsigned address, unsigned length, const std::string& hex, Place place)
+Steps& Steps::eepRead(unsigned address, unsigned length, const std::string& hex, Place place)
 {
     i2cWrite("A2 00 " + hexByte(address), place);
     out(EP_REQUEST, "04 ?? FF 00 00 00 01 00 " + hexByte(length) + " 00 00 00 01 00 00 00 A3", place);
     return in(0x86, static_cast<int>(length) + 4, "00 " + hex + " 00 00 00", place);
 }
 
-Script& Script::firmwareUpload(Place place)
+Steps& Steps::firmwareUpload(Place place)
 {
     controlOut(0xA0, 0xE600, 0, "01", place);
     for (size_t at = 0; FIRMWARE[at] != 0; at += 3UL + FIRMWARE[at]) {
@@ -276,7 +293,7 @@ Script& Script::firmwareUpload(Place place)
     return controlOut(0xA0, 0xE600, 0, "00", place);
 }
 
-Script& Script::emptyFlush(Place place)
+Steps& Steps::emptyFlush(Place place)
 {
     timeout(100).parIn(1, "", place).fails(LIBUSB_ERROR_TIMEOUT);
     return timeout(30000);
@@ -297,6 +314,8 @@ ScriptStep* Script::expect(const BusCall& call)
     if (broken_)
         return nullptr;
     ScriptStep* step = next_ < steps_.size() ? &steps_[next_] : nullptr;
+    if (step == nullptr && unplugged_)
+        return nullptr;
     if (step == nullptr || step->call.kind != call.kind) {
         fail("unexpected call", step, &call);
         return nullptr;

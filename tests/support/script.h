@@ -53,8 +53,66 @@ std::vector<int> parseHex(const std::string& hex);
 /// Hex notation without `??` to bytes.
 std::vector<uint8_t> parseBytes(const std::string& hex);
 
+/// A list of expected calls. Each function that names a call adds a step and notes where it was written.
+class Steps {
+public:
+    Steps& open(Place place = Place::here());
+    Steps& close(Place place = Place::here());
+    Steps& driverActive(bool active, Place place = Place::here());
+    Steps& detachDriver(Place place = Place::here());
+    Steps& claim(Place place = Place::here());
+    Steps& altSetting(unsigned setting, Place place = Place::here());
+    Steps& out(unsigned endpoint, const std::string& hex, Place place = Place::here());
+    Steps& in(unsigned endpoint, int length, const std::string& hex, Place place = Place::here());
+    Steps& in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place = Place::here());
+    Steps& controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex,
+                      Place place = Place::here());
+    Steps& controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
+                     Place place = Place::here());
+    Steps& pause(long us, Place place = Place::here());
+
+    /// The last step returns @p result, and moves no data when that is negative.
+    Steps& fails(int result = LIBUSB_ERROR_IO);
+    /// Bulk transfers written from here on are expected with this timeout; 30000 at first.
+    Steps& timeout(unsigned ms);
+
+    // ---- exchanges that every test repeats ------------------------------------------------------------------------
+
+    /// `parOut`: the bytes on endpoint 0x02, then request 10 and its acknowledgement.
+    Steps& parOut(const std::string& hex, Place place = Place::here());
+    /// `parIn` of @p length bytes: request 9, then the bytes and one more on endpoint 0x88.
+    Steps& parIn(unsigned length, const std::string& hex, Place place = Place::here());
+    /// A STANDARD command: `43 00 4D 00 44 00` and @p hex by parOut.
+    Steps& command(const std::string& hex, Place place = Place::here());
+    /// The bytes (address byte first) by an acknowledged I2C write.
+    Steps& i2cWrite(const std::string& hex, Place place = Place::here());
+    /// An EEPROM read of @p length bytes at byte address @p address: word address written, data read.
+    Steps& eepRead(unsigned address, unsigned length, const std::string& hex, Place place = Place::here());
+    /// The whole upload of the exported firmware table: 768 control transfers.
+    Steps& firmwareUpload(Place place = Place::here());
+    /// The parallel channel drained when it is empty: one read that ends in a timeout after 100 ms.
+    Steps& emptyFlush(Place place = Place::here());
+
+    // ---- lists as values, for sweeps ------------------------------------------------------------------------------
+
+    /// Adds the steps of @p other from the @p first-th up to the @p last-th, which is not added.
+    Steps& append(const Steps& other, size_t first = 0, size_t last = SIZE_MAX);
+    /// Drops all steps from the @p count-th on.
+    Steps& cut(size_t count);
+    /// @return steps so far, pauses included; the index that the next step will have.
+    size_t size() const { return steps_.size(); }
+    ScriptStep& operator[](size_t index) { return steps_[index]; }
+
+protected:
+    std::vector<ScriptStep> steps_;
+    unsigned timeoutMs_ = 30000;
+
+private:
+    Steps& add(ScriptStep step, Place place);
+};
+
 /// The expected conversation with one device, which it owns. While it lives it receives every pause of the process.
-class Script : public Backend, public PauseListener {
+class Script : public Steps, public Backend, public PauseListener {
 public:
     explicit Script(uint16_t productId = 0xdf34);
     ~Script() override;
@@ -63,64 +121,22 @@ public:
     bool done(Place place = Place::here());
     /// Forgets all steps and failures, for the next case of a sweep.
     void clear();
-    /// @return expected calls so far, the pauses included; the index that the next step will have.
-    size_t size() const { return steps_.size(); }
-    ScriptStep& operator[](size_t index) { return steps_[index]; }
-
-    libusb_device device;
-
-    // ---- the calls of libusb. Each adds a step; a default argument takes the place at which it is written. ---------
-
-    Script& open(Place place = Place::here());
-    Script& close(Place place = Place::here());
-    Script& driverActive(bool active, Place place = Place::here());
-    Script& detachDriver(Place place = Place::here());
-    Script& claim(Place place = Place::here());
-    Script& altSetting(unsigned setting, Place place = Place::here());
-    Script& out(unsigned endpoint, const std::string& hex, Place place = Place::here());
-    Script& in(unsigned endpoint, int length, const std::string& hex, Place place = Place::here());
-    Script& in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place = Place::here());
-    Script& controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex,
-                       Place place = Place::here());
-    Script& controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
-                      Place place = Place::here());
-    Script& pause(long us, Place place = Place::here());
-
-    /// The last step returns @p result, and moves no data when that is negative.
-    Script& fails(int result = LIBUSB_ERROR_IO);
-    /// Bulk transfers written from here on are expected with this timeout; 30000 at first.
-    Script& timeout(unsigned ms);
-
-    // ---- exchanges that every test repeats ------------------------------------------------------------------------
-
-    /// `parOut`: the bytes on endpoint 0x02, then request 10 and its acknowledgement.
-    Script& parOut(const std::string& hex, Place place = Place::here());
-    /// `parIn` of @p length bytes: request 9, then the bytes and one more on endpoint 0x88.
-    Script& parIn(unsigned length, const std::string& hex, Place place = Place::here());
-    /// A STANDARD command: `43 00 4D 00 44 00` and @p hex by parOut.
-    Script& command(const std::string& hex, Place place = Place::here());
-    /// The bytes (address byte first) by an acknowledged I2C write.
-    Script& i2cWrite(const std::string& hex, Place place = Place::here());
-    /// An EEPROM read of @p length bytes at byte address @p address: word address written, data read.
-    Script& eepRead(unsigned address, unsigned length, const std::string& hex, Place place = Place::here());
-    /// The whole upload of the exported firmware table: 768 control transfers.
-    Script& firmwareUpload(Place place = Place::here());
-    /// The parallel channel drained when it is empty: one read that ends in a timeout after 100 ms.
-    Script& emptyFlush(Place place = Place::here());
+    /// Behind the last step any call is answered with LIBUSB_ERROR_NO_DEVICE and not judged: an unplugged camera.
+    void thenUnplugged() { unplugged_ = true; }
 
     // Backend, PauseListener
     int serve(const BusCall& call, std::span<uint8_t> data, int& transferred) override;
     void paused(long us) override;
 
+    libusb_device device;
+
 private:
-    Script& add(ScriptStep step, Place place);
     ScriptStep* expect(const BusCall& call);
     void fail(const std::string& problem, const ScriptStep* step, const BusCall* call);
 
-    std::vector<ScriptStep> steps_;
     size_t next_ = 0;
     bool broken_ = false;  // one message is enough: what follows a wrong call means nothing
-    unsigned timeoutMs_ = 30000;
+    bool unplugged_ = false;
     int lastSequence_ = -1;
 };
 

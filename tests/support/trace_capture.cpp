@@ -30,15 +30,20 @@ void StderrCapture::restore()
     savedStderr_ = -1;
 }
 
+std::string StderrCapture::textSoFar()
+{
+    // pread leaves the position alone that the descriptor shares with standard error
+    std::string result;
+    char piece[4096];
+    for (ssize_t count = 0; (count = pread(fileno(file_), piece, sizeof piece, static_cast<off_t>(result.size()))) > 0;)
+        result.append(piece, static_cast<size_t>(count));
+    return result;
+}
+
 std::string StderrCapture::text()
 {
     restore();
-    std::string result;
-    char piece[4096];
-    rewind(file_);
-    for (size_t count = 0; (count = fread(piece, 1, sizeof piece, file_)) > 0;)
-        result.append(piece, count);
-    return result;
+    return textSoFar();
 }
 
 TraceCapture::TraceCapture()

@@ -15,6 +15,8 @@ public:
     StderrCapture(const StderrCapture&) = delete;
     StderrCapture& operator=(const StderrCapture&) = delete;
 
+    /// @return what was written so far; the capture goes on.
+    std::string textSoFar();
     /// Ends the capture. @return everything that was written.
     std::string text();
 
@@ -31,6 +33,8 @@ public:
     TraceCapture();
     ~TraceCapture();
 
+    /// @return the raw text so far; the trace goes on.
+    std::string textSoFar() { return capture_.textSoFar(); }
     /// Ends the trace. @return its lines without their line ends; a last line without line end is marked " (no end)".
     std::vector<std::string> lines();
     /// Ends the trace. @return whether one of its lines is @p line.

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "opened_camera.h"
+
+namespace {
+
+using vorntest::OpenedCamera;
+
+void fill(VornCameraImpl& camera)
+{
+    camera.hasShutter = true;
+    camera.has8BitMode = true;
+    camera.lineCount = 11;
+    camera.pixelCountX = 12;
+    camera.pixelCountY = 13;
+    camera.pixelSizeX = 1.5;
+    camera.pixelSizeY = 2.5;
+    camera.maxBinX = 14;
+    camera.maxBinY = 15;
+    camera.tempSensorCount = 16;
+    camera.cooler = COOLER_SELECTPOWER;
+    camera.colour = COLOUR_RGGB;
+    camera.offsetX = 0;
+    camera.offsetY = 1;
+}
+
+TEST(Capabilities, RecordFormGivesEveryField)
+{
+    OpenedCamera opened;
+    fill(opened.camera);
+    const char* name = nullptr;
+    CAMERA_TYPE type = CLASSIC;
+    VornCapabilities caps;
+    memset(&caps, 0xEE, sizeof caps);
+    ASSERT_TRUE(opened.camera.getCapabilities(&name, &type, &caps));
+    EXPECT_STREQ(name, "Vorn K12");
+    EXPECT_EQ(type, STANDARD);
+    EXPECT_TRUE(caps.hasShutter);
+    EXPECT_FALSE(caps.hasGuidePort);
+    EXPECT_TRUE(caps.has8BitMode);
+    EXPECT_FALSE(caps.hasFilterWheel);
+    EXPECT_EQ(caps.lineCount, 11U);
+    EXPECT_EQ(caps.pixelCountX, 12U);
+    EXPECT_EQ(caps.pixelCountY, 13U);
+    EXPECT_EQ(caps.pixelSizeX, 1.5);
+    EXPECT_EQ(caps.pixelSizeY, 2.5);
+    EXPECT_EQ(caps.maxBinX, 14U);
+    EXPECT_EQ(caps.maxBinY, 15U);
+    EXPECT_EQ(caps.tempSensorCount, 16U);
+    EXPECT_EQ(caps.cooler, COOLER_SELECTPOWER);
+    EXPECT_EQ(caps.colour, COLOUR_RGGB);
+    EXPECT_EQ(caps.offsetX, 0);
+    EXPECT_EQ(caps.offsetY, 1);
+    EXPECT_TRUE(caps.supportsLongExposure);
+}
+
+/// The pointer form with @p caps filled in place, null elsewhere.
+bool pointerForm(VornCamera& camera, bool* third, double* shortest, double* longest, bool* longExposure)
+{
+    return camera.getCapabilities(nullptr, nullptr, nullptr, nullptr, third, nullptr, nullptr, nullptr, nullptr,
+                                  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                  longExposure, shortest, longest);
+}
+
+TEST(Capabilities, PointerFormSkipsNullAndGivesTheFamilyLimits)
+{
+    struct {
+        CAMERA_TYPE type;
+        unsigned width;
+        bool longExposure;
+        double shortest;
+        double longest;
+    } const CASES[] = {
+        {CLASSIC, 1000, true, 0.001, 2.46},
+        {STANDARD, 1000, true, 0.001, 3.0},
+        {QUICKER, 1000, true, 0.001, 1.398},
+        {IIDC, 1280, false, 0.001, 0.5},
+        {ADVANCED, 1000, true, 0.001, 3.0},
+        {STANDARD, 3326, true, 0.2, 3.0},
+        {STANDARD, 3325, true, 0.001, 3.0},
+        {QUICKER, 3326, true, 0.2, 1.398},
+        {static_cast<CAMERA_TYPE>(9), 1000, true, 0.001, -1.0},  // the last output is left alone
+    };
+    for (const auto& row : CASES) {
+        SCOPED_TRACE(testing::Message() << "type " << row.type << ", width " << row.width);
+        OpenedCamera opened(row.type);
+        opened.camera.pixelCountX = row.width;
+        opened.camera.hasGPIO = true;  // the fifth output is the 8-bit mode, whatever this says
+        bool has8BitMode = true;
+        bool longExposure = !row.longExposure;
+        double shortest = -1.0;
+        double longest = -1.0;
+        EXPECT_TRUE(pointerForm(opened.camera, &has8BitMode, &shortest, &longest, &longExposure));
+        EXPECT_FALSE(has8BitMode);
+        EXPECT_EQ(longExposure, row.longExposure);
+        EXPECT_EQ(shortest, row.shortest);
+        EXPECT_EQ(longest, row.longest);
+    }
+}
+
+TEST(Capabilities, AClosedCameraHasNoneAndLeavesTheOutputs)
+{
+    OpenedCamera opened;
+    fill(opened.camera);
+    opened.usb.close();
+    opened.camera.close();
+    VornCapabilities caps;
+    VornCapabilities untouched;
+    memset(&caps, 0xEE, sizeof caps);
+    memset(&untouched, 0xEE, sizeof untouched);
+    const char* name = "mine";
+    EXPECT_FALSE(opened.camera.getCapabilities(&name, nullptr, &caps));
+    EXPECT_EQ(memcmp(&caps, &untouched, sizeof caps), 0);
+    EXPECT_STREQ(name, "mine");
+    EXPECT_EQ(opened.error(), "Device is not opened");
+    EXPECT_EQ(opened.camera.pixelCountX, 12U);  // fields keep their values
+}
+
+}  // namespace

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <string>
+
+#include "lifecycle/camera_impl.h"
+#include "script.h"
+
+namespace vorntest {
+
+/// A camera object on a scripted bus, open as after a successful open() but without its traffic: for tests of single
+/// operations. Tests set the fields that identification would have set.
+struct OpenedCamera {
+    explicit OpenedCamera(CAMERA_TYPE type = STANDARD, const char* name = "Vorn K12") : camera(&usb.device, name, type)
+    {
+        camera.handle = usb.device.openHandle();
+    }
+
+    /// @return whether nobody holds the camera's lock.
+    bool lockFree()
+    {
+        if (pthread_mutex_trylock(&camera.mutex) != 0)
+            return false;
+        (void)pthread_mutex_unlock(&camera.mutex);
+        return true;
+    }
+    /// @return the text of the last failure.
+    std::string error() { return camera.getLastError(); }
+
+    Script usb;
+    VornCameraImpl camera;
+};
+
+}  // namespace vorntest

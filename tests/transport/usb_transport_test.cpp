@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: MIT
+#include <atomic>
+#include <numeric>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "opened_camera.h"
+#include "trace_capture.h"
+
+#if defined(__SANITIZE_THREAD__)
+#define UNDER_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define UNDER_THREAD_SANITIZER 1
+#endif
+#endif
+
+namespace {
+
+using vorntest::OpenedCamera;
+using vorntest::TraceCapture;
+
+std::vector<uint8_t> counting(size_t length, uint8_t first)
+{
+    std::vector<uint8_t> bytes(length);
+    std::iota(bytes.begin(), bytes.end(), first);
+    return bytes;
+}
+
+TEST(BulkRead, AsksInChunksOfMaxPacketSize)
+{
+    struct {
+        const char* label;
+        long maxPacketSize;
+        unsigned length;
+        std::vector<int> chunks;
+    } const CASES[] = {
+        {"default, one call", 0x1800000, 2000, {2000}},
+        {"512", 512, 2000, {512, 512, 512, 464}},
+        {"exact multiple", 512, 1024, {512, 512}},
+        {"as long as the read", 2000, 2000, {2000}},
+        {"zero means packets", 0, 1000, {512, 488}},
+        {"negative means packets", -5, 1000, {512, 488}},
+        {"beyond libusb's lengths", 0x7FFFFFFFFFFFFFFF, 2000, {2000}},
+        {"multiple of 2^32", 0x100000000, 2000, {2000}},
+        {"nothing to read", 512, 0, {}},
+    };
+    for (const auto& row : CASES) {
+        SCOPED_TRACE(row.label);
+        OpenedCamera standard;
+        standard.camera.setParam(MAX_PACKET_SIZE, row.maxPacketSize);
+        size_t at = 0;
+        const std::vector<uint8_t> expected = counting(row.length, 7);
+        for (const int chunk : row.chunks) {
+            const auto first = expected.begin() + static_cast<std::ptrdiff_t>(at);
+            standard.usb.in(0x88, chunk, std::vector<uint8_t>(first, first + chunk));
+            at += static_cast<size_t>(chunk);
+        }
+        std::vector<uint8_t> bytes(row.length);
+        EXPECT_TRUE(standard.camera.bulkRead(0x88, row.length, bytes.data()));
+        EXPECT_EQ(bytes, expected);
+    }
+}
+
+TEST(BulkRead, GoesOnAfterShortTransfers)
+{
+    OpenedCamera standard;
+    standard.usb.in(0x86, 10, "01 02 03").in(0x86, 7, "").in(0x86, 7, "04").in(0x86, 6, "05 06 07 08 09 0A");
+    std::vector<uint8_t> bytes(10);
+    EXPECT_TRUE(standard.camera.bulkRead(0x86, 10, bytes.data()));
+    EXPECT_EQ(bytes, counting(10, 1));
+}
+
+TEST(BulkRead, EndsAtAnErrorInTheMiddle)
+{
+    OpenedCamera standard;
+    standard.camera.maxPacketSize = 4;
+    standard.camera.timeout = 1234;
+    standard.usb.timeout(1234).in(0x88, 4, "01 02 03 04").in(0x88, 4, "05");
+    standard.usb.in(0x88, 4, "06 07");  // a timeout that carries data; they do not count
+    standard.usb[2].result = LIBUSB_ERROR_TIMEOUT;
+    std::vector<uint8_t> bytes(9);
+    TraceCapture trace;
+    EXPECT_FALSE(standard.camera.bulkRead(0x88, 9, bytes.data()));
+    EXPECT_EQ(trace.lines(), std::vector<std::string>{"    libusb_bulk_transfer -> LIBUSB_ERROR_TIMEOUT"});
+    EXPECT_EQ(standard.error(), "No error");
+}
+
+TEST(BulkWrite, IsOneCallAndAShortOneCountsAsSuccess)
+{
+    OpenedCamera standard;
+    standard.camera.maxPacketSize = 1;  // for reads only
+    uint8_t bytes[] = {1, 2, 3};
+    standard.usb.out(0x04, "01 02 03");
+    EXPECT_TRUE(standard.camera.bulkWrite(0x104, 3, bytes));  // the endpoint's low eight bits
+    standard.usb.out(0x02, "01");
+    standard.usb.device.fault = {.at = standard.usb.device.callCount + 1, .shortenTo = 1};
+    EXPECT_TRUE(standard.camera.bulkWrite(0x02, 3, bytes));
+}
+
+// What a closed camera is asked must not reach libusb, which would crash.
+TEST(Transport, RefusesAClosedCamera)
+{
+    OpenedCamera standard;
+    VornCameraImpl& camera = standard.camera;
+    camera.handle = nullptr;
+    uint8_t bytes[4] = {};
+    EXPECT_FALSE(camera.bulkRead(0x86, 4, bytes));
+    EXPECT_FALSE(camera.bulkWrite(0x04, 4, bytes));
+    EXPECT_FALSE(camera.setParTimeout(50));
+    EXPECT_FALSE(camera.writeFW());
+    EXPECT_EQ(camera.readRegister(0xFFFFF0F00800), 0U);
+    camera.writeRegister(0xFFFFF0F00800, 1);
+}
+
+TEST(Lock, ReleaseIsHarmlessWhenNobodyHoldsIt)
+{
+    OpenedCamera standard;
+    standard.camera.unlock();
+    standard.camera.unlock();
+    standard.camera.lock();
+    EXPECT_FALSE(standard.lockFree());
+    standard.camera.unlock();
+    standard.camera.unlock();
+    EXPECT_TRUE(standard.lockFree());
+}
+
+TEST(Lock, ASecondThreadSaysBusyAndWaits)
+{
+    OpenedCamera standard;
+    TraceCapture trace;
+    std::atomic<bool> acquired = false;
+    standard.camera.lock();
+    std::thread second([&] {
+        standard.camera.lock();
+        acquired = true;
+        standard.camera.unlock();
+    });
+    while (trace.textSoFar().find("lock busy") == std::string::npos)
+        std::this_thread::yield();
+    EXPECT_FALSE(acquired);
+    standard.camera.unlock();
+    second.join();
+    EXPECT_TRUE(acquired);
+    EXPECT_EQ(trace.lines(),
+              (std::vector<std::string>{"    lock()", "    lock()", "    lock busy", "    unlock()", "    unlock()"}));
+}
+
+TEST(Lock, ExcludesOtherThreads)
+{
+    OpenedCamera standard;
+    int counter = 0;
+    const auto work = [&] {
+        for (int i = 0; i < 1000; i++) {
+            standard.camera.lock();
+            counter++;
+            standard.camera.unlock();
+        }
+    };
+    std::thread first(work);
+    std::thread second(work);
+    first.join();
+    second.join();
+    EXPECT_EQ(counter, 2000);
+}
+
+#ifndef UNDER_THREAD_SANITIZER  // which reports the release by another thread, as it should
+TEST(Lock, CanBeHandedToAnotherThread)
+{
+    OpenedCamera standard;
+    standard.camera.lock();
+    std::thread([&] { standard.camera.unlock(); }).join();
+    EXPECT_TRUE(standard.lockFree());
+}
+#endif
+
+}  // namespace

@@ -1,0 +1,80 @@
+// SPDX-License-Identifier: MIT
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include <gtest/gtest.h>
+
+#include "transport/saturate.h"
+#include "transport/waveforms.h"
+#include "transport/wire.h"
+#include "vornccd.h"
+
+namespace {
+
+using namespace vornccd;
+
+TEST(Wire, NamesItsByteOrder)
+{
+    const uint8_t bytes[] = {0x00, 0x12, 0x34, 0x80, 0xFF};
+    EXPECT_EQ(getLe16(bytes, 1), 0x3412);
+    EXPECT_EQ(getBe16(bytes, 1), 0x1234);
+    EXPECT_EQ(getInt16(bytes, 3), 0x80FF);  // never negative
+    EXPECT_EQ(getLe32(bytes, 1), 0xFF803412U);
+
+    std::array<uint8_t, 6> out = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
+    setInt16(out.data(), 1, 0x56781234);  // the low 16 bits
+    EXPECT_EQ(out, (std::array<uint8_t, 6>{0xEE, 0x12, 0x34, 0xEE, 0xEE, 0xEE}));
+    putLe32(out.data(), 1, 0xA1B2C3D4);
+    EXPECT_EQ(out, (std::array<uint8_t, 6>{0xEE, 0xD4, 0xC3, 0xB2, 0xA1, 0xEE}));
+}
+
+TEST(Wire, ReaderGivesZeroPastTheEndAndRemembers)
+{
+    const uint8_t bytes[] = {1, 2, 3};
+    ByteReader reader(bytes);
+    EXPECT_EQ(reader.be16(), 0x0102);
+    EXPECT_FALSE(reader.overrun());
+    EXPECT_EQ(reader.le16(), 3);
+    EXPECT_TRUE(reader.overrun());
+    EXPECT_EQ(reader.u8(), 0);
+}
+
+TEST(Saturate, KeepsEveryDoubleInRange)
+{
+    constexpr double INF = std::numeric_limits<double>::infinity();
+    EXPECT_EQ(saturatingTrunc<int32_t>(-1.9), -1);
+    EXPECT_EQ(saturatingTrunc<int32_t>(2147483647.5), 2147483647);
+    EXPECT_EQ(saturatingTrunc<int32_t>(-1e300), std::numeric_limits<int32_t>::min());
+    EXPECT_EQ(saturatingTrunc<uint32_t>(-1.0), 0U);
+    EXPECT_EQ(saturatingTrunc<uint32_t>(INF), 4294967295U);
+    EXPECT_EQ(saturatingTrunc<uint32_t>(std::nan("")), 0U);
+    EXPECT_TRUE(std::isfinite(toSingle(INF)));
+    EXPECT_TRUE(std::isfinite(toSingle(-1e300)));
+}
+
+/// Sum and position-weighted sum, modulo 2^32: a byte changed, dropped or swapped changes one of them.
+std::array<uint32_t, 2> fingerprint(const uint8_t* bytes, size_t length)
+{
+    std::array<uint32_t, 2> sums = {};
+    for (size_t i = 0; i < length; i++) {
+        sums[0] += bytes[i];
+        sums[1] += static_cast<uint32_t>(i + 1) * bytes[i];
+    }
+    return sums;
+}
+
+TEST(Waveforms, AreTheKnownTables)
+{
+    EXPECT_EQ(waveformLength(0x81), 172U);
+    EXPECT_EQ(waveformLength(0x7F), 152U);
+    using Sums = std::array<uint32_t, 2>;
+    EXPECT_EQ(fingerprint(GpifMode1, sizeof GpifMode1), (Sums{1858, 142955}));
+    EXPECT_EQ(fingerprint(GpifMode9, sizeof GpifMode9), (Sums{10416, 795289}));
+    EXPECT_EQ(fingerprint(ParInitData, sizeof ParInitData), (Sums{10507, 807686}));
+    EXPECT_EQ(fingerprint(ParInitQSlowData, sizeof ParInitQSlowData), (Sums{10507, 807300}));
+    EXPECT_EQ(fingerprint(ParInitQFastData, sizeof ParInitQFastData), (Sums{11003, 850772}));
+}
+
+}  // namespace
