@@ -9,7 +9,7 @@ namespace vorncapture {
 
 /// What an opened camera says about itself.
 struct CameraInfo {
-    std::string name;  ///< "Vorn K12"
+    std::string name = {};  ///< "Vorn K12"
     CAMERA_TYPE family = STANDARD;
     VornCapabilities caps = {};
     unsigned int serialNumber = 0;

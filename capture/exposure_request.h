@@ -17,13 +17,13 @@ struct Region {
 
 /// What the caller wants to have exposed.
 struct ExposureRequest {
-    double seconds = 0.0;          ///< 0 is the shortest exposure the camera can make
-    std::optional<Region> region;  ///< empty: the whole sensor
-    unsigned int binX = 1;         ///< sensor pixels summed in X into one of the image
-    unsigned int binY = 1;         ///< the same in Y
-    bool dark = false;             ///< keep the shutter shut
-    bool preview = false;          ///< the camera's faster, noisier readout (STANDARD, CLASSIC, ADVANCED)
-    bool eightBit = false;         ///< 8-bit readout, values 0 to 255 (ADVANCED)
+    double seconds = 0.0;                         ///< 0 is the shortest exposure the camera can make
+    std::optional<Region> region = std::nullopt;  ///< empty: the whole sensor
+    unsigned int binX = 1;                        ///< sensor pixels summed in X into one of the image
+    unsigned int binY = 1;                        ///< the same in Y
+    bool dark = false;                            ///< keep the shutter shut
+    bool preview = false;   ///< the camera's faster, noisier readout (STANDARD, CLASSIC, ADVANCED)
+    bool eightBit = false;  ///< 8-bit readout, values 0 to 255 (ADVANCED)
 };
 
 }  // namespace vorncapture

@@ -30,8 +30,9 @@ std::string directoryOf(const std::string& path)
 std::string temporaryName(const std::string& path)
 {
     static std::atomic<unsigned int> count{0};
-    const std::string name = "." + std::filesystem::path(path).filename().string() + "." + std::to_string(getpid()) +
-                             "-" + std::to_string(count++) + ".part";
+    std::string name = ".";
+    name += std::filesystem::path(path).filename().string();
+    name.append(".").append(std::to_string(getpid())).append("-").append(std::to_string(count++)).append(".part");
     return (std::filesystem::path(path).parent_path() / name).string();
 }
 

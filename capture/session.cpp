@@ -253,11 +253,11 @@ Status Session::waitLong(const ExposurePlan& plan, Integration& integration, con
     Clock& clock = *options_.clock;
     const double waitSeconds = plan.longExposure ? plan.seconds - integration.leadSeconds : 0.0;
     while (true) {
-        if (cancel != nullptr && cancel->requested())
-            return cancelled();
         const double elapsed = clock.steadySeconds() - integration.beginSeconds;
         if (progress)
             progress(Phase::EXPOSING, std::clamp(elapsed, 0.0, plan.seconds), plan.seconds);
+        if (cancel != nullptr && cancel->requested())
+            return cancelled();
         if (elapsed >= waitSeconds)
             return Done{};
         clock.sleep(std::min(waitSeconds - elapsed, WAIT_STEP_SECONDS));

@@ -1,0 +1,270 @@
+// SPDX-License-Identifier: MIT
+#include <fitsio.h>
+#include <gtest/gtest.h>
+#include <png.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "capture/fits_writer.h"
+#include "capture/output_file.h"
+#include "capture/png_writer.h"
+
+namespace {
+
+using namespace vorncapture;
+namespace fs = std::filesystem;
+
+/// A directory of its own for each test.
+class Files : public ::testing::Test {
+protected:
+    Files() : directory_(fs::path(::testing::TempDir()) / ("capture-" + std::to_string(getpid())))
+    {
+        fs::remove_all(directory_);
+        fs::create_directory(directory_);
+    }
+    ~Files() override
+    {
+        fs::permissions(directory_, fs::perms::owner_all);
+        fs::remove_all(directory_);
+    }
+
+    std::string path(const std::string& name) const { return (directory_ / name).string(); }
+
+    std::vector<std::string> names() const
+    {
+        std::vector<std::string> found;
+        for (const auto& entry : fs::directory_iterator(directory_))
+            found.push_back(entry.path().filename().string());
+        return found;
+    }
+
+private:
+    fs::path directory_;
+};
+
+Frame sampleFrame()
+{
+    Frame frame;
+    frame.width = 3;
+    frame.height = 2;
+    frame.pixels = {0, 1, 32767, 32768, 65534, 65535};
+    frame.camera.name = "Vorn K12";
+    frame.camera.serialNumber = 4711;
+    frame.camera.caps.pixelSizeX = 6.45;
+    frame.camera.caps.pixelSizeY = 5.5;
+    frame.camera.caps.colour = COLOUR_RGGB;
+    frame.camera.caps.offsetX = 1;
+    frame.region = {4, 7, 3, 2};
+    frame.exposureSeconds = 2.5;
+    frame.request.seconds = 2.5;
+    using namespace std::chrono;
+    frame.start = sys_days{2024y / February / 29} + 23h + 59min + 58s + 999600us;
+    frame.telemetry.celsius = {-10.25};
+    frame.telemetry.targetCelsius = -10.5;
+    frame.telemetry.gain = 17;
+    frame.telemetry.offset = 230;
+    return frame;
+}
+
+struct FitsContents {
+    std::vector<uint16_t> pixels;
+    std::array<long, 2> size = {};
+    std::map<std::string, std::string> keys;  ///< as they stand in the header, quotes and padding removed
+    int dataOk = 0, cardsOk = 0;              ///< 1: check sums right
+};
+
+FitsContents readBack(const std::string& path)
+{
+    FitsContents contents;
+    fitsfile* file = nullptr;
+    int status = 0;
+    fits_open_diskfile(&file, path.c_str(), READONLY, &status);
+    fits_get_img_size(file, 2, contents.size.data(), &status);
+    contents.pixels.resize(static_cast<size_t>(contents.size[0] * contents.size[1]));
+    fits_read_img(file, TUSHORT, 1, static_cast<LONGLONG>(contents.pixels.size()), nullptr, contents.pixels.data(),
+                  nullptr, &status);
+    fits_verify_chksum(file, &contents.dataOk, &contents.cardsOk, &status);
+    int count = 0;
+    fits_get_hdrspace(file, &count, nullptr, &status);
+    for (int i = 1; i <= count; ++i) {
+        std::array<char, FLEN_KEYWORD> key = {};
+        std::array<char, FLEN_VALUE> value = {};
+        fits_read_keyn(file, i, key.data(), value.data(), nullptr, &status);
+        std::string text = value.data();
+        if (text.starts_with('\''))
+            text = text.substr(1, text.find_last_not_of("' "));
+        contents.keys[key.data()] = text;
+    }
+    fits_close_file(file, &status);
+    EXPECT_EQ(status, 0);
+    return contents;
+}
+
+TEST_F(Files, FitsHoldsPixelsAndWhatIsKnownOfThem)
+{
+    const std::string name = path("odd[1](2)!.fits");  // characters that mean something to the FITS library
+    const Status written = writeFits(sampleFrame(), name, "tester 1.0", false);
+    ASSERT_TRUE(written.ok()) << written.error().text;
+    FitsContents contents = readBack(name);
+    EXPECT_EQ(contents.pixels, sampleFrame().pixels);
+    EXPECT_EQ(contents.size, (std::array<long, 2>{3, 2}));
+    EXPECT_EQ(contents.dataOk, 1);
+    EXPECT_EQ(contents.cardsOk, 1);
+    const std::map<std::string, std::string> wanted = {{"BITPIX", "16"},
+                                                       {"BZERO", "32768"},
+                                                       {"DATE-OBS", "2024-02-29T23:59:58.999"},
+                                                       {"EXPTIME", "2.500000"},
+                                                       {"EXPOSURE", "2.500000"},
+                                                       {"IMAGETYP", "Light Frame"},
+                                                       {"INSTRUME", "Vorn K12"},
+                                                       {"CCD-TEMP", "-10.25"},
+                                                       {"SET-TEMP", "-10.50"},
+                                                       {"GAIN", "17"},
+                                                       {"OFFSET", "230"},
+                                                       {"XBINNING", "1"},
+                                                       {"YBINNING", "1"},
+                                                       {"XPIXSZ", "6.4500"},
+                                                       {"YPIXSZ", "5.5000"},
+                                                       {"XORGSUBF", "4"},
+                                                       {"YORGSUBF", "7"},
+                                                       {"ROWORDER", "TOP-DOWN"},
+                                                       {"BAYERPAT", "RGGB"},
+                                                       {"XBAYROFF", "1"},
+                                                       {"YBAYROFF", "1"},
+                                                       {"SWCREATE", "tester 1.0"}};
+    for (const auto& [key, value] : wanted)
+        EXPECT_EQ(contents.keys[key], value) << key;
+    EXPECT_EQ(contents.keys.count("DARKTIME"), 0U);
+}
+
+TEST_F(Files, FitsLeavesOutWhatIsUnknownOrNoLongerTrue)
+{
+    Frame frame = sampleFrame();
+    frame.request.binX = 2;
+    frame.request.binY = 3;
+    frame.request.dark = true;
+    frame.region = {4, 9, 6, 6};
+    frame.telemetry = {};
+    ASSERT_TRUE(writeFits(frame, path("a.fits"), "tester", false).ok());
+    FitsContents contents = readBack(path("a.fits"));
+    for (const char* key : {"BAYERPAT", "XBAYROFF", "YBAYROFF", "CCD-TEMP", "SET-TEMP", "GAIN", "OFFSET"})
+        EXPECT_EQ(contents.keys.count(key), 0U) << key;
+    const std::map<std::string, std::string> wanted = {{"XPIXSZ", "12.9000"},      {"YPIXSZ", "16.5000"},
+                                                       {"XORGSUBF", "2"},          {"YORGSUBF", "3"},
+                                                       {"IMAGETYP", "Dark Frame"}, {"DARKTIME", "2.500000"}};
+    for (const auto& [key, value] : wanted)
+        EXPECT_EQ(contents.keys[key], value) << key;
+}
+
+TEST_F(Files, ExistingFilesStayUnlessForced)
+{
+    std::ofstream(path("a.fits")) << "mine";
+    std::ofstream(path("a.png")) << "mine";
+    const auto fits = writeFits(sampleFrame(), path("a.fits"), "tester", false);
+    const auto png = writePng(sampleFrame(), path("a.png"), false);
+    ASSERT_FALSE(fits.ok());
+    ASSERT_FALSE(png.ok());
+    EXPECT_EQ(fits.error().kind, ErrorKind::FILE_ERROR);
+    EXPECT_EQ(fs::file_size(path("a.fits")), 4U);
+    EXPECT_EQ(fs::file_size(path("a.png")), 4U);
+    EXPECT_EQ(names().size(), 2U);
+
+    EXPECT_TRUE(writeFits(sampleFrame(), path("a.fits"), "tester", true).ok());
+    EXPECT_TRUE(writePng(sampleFrame(), path("a.png"), true).ok());
+    EXPECT_EQ(readBack(path("a.fits")).pixels, sampleFrame().pixels);
+    EXPECT_EQ(names().size(), 2U);
+}
+
+TEST_F(Files, AFileThatAppearsMeanwhileIsNotReplaced)
+{
+    OutputFile output(path("a"), false);
+    ASSERT_TRUE(output.check().ok());
+    std::ofstream(output.temporaryPath()) << "new";
+    std::ofstream(path("a")) << "old one";
+    EXPECT_FALSE(output.publish().ok());
+    EXPECT_EQ(fs::file_size(path("a")), 7U);
+}
+
+TEST_F(Files, FailuresLeaveNothingBehind)
+{
+    const std::string nowhere = path("missing/a.fits");
+    EXPECT_FALSE(writeFits(sampleFrame(), nowhere, "tester", false).ok());
+    EXPECT_FALSE(writePng(sampleFrame(), nowhere, false).ok());
+    EXPECT_FALSE(writeFits(sampleFrame(), path(""), "tester", true).ok());  // a directory
+
+    Frame impossible = sampleFrame();
+    impossible.width = 0;
+    EXPECT_FALSE(writePng(impossible, path("b.png"), false).ok());
+    {
+        OutputFile given_up(path("c"), false);
+        std::ofstream(given_up.temporaryPath()) << "half";
+    }
+    EXPECT_TRUE(names().empty());
+}
+
+TEST_F(Files, FullDiskLeavesNoFile)
+{
+    Frame frame = sampleFrame();
+    frame.width = 200;
+    frame.height = 100;
+    frame.pixels.assign(20000, 1);
+    for (size_t i = 0; i < frame.pixels.size(); ++i)  // what a PNG cannot make small
+        frame.pixels[i] = static_cast<uint16_t>(i * i * 40503U >> 4);
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small = {4096, before.rlim_max};
+    const auto handler = signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    const Status fits = writeFits(frame, path("a.fits"), "tester", false);
+    const Status png = writePng(frame, path("a.png"), false);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
+    (void)signal(SIGXFSZ, handler);
+    EXPECT_FALSE(fits.ok());
+    EXPECT_FALSE(png.ok());
+    EXPECT_TRUE(names().empty());
+}
+
+TEST_F(Files, PngIsGreyAndStretched)
+{
+    Frame frame = sampleFrame();
+    frame.width = 100;
+    frame.height = 100;
+    frame.pixels.assign(10000, 1000);
+    for (size_t i = 0; i < frame.pixels.size(); i += 2)
+        frame.pixels[i] = static_cast<uint16_t>(990 + i % 21);  // sky and noise
+    frame.pixels[5050] = 60000;                                 // a star
+    ASSERT_TRUE(writePng(frame, path("a.png"), false).ok());
+
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_NE(png_image_begin_read_from_file(&image, path("a.png").c_str()), 0);
+    EXPECT_EQ(image.format, static_cast<png_uint_32>(PNG_FORMAT_GRAY));
+    EXPECT_EQ(image.width, 100U);
+    std::vector<uint8_t> levels(10000);
+    ASSERT_NE(png_image_finish_read(&image, nullptr, levels.data(), 100, nullptr), 0);
+    EXPECT_EQ(levels[5050], 255);
+    EXPECT_NEAR(levels[1], 64, 2);  // the sky
+}
+
+TEST(Stretch, NeverFallsWhateverThePicture)
+{
+    const std::vector<std::vector<uint16_t>> pictures = {
+        {0}, {65535}, {7, 7, 7, 7}, {0, 65535}, {0, 0, 0, 1}, {100, 101, 102, 5000}, {65534, 65535, 65535}};
+    for (const auto& pixels : pictures) {
+        const StretchTable table = automaticStretch(pixels);
+        ASSERT_EQ(table.size(), 65536U);
+        EXPECT_TRUE(std::is_sorted(table.begin(), table.end()));
+        // An even picture is all sky; else the brightest pixel is white.
+        const auto [low, high] = std::minmax_element(pixels.begin(), pixels.end());
+        EXPECT_EQ(table[*high], *low == *high ? 64 : 255);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "capture/exposure_plan.h"
+#include "capture/exposure_time.h"
+#include "capture/session.h"
+#include "fake_camera.h"
+
+namespace {
+
+using namespace capturetest;
+using namespace vorncapture;
+
+constexpr CAMERA_TYPE FAMILIES[] = {CLASSIC, STANDARD, QUICKER, IIDC, ADVANCED};
+
+std::unique_ptr<Session> openFake(const std::shared_ptr<FakeState>& state)
+{
+    auto session = Session::open(makeFake(state), {.clock = state->clock});
+    EXPECT_TRUE(session.ok());
+    return std::move(session.value());
+}
+
+/// Compares each pixel with what the sensor shows at its place.
+::testing::AssertionResult showsRegion(const Frame& frame, const Region& region)
+{
+    const unsigned int binX = frame.request.binX;
+    const unsigned int binY = frame.request.binY;
+    if (frame.region != region || frame.width != region.width / binX || frame.height != region.height / binY ||
+        frame.pixels.size() != size_t{frame.width} * frame.height)
+        return ::testing::AssertionFailure()
+               << "is " << frame.width << " x " << frame.height << " from " << frame.region.x << "," << frame.region.y;
+    for (unsigned int row = 0; row < frame.height; ++row) {
+        for (unsigned int column = 0; column < frame.width; ++column) {
+            const uint16_t wanted = sensorValue(region.x + column * binX, region.y + row * binY);
+            const uint16_t got = frame.pixels[size_t{row} * frame.width + column];
+            if (got != wanted)
+                return ::testing::AssertionFailure()
+                       << "pixel " << column << "," << row << " is " << got << " instead of " << wanted;
+        }
+    }
+    return ::testing::AssertionSuccess();
+}
+
+struct RegionCase {
+    std::optional<Region> asked;
+    unsigned int binX, binY;
+    Region shown;
+};
+
+constexpr RegionCase REGIONS[] = {
+    {std::nullopt, 1, 1, {0, 0, 40, 30}},            // whole, wider than high
+    {std::nullopt, 2, 2, {0, 0, 40, 30}},            //
+    {std::nullopt, 4, 4, {0, 0, 40, 28}},            // 30 rows leave two over
+    {std::nullopt, 3, 3, {0, 0, 39, 30}},            // a column left over
+    {Region{0, 0, 1, 1}, 1, 1, {0, 0, 1, 1}},        // corners
+    {Region{39, 0, 1, 1}, 1, 1, {39, 0, 1, 1}},      //
+    {Region{0, 29, 1, 1}, 1, 1, {0, 29, 1, 1}},      //
+    {Region{39, 29, 1, 1}, 1, 1, {39, 29, 1, 1}},    //
+    {Region{33, 25, 7, 5}, 1, 1, {33, 25, 7, 5}},    // wide, in the far corner
+    {Region{35, 3, 5, 27}, 1, 1, {35, 3, 5, 27}},    // high, at the far edge
+    {Region{5, 6, 10, 10}, 1, 1, {5, 6, 10, 10}},    // square
+    {Region{0, 20, 40, 10}, 1, 1, {0, 20, 40, 10}},  // all columns
+    {Region{9, 0, 3, 30}, 1, 1, {9, 0, 3, 30}},      // all rows
+    {Region{3, 5, 11, 9}, 2, 2, {2, 4, 10, 8}},      // off the binning grid
+    {Region{38, 28, 2, 2}, 2, 2, {38, 28, 2, 2}},    //
+    {Region{4, 3, 12, 9}, 4, 3, {4, 3, 12, 9}},      // unequal binning
+    {Region{5, 1, 8, 28}, 1, 4, {5, 0, 8, 28}},      //
+    {Region{30, 8, 10, 20}, 1, 2, {30, 8, 10, 20}},  //
+};
+
+TEST(Picture, ShowsTheAskedPixelsOfEveryFamily)
+{
+    for (const CAMERA_TYPE family : FAMILIES) {
+        for (const bool precharge : {false, true}) {
+            const auto state = makeState(family);
+            state->precharge = precharge;
+            const auto session = openFake(state);
+            for (const RegionCase& row : REGIONS) {
+                if (family == IIDC && (row.binX != row.binY || row.binX > 2))
+                    continue;
+                SCOPED_TRACE(std::string(familyName(family)) + " row " + std::to_string(&row - REGIONS));
+                for (const double seconds : {0.1, 5.0}) {
+                    if (family == IIDC && seconds > 1.0)
+                        continue;
+                    const auto frame =
+                        session->expose({.seconds = seconds, .region = row.asked, .binX = row.binX, .binY = row.binY});
+                    ASSERT_TRUE(frame.ok()) << frame.error().text;
+                    EXPECT_TRUE(showsRegion(frame.value(), row.shown));
+                    EXPECT_EQ(frame.value().notes.empty(), !row.asked || *row.asked == row.shown);
+                }
+            }
+        }
+    }
+}
+
+TEST(Picture, EightBitRowsLoseTheirPadding)
+{
+    const auto session = openFake(makeState(ADVANCED));
+    const auto frame = session->expose({.seconds = 0.1, .region = Region{1, 2, 7, 3}, .eightBit = true});
+    ASSERT_TRUE(frame.ok());
+    ASSERT_EQ(frame.value().pixels.size(), 21U);
+    for (unsigned int i = 0; i < 21; ++i)
+        EXPECT_EQ(frame.value().pixels[i], sensorValue(1 + i % 7, 2 + i / 7) % 256) << i;
+}
+
+struct Refusal {
+    const char* label;
+    CAMERA_TYPE family;
+    ExposureRequest request;
+    const char* text;  ///< part of what is said
+};
+
+TEST(Plan, RefusesBeforeTheCameraIsTouched)
+{
+    constexpr double NAN_SECONDS = std::numeric_limits<double>::quiet_NaN();
+    constexpr double ENDLESS = std::numeric_limits<double>::infinity();
+    constexpr unsigned int HUGE_COUNT = 0xFFFFFFFF;
+    const Refusal rows[] = {
+        {"negative time", STANDARD, {.seconds = -1.0}, "exposure time"},
+        {"no number", STANDARD, {.seconds = NAN_SECONDS}, "exposure time"},
+        {"endless", STANDARD, {.seconds = ENDLESS}, "exposure time"},
+        {"two days", STANDARD, {.seconds = 172800.0}, "longer than a day"},
+        {"long, IIDC", IIDC, {.seconds = 0.6}, "up to 0.5 s"},
+        {"binning 0", STANDARD, {.seconds = 1.0, .binX = 0}, "binning 0"},
+        {"binning 5", STANDARD, {.seconds = 1.0, .binY = 5}, "largest, 4x4"},
+        {"unequal, IIDC", IIDC, {.seconds = 0.1, .binX = 1, .binY = 2}, "both ways alike"},
+        {"empty", STANDARD, {.seconds = 1.0, .region = Region{0, 0, 0, 4}}, "empty"},
+        {"right of it", STANDARD, {.seconds = 1.0, .region = Region{31, 0, 10, 5}}, "40 x 30"},
+        {"rows between height and width", STANDARD, {.seconds = 1.0, .region = Region{0, 26, 5, 5}}, "40 x 30"},
+        {"sum wraps", STANDARD, {.seconds = 1.0, .region = Region{HUGE_COUNT, 0, 2, 2}}, "40 x 30"},
+        {"below one binned", STANDARD, {.seconds = 1.0, .region = Region{0, 0, 3, 3}, .binX = 4}, "smaller"},
+        {"no such square", QUICKER, {.seconds = 1.0, .binX = 1, .binY = 2}, "20 binned pixels"},
+        {"preview", QUICKER, {.seconds = 1.0, .preview = true}, "preview"},
+        {"8 bit", STANDARD, {.seconds = 1.0, .eightBit = true}, "8-bit"},
+    };
+    for (const Refusal& row : rows) {
+        SCOPED_TRACE(row.label);
+        const auto state = makeState(row.family);
+        const auto session = openFake(state);
+        const size_t logged = state->log.size();
+        const auto frame = session->expose(row.request);
+        ASSERT_FALSE(frame.ok());
+        EXPECT_EQ(frame.error().kind, ErrorKind::BAD_REQUEST);
+        EXPECT_NE(frame.error().text.find(row.text), std::string::npos) << frame.error().text;
+        EXPECT_EQ(frame.error().text.find('\n'), std::string::npos);
+        EXPECT_EQ(state->log.size(), logged);
+    }
+}
+
+TEST(Plan, ReadsAHighSensorAsFarDownAsTheDriverGoes)
+{
+    CameraInfo camera{.name = "high", .family = STANDARD, .caps = makeState(STANDARD)->caps};
+    camera.caps.pixelCountY = 60;
+    EXPECT_TRUE(planExposure(camera, {.seconds = 1.0, .region = Region{0, 0, 40, 40}}).ok());
+    const auto refused = planExposure(camera, {.seconds = 1.0, .region = Region{0, 30, 40, 11}});
+    ASSERT_FALSE(refused.ok());
+    EXPECT_NE(refused.error().text.find("rows from 40"), std::string::npos);
+}
+
+TEST(Plan, TakesNoMemoryForAnImpossibleSensor)
+{
+    CameraInfo camera{.name = "vast", .family = STANDARD, .caps = makeState(STANDARD)->caps};
+    camera.caps.pixelCountX = 0xFFFF9000;
+    camera.caps.pixelCountY = 0xFFFF9000;
+    EXPECT_FALSE(planExposure(camera, {.seconds = 1.0}).ok());
+}
+
+TEST(ShortExposure, IsWhatTheCameraMakesOfIt)
+{
+    struct Row {
+        CAMERA_TYPE family;
+        double asked, made;
+    };
+    constexpr Row ROWS[] = {
+        {QUICKER, 0.1, 292 * 1024 / 3e6},
+        {QUICKER, 0.0, 1024 / 3e6},
+        {QUICKER, 2.0, 4095 * 1024 / 3e6},
+        {STANDARD, 0.02, 0.02},
+        {STANDARD, 0.0123456, 0.012346},
+        {STANDARD, 0.05, 0.05},
+        {ADVANCED, 0.0504, 0.05},
+        {STANDARD, 1.2346, 1.235},
+        {ADVANCED, 10.0, 3.0},
+        {CLASSIC, 0.005, 0.005},
+        {CLASSIC, 0.0094, 0.009},
+        {CLASSIC, 0.0096, 0.01},
+        {CLASSIC, 0.5, 0.5},
+        {CLASSIC, 0.504, 0.5},
+        {CLASSIC, 5.0, 2.46},
+        {IIDC, 0.25, 0.25},
+    };
+    for (const Row& row : ROWS)
+        EXPECT_NEAR(shortExposureMade(row.family, row.asked), row.made, 1e-9)
+            << familyName(row.family) << " " << row.asked;
+}
+
+}  // namespace

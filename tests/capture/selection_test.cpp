@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include "capture/camera_list.h"
+#include "capture/open_diagnosis.h"
+#include "fake_camera.h"
+
+namespace {
+
+using namespace capturetest;
+using namespace vorncapture;
+
+struct Bench {
+    std::vector<std::shared_ptr<FakeState>> states;
+
+    std::vector<CameraHandle> cameras()
+    {
+        std::vector<CameraHandle> handles;
+        for (const auto& state : states)
+            handles.push_back(makeFake(state));
+        return handles;
+    }
+};
+
+TEST(SelectCamera, FindsItByIndexModelOrSerialNumber)
+{
+    struct Row {
+        const char* text;
+        int found;  ///< place in the list, or -1
+        ErrorKind kind;
+    };
+    constexpr ErrorKind NONE = ErrorKind::FAILED;
+    constexpr Row ROWS[] = {
+        {"0", 0, NONE},
+        {"2", 2, NONE},
+        {"3", -1, ErrorKind::NO_SUCH_CAMERA},
+        {"index:1", 1, NONE},
+        {"Vorn K99", 1, NONE},
+        {" vorn  k99", 1, NONE},
+        {"k99", 1, NONE},
+        {"k12", -1, ErrorKind::BAD_REQUEST},  // two of them
+        {"k13", -1, ErrorKind::NO_SUCH_CAMERA},
+        {"", -1, ErrorKind::BAD_REQUEST},  // three to choose from
+        {"1002", 2, NONE},
+        {"serial:7", 0, NONE},
+        {"serial:8", -1, ErrorKind::NO_SUCH_CAMERA},
+        {"serial:x", -1, ErrorKind::BAD_REQUEST},
+        {"index:99999999999", -1, ErrorKind::BAD_REQUEST},
+    };
+    for (const Row& row : ROWS) {
+        SCOPED_TRACE(row.text);
+        Bench bench{{makeState(STANDARD), makeState(ADVANCED), makeState(STANDARD)}};
+        bench.states[0]->serialNumber = 7;
+        bench.states[2]->serialNumber = 1002;
+        const auto selector = CameraSelector::parse(row.text);
+        const Result<std::unique_ptr<Session>> session =
+            selector.ok() ? openSelected(bench.cameras(), selector.value()) : selector.error();
+        ASSERT_EQ(session.ok(), row.found >= 0);
+        for (size_t i = 0; i < bench.states.size(); ++i)
+            EXPECT_EQ(bench.states[i]->open, static_cast<int>(i) == row.found);
+        if (!session.ok()) {
+            EXPECT_EQ(session.error().kind, row.kind);
+        }
+    }
+}
+
+TEST(SelectCamera, NamesTheObstacleWhenASerialNumberIsNotFound)
+{
+    Bench bench{{makeState(STANDARD), makeState(ADVANCED)}};
+    bench.states[1]->failAt["open"] = 0;
+    const auto session = openSelected(bench.cameras(), CameraSelector::parse("serial:5").value());
+    ASSERT_FALSE(session.ok());
+    EXPECT_NE(session.error().text.find("serial number 5"), std::string::npos);
+    EXPECT_EQ(session.error().kind, ErrorKind::TIMEOUT);
+}
+
+TEST(ExplainOpenFailure, KnowsTheCauseByTheUsbErrorInTheTrace)
+{
+    struct Row {
+        const char* trace;
+        ErrorKind kind;
+        const char* advice;
+    };
+    constexpr Row ROWS[] = {
+        {"    libusb_open() -> LIBUSB_ERROR_ACCESS\n", ErrorKind::PERMISSION, "udevadm"},
+        {"    libusb_claim_interface() -> LIBUSB_ERROR_BUSY\n", ErrorKind::BUSY, "other program"},
+        {"    libusb_open() -> LIBUSB_ERROR_NO_DEVICE\n", ErrorKind::DEVICE_LOST, "cable"},
+        {"    libusb_bulk_transfer -> LIBUSB_ERROR_NO_MEM\n", ErrorKind::FAILED, "usbfs_memory_mb"},
+        {"    libusb_bulk_transfer -> LIBUSB_ERROR_TIMEOUT\n", ErrorKind::TIMEOUT, "power"},
+        {"", ErrorKind::TIMEOUT, "power"},
+    };
+    for (const Row& row : ROWS) {
+        const Error error = explainOpenFailure(row.trace, -1);
+        EXPECT_EQ(error.kind, row.kind) << row.trace;
+        EXPECT_NE(error.advice.find(row.advice), std::string::npos) << error.advice;
+    }
+}
+
+TEST(TraceCapture, CatchesStandardErrorAndGivesItBack)
+{
+    ::testing::internal::CaptureStderr();
+    std::string caught;
+    {
+        TraceCapture trace;
+        EXPECT_TRUE(VornDebug);
+        (void)std::fputs("inside\n", stderr);
+        caught = trace.finish();
+    }
+    EXPECT_FALSE(VornDebug);
+    (void)std::fputs("after\n", stderr);
+    EXPECT_EQ(caught, "inside\n");
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "after\n");
+}
+
+}  // namespace
