@@ -246,9 +246,13 @@ std::unique_ptr<UsbDevice> makeCamera(const ModelInfo& model, const CameraOption
     const std::string_view family = details.info.family;
     if (family == "STANDARD")
         return makeStandardCamera(details, options, clock, log);
-    if (family == "IIDC")
-        return makeIidcCamera(details, options, clock, log);
-    return nullptr;
+    if (family == "ADVANCED")
+        return makeAdvancedCamera(details, options, clock, log);
+    if (family == "QUICKER")
+        return makeQuickerCamera(details, options, clock, log);
+    if (family == "CLASSIC")
+        return makeClassicCamera(details, options, clock, log);
+    return makeIidcCamera(details, options, clock, log);
 }
 
 }  // namespace vornsim

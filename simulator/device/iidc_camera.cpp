@@ -94,7 +94,6 @@ SensorModel narrowSensor(const CameraModel& model)
     return sensor;
 }
 
-constexpr double ELECTRONS_PER_ADU_AT_0_DB = 55.0;
 constexpr double FULL_SCALE_ADU = 255.0;
 
 }  // namespace
@@ -359,7 +358,7 @@ void IidcDevice::exposeFrame()
     const bool ramp = options_.scene == SceneKind::RAMP;
     SensorModel sensor = sensor_;
     sensor.electronsPerAdu =
-        ELECTRONS_PER_ADU_AT_0_DB / std::pow(10.0, static_cast<double>(features_[GAIN].value) / 20.0);
+        sensor.fullWell / FULL_SCALE_ADU / std::pow(10.0, static_cast<double>(features_[GAIN].value) / 20.0);
     sensor.biasAdu = FULL_SCALE_ADU * static_cast<double>(features_[BRIGHTNESS].value) / 100.0;
     const uint32_t columns = SENSOR_WIDTH / bin;
     const uint32_t rows = SENSOR_HEIGHT / bin;
@@ -381,7 +380,6 @@ CameraTruth IidcDevice::truth() const
     truth.lightSeconds = integration_.lightSeconds;
     truth.darkSeconds = integration_.darkSeconds;
     truth.sensorCelsius = celsius();
-    truth.shutterOpen = true;
     truth.integrating = capture_ == Capture::EXPOSING;
     return truth;
 }

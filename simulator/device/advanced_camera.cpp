@@ -1,0 +1,498 @@
+// SPDX-License-Identifier: MIT
+#include "advanced_camera.h"
+
+#include <algorithm>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "device_bytes.h"
+#include "eight_bit.h"
+#include "family_cameras.h"
+#include "readout_request.h"
+#include "strobed_bus.h"
+
+namespace vornsim {
+namespace {
+
+enum CommandCode : uint8_t {
+    DESCRIBE = 1,
+    PREPARE_SENSOR = 2,
+    PREPARE_EXPOSURE = 4,
+    START_EXPOSURE = 5,
+    READ_OUT = 6,
+    RELAY_1 = 20,
+    RELAY_2 = 21,
+    RELAY_3 = 22,
+    RELAY_4 = 23,
+    RELAYS_OPEN = 24,
+    START_APPLICATION = 44,
+    COOLER_DETAILS = 52,
+    COOLING_STATUS = 53,
+    SENSOR_COUNT = 54,
+    TEMPERATURE = 55,
+    SET_COOLING = 56,
+    WARM_UP = 57,
+    SERIAL_NUMBER = 62,
+    PING = 80,
+    GPIO_STATUS = 130,
+    GPIO_DIRECTION = 131,
+    GPIO_LEVELS = 132,
+    FILTER_STATUS = 135,
+    SET_FILTER = 136,
+    SET_GAIN = 140,
+    GET_GAIN = 141,
+    CLEAR_TIME = 145,
+    KERNEL_PING = 253,
+};
+
+constexpr size_t HEAD_LENGTH = 4;
+constexpr std::array<uint8_t, 3> FRAME_START = {'C', 'M', 'D'};
+
+// The SPI pins and line 0, which holds the controller in reset while it is high.
+constexpr uint8_t SPI_COMMAND_CODE = 2;
+constexpr uint8_t RESET_LINE = 0x01;
+
+constexpr uint8_t STATUS_STARTING = 'B';
+constexpr uint8_t STATUS_UP = 'I';
+
+// Description flags.
+constexpr unsigned FLAG_PREVIEW = 0x0008;
+constexpr unsigned FLAG_SUBSAMPLE = 0x0010;
+constexpr unsigned FLAG_SHUTTER = 0x0080;
+constexpr unsigned FLAG_NO_GUIDE_PORT = 0x0100;
+constexpr unsigned FLAG_GPIO = 0x0200;
+constexpr unsigned FLAG_EIGHT_BIT = 0x0800;
+constexpr unsigned FLAG_FILTER_WHEEL = 0x1000;
+constexpr std::string_view MANUFACTURER = "Vorn";
+
+// Readout flags and modes.
+constexpr uint8_t READ_PREVIEW = 0x01;
+constexpr uint8_t READ_MICROSECONDS = 0x04;
+constexpr uint8_t READ_EIGHT_BIT = 0x20;
+constexpr uint8_t MODE_LONG = 0x43;
+constexpr uint8_t MODE_TIMED = 0x03;
+constexpr unsigned LONGEST_TIMED_MS = 3000;
+
+constexpr size_t LEADING_VALUES = 2;
+constexpr int64_t SPI_BYTE_US = 40;
+constexpr int64_t STARTING_US = 150000;
+constexpr int64_t CLEARING_US = 60000;
+// Firmware before 2 has no command for its clear time; hosts know it.
+constexpr int64_t OLD_CLEAR_TIME_US = 300000;
+constexpr int64_t NEW_CLEAR_TIME_US = 120000;
+constexpr double OFFSET_ADU = 2.0;  // a step of the converter's offset
+
+void appendWide(std::vector<uint8_t>& bytes, std::string_view text)
+{
+    for (const char character : text)
+        appendBe16(bytes, static_cast<uint8_t>(character));
+    appendBe16(bytes, 0);
+}
+
+struct Command {
+    uint8_t code;
+    size_t payloadLength;
+    size_t replyLength;
+    bool early;  // served before the application was started
+};
+constexpr Command COMMANDS[] = {
+    {DESCRIBE, 0, 128, true},
+    {PREPARE_SENSOR, 2, 0, false},
+    {PREPARE_EXPOSURE, 0, 0, false},
+    {START_EXPOSURE, 0, 0, false},
+    {READ_OUT, 16, 0, false},
+    {RELAY_1, 0, 0, false},
+    {RELAY_2, 0, 0, false},
+    {RELAY_3, 0, 0, false},
+    {RELAY_4, 0, 0, false},
+    {RELAYS_OPEN, 0, 0, false},
+    {START_APPLICATION, 0, 0, true},
+    {COOLER_DETAILS, 0, 6, false},
+    {COOLING_STATUS, 0, 8, false},
+    {SENSOR_COUNT, 0, 2, false},
+    {TEMPERATURE, 2, 6, false},
+    {SET_COOLING, 2, 2, false},
+    {WARM_UP, 0, 0, false},
+    {SERIAL_NUMBER, 0, 6, false},
+    {PING, 2, 2, true},
+    {GPIO_STATUS, 0, 4, false},
+    {GPIO_DIRECTION, 2, 0, false},
+    {GPIO_LEVELS, 2, 0, false},
+    {FILTER_STATUS, 0, 8, false},
+    {SET_FILTER, 2, 2, false},
+    {SET_GAIN, 18, 0, false},
+    {GET_GAIN, 0, 16, false},
+    {CLEAR_TIME, 0, 2, true},
+    {KERNEL_PING, 2, 2, true},
+};
+
+std::string nameOf(uint8_t code)
+{
+    return "command " + std::to_string(code);
+}
+
+}  // namespace
+
+AdvancedCamera::AdvancedCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock,
+                               DeviceLog& log)
+    : model_(model),
+      options_(options),
+      clock_(clock),
+      log_(log),
+      sensor_(model, options),
+      cooler_(model.cooler, options.ambientCelsius, clock.nowUs()),
+      wheel_(model.filterCount, clock.nowUs())
+{
+}
+
+void AdvancedCamera::bridgeStarted()
+{
+    output_.clear();
+}
+
+bool AdvancedCamera::understandsWaveform(std::span<const uint8_t> table) const
+{
+    return strobeSettlingClocks(table) >= 1;
+}
+
+void AdvancedCamera::wordsReceived(std::span<const uint8_t> bytes)
+{
+    complain(std::to_string(bytes.size()) + " bytes on the parallel bus, which leads outwards only");
+}
+
+void AdvancedCamera::portChanged(unsigned port, const PortLines& lines)
+{
+    if (port == 0)
+        port_ = lines;
+}
+
+CameraTruth AdvancedCamera::truth() const
+{
+    const int64_t now = clock_.nowUs();
+    CameraTruth truth;
+    truth.lastImage = image_;
+    truth.imageWidth = sensor_.lastWidth();
+    truth.imageHeight = sensor_.lastHeight();
+    truth.frameCount = sensor_.frameCount();
+    truth.lightSeconds = sensor_.lastIntegration().lightSeconds;
+    truth.darkSeconds = sensor_.lastIntegration().darkSeconds;
+    truth.sensorCelsius = cooler_.sensorCelsius(now);
+    truth.coolerPower = cooler_.power(now);
+    truth.integrating = integratingSinceUs_.has_value();
+    truth.filterPosition = wheel_.current(now);
+    truth.filterMoving = wheel_.moving(now);
+    truth.driftX = mount_.driftX(now);
+    truth.driftY = mount_.driftY(now);
+    return truth;
+}
+
+int64_t AdvancedCamera::spiExchange(const SpiSelection& selection, std::span<const uint8_t> out, std::span<uint8_t> in)
+{
+    const int64_t doneAtUs = clock_.nowUs() + static_cast<int64_t>(out.size()) * SPI_BYTE_US;
+    if (selection.subCode != SPI_COMMAND_CODE || (port_.direction & RESET_LINE) == 0 ||
+        (port_.latch & RESET_LINE) != 0) {
+        complain("SPI exchange in the wrong mode or with line 0 not low");
+        return doneAtUs;
+    }
+    if (out.size() == 1) {  // shorter than any command: the host asks how far the application is
+        if (!readyAtUs_)
+            complain("status asked before the application was started");
+        if (!in.empty())
+            in[0] = applicationStatus();
+        return doneAtUs;
+    }
+    if (out.size() < HEAD_LENGTH || !std::equal(FRAME_START.begin(), FRAME_START.end(), out.begin())) {
+        complain("SPI exchange of " + std::to_string(out.size()) + " bytes that is no command");
+        return doneAtUs;
+    }
+    const uint8_t code = out[FRAME_START.size()];
+    const auto* command = std::find_if(std::begin(COMMANDS), std::end(COMMANDS),
+                                       [code](const Command& each) { return each.code == code; });
+    if (command == std::end(COMMANDS)) {
+        complain(nameOf(code) + " is unknown");
+        return doneAtUs;
+    }
+    const size_t wanted = HEAD_LENGTH + command->payloadLength + command->replyLength;
+    if (out.size() != wanted || in.size() != wanted) {
+        complain(nameOf(code) + " in an exchange of " + std::to_string(out.size()) + " bytes, not " +
+                 std::to_string(wanted));
+        return doneAtUs;
+    }
+    if (!command->early && applicationStatus() != STATUS_UP) {
+        complain(nameOf(code) + " before the application is up");
+        return doneAtUs;
+    }
+    if (clock_.nowUs() < busyUntilUs_ && code != KERNEL_PING) {
+        if (code != PING)  // pinging is how a host finds out
+            complain(nameOf(code) + " while the sensor is being cleared");
+        return doneAtUs;
+    }
+    execute(code, out.subspan(HEAD_LENGTH, command->payloadLength),
+            in.subspan(HEAD_LENGTH + command->payloadLength, command->replyLength));
+    return doneAtUs;
+}
+
+void AdvancedCamera::execute(uint8_t code, std::span<const uint8_t> payload, std::span<uint8_t> reply)
+{
+    const int64_t now = clock_.nowUs();
+    std::fill(reply.begin(), reply.end(), uint8_t{0});
+    switch (code) {
+        case KERNEL_PING:
+            std::copy(payload.begin(), payload.end(), reply.begin());
+            break;
+        case PING:
+            reply[0] = payload[0];
+            reply[1] = static_cast<uint8_t>(payload[1] + 1);
+            break;
+        case DESCRIBE: {
+            const std::vector<uint8_t> bytes = description();
+            std::copy_n(bytes.begin(), std::min(bytes.size(), reply.size()), reply.begin());
+            break;
+        }
+        case CLEAR_TIME:
+            if (model_.versionMajor < 2)
+                complain(nameOf(code) + " is unknown to firmware 1");
+            writeBe16(reply, 0, static_cast<unsigned>(clearTimeUs() / 1000));
+            break;
+        case START_APPLICATION:
+            startApplication();
+            break;
+        case SERIAL_NUMBER:
+            writeBe16(reply, 4, serialNumber(model_, options_) & 0xFFFF);
+            break;
+        case SENSOR_COUNT:
+            writeBe16(reply, 0, model_.sensorCount);
+            break;
+        case TEMPERATURE:
+            replyTemperature(readBe16(payload, 0), reply);
+            break;
+        case COOLER_DETAILS:
+            replyCoolerDetails(reply);
+            break;
+        case COOLING_STATUS:
+            replyCoolingStatus(reply);
+            break;
+        case SET_COOLING:
+            setCooling(readBe16(payload, 0), reply);
+            break;
+        case WARM_UP:
+            warmUp();
+            break;
+        case RELAY_1:
+        case RELAY_2:
+        case RELAY_3:
+        case RELAY_4:
+            closeRelay(code - RELAY_1);
+            break;
+        case RELAYS_OPEN:
+            mount_.setRelays(0, now);
+            break;
+        case GPIO_STATUS:
+            replyGpio(reply);
+            break;
+        case GPIO_DIRECTION:
+            gpioDirection_ = readBe16(payload, 0);
+            break;
+        case GPIO_LEVELS:
+            gpioLatch_ = readBe16(payload, 0);
+            break;
+        case FILTER_STATUS:
+            replyFilterStatus(reply);
+            break;
+        case SET_FILTER:
+            reply[1] = wheel_.moveTo(readBe16(payload, 0), now) ? 1 : 0;
+            break;
+        case GET_GAIN: {
+            const AdvancedConverter::Record record = converter_.read();
+            std::copy(record.begin(), record.end(), reply.begin());
+            break;
+        }
+        case SET_GAIN:
+            if (const std::string fault = converter_.update(payload); !fault.empty())
+                complain(fault);
+            break;
+        case PREPARE_SENSOR:
+            if (readBe16(payload, 0) != 0)
+                complain("sensor prepared in mode " + std::to_string(readBe16(payload, 0)));
+            integratingSinceUs_.reset();
+            cleared_ = false;
+            prepared_ = true;
+            break;
+        case PREPARE_EXPOSURE:
+            prepareExposure();
+            break;
+        case START_EXPOSURE:
+            startExposure();
+            break;
+        case READ_OUT:
+            readOut(payload);
+            break;
+        default:
+            break;
+    }
+}
+
+uint8_t AdvancedCamera::applicationStatus() const
+{
+    return readyAtUs_ && clock_.nowUs() >= *readyAtUs_ ? STATUS_UP : STATUS_STARTING;
+}
+
+void AdvancedCamera::startApplication()
+{
+    const int64_t now = clock_.nowUs();
+    readyAtUs_ = now + STARTING_US;
+    wheel_ = FilterWheel(model_.filterCount, now);  // it looks for its first position every time
+    converter_.restart();
+    mount_.setRelays(0, now);
+    prepared_ = cleared_ = false;
+    integratingSinceUs_.reset();
+}
+
+/// | Offset | Size | Description, big-endian                                             |
+/// |--------|------|---------------------------------------------------------------------|
+/// | 0      | 4    | 0, minor version, 0, major version                                  |
+/// | 4      | ...  | model and manufacturer, a character in the low byte of each unit,   |
+/// |        |      | each ended by a unit of 0                                           |
+/// | next   | 16   | flags, columns, rows, pixel width and height in 0.01 micrometre,    |
+/// |        |      | highest binnings, well capacity                                     |
+std::vector<uint8_t> AdvancedCamera::description() const
+{
+    std::vector<uint8_t> bytes = {0, model_.versionMinor, 0, model_.versionMajor};
+    appendWide(bytes, model_.info.name);
+    appendWide(bytes, MANUFACTURER);
+    appendBe16(bytes, FLAG_PREVIEW | FLAG_SUBSAMPLE | (model_.shutter ? FLAG_SHUTTER : 0) |
+                          (model_.guidePort ? 0 : FLAG_NO_GUIDE_PORT) | (model_.gpio ? FLAG_GPIO : 0) |
+                          (model_.eightBit ? FLAG_EIGHT_BIT : 0) | (model_.filterCount > 0 ? FLAG_FILTER_WHEEL : 0));
+    appendBe16(bytes, model_.describedX);
+    appendBe16(bytes, model_.describedY);
+    appendBe16(bytes, model_.pixelSizeX);
+    appendBe16(bytes, model_.pixelSizeY);
+    appendBe16(bytes, model_.maxBinX);
+    appendBe16(bytes, model_.maxBinY);
+    appendBe16(bytes, model_.wellCapacity);
+    return bytes;
+}
+
+int64_t AdvancedCamera::clearTimeUs() const
+{
+    return model_.versionMajor < 2 ? OLD_CLEAR_TIME_US : NEW_CLEAR_TIME_US;
+}
+
+void AdvancedCamera::prepareExposure()
+{
+    if (!std::exchange(prepared_, false))
+        complain("exposure prepared before the sensor");
+    cleared_ = true;
+    busyUntilUs_ = clock_.nowUs() + CLEARING_US;
+}
+
+void AdvancedCamera::startExposure()
+{
+    if (!std::exchange(cleared_, false))
+        complain("exposure started without preparation");
+    integratingSinceUs_ = clock_.nowUs();
+    note("exposure started");
+}
+
+/// | Offset | Size | Payload, big-endian                                                   |
+/// |--------|------|-----------------------------------------------------------------------|
+/// | 0      | 2    | duration of a timed exposure in ms or, by flag, us; else 0            |
+/// | 2      | 4    | binning in x and y                                                    |
+/// | 6      | 8    | first column and row, width and height in sensor pixels               |
+/// | 14     | 1    | flags: 0x01 preview, 0x04 duration in us, 0x20 8-bit samples          |
+/// | 15     | 1    | 0x43: end the running exposure; 0x03: expose by the camera's own clock |
+void AdvancedCamera::readOut(std::span<const uint8_t> payload)
+{
+    const unsigned duration = readBe16(payload, 0);
+    const Region region{.x = readBe16(payload, 6),
+                        .y = readBe16(payload, 8),
+                        .width = readBe16(payload, 10),
+                        .height = readBe16(payload, 12),
+                        .binX = readBe16(payload, 2),
+                        .binY = readBe16(payload, 4)};
+    const uint8_t flags = payload[14];
+    const uint8_t mode = payload[15];
+    const bool microseconds = (flags & READ_MICROSECONDS) != 0;
+    const bool eightBit = (flags & READ_EIGHT_BIT) != 0;
+    output_.clear();
+
+    if ((flags & ~(READ_PREVIEW | READ_MICROSECONDS | READ_EIGHT_BIT)) != 0)
+        complain("readout with unknown flags " + std::to_string(flags));
+    if (eightBit && !model_.eightBit)
+        complain("8-bit readout of a camera that has none");
+    if (const std::string fault = readoutFault(model_, region); !fault.empty())
+        complain(fault);
+    if (!canRead(model_, region))
+        return;
+
+    const int64_t now = clock_.nowUs();
+    int64_t begin = now;
+    int64_t exposedAtUs = now;
+    const std::optional<int64_t> since = std::exchange(integratingSinceUs_, std::nullopt);
+    if (mode == MODE_LONG) {
+        if (duration != 0 || microseconds)
+            complain("readout of a running exposure with a duration");
+        if (!since) {
+            complain("readout without an exposure");
+            return;
+        }
+        // The registers that carry the charge out are cleared first; meanwhile the pixels go on collecting.
+        begin = *since;
+        exposedAtUs = now + clearTimeUs();
+    } else if (mode == MODE_TIMED) {
+        if (duration < 1 || (!microseconds && duration > LONGEST_TIMED_MS))
+            complain("timed exposure of " + std::to_string(duration) + (microseconds ? " us" : " ms"));
+        if (since)
+            note("a timed exposure ends the running one");
+        exposedAtUs = now + int64_t{duration} * (microseconds ? 1 : 1000);
+    } else {
+        complain("readout in mode " + std::to_string(mode));
+        return;
+    }
+    const AdvancedConverter::Setting& setting = converter_.setting((flags & READ_PREVIEW) != 0);
+    const SensorModel base = sensorModel(model_);
+    sensor_.setConverter(base.electronsPerAdu / AdvancedConverter::amplification(setting.gain),
+                         std::max(0.0, base.biasAdu + OFFSET_ADU * (static_cast<double>(setting.offset) - 256.0)));
+    Integration integration;
+    integration.darkSeconds = static_cast<double>(exposedAtUs - begin) * 1e-6;
+    integration.lightSeconds = integration.darkSeconds;
+    integration.celsius = cooler_.sensorCelsius(now);
+    integration.driftX = (mount_.driftX(begin) + mount_.driftX(exposedAtUs)) / 2;
+    integration.driftY = (mount_.driftY(begin) + mount_.driftY(exposedAtUs)) / 2;
+    sendImage(region, integration, eightBit, exposedAtUs);
+}
+
+void AdvancedCamera::sendImage(const Region& region, const Integration& integration, bool eightBit, int64_t firstAtUs)
+{
+    uint32_t columns = (region.width + region.binX - 1) / region.binX;
+    if (eightBit)
+        columns += columns % 2;  // a row ends with a whole bus word
+    const uint32_t rows = region.height / region.binY;
+    image_ = sensor_.expose(integration, region, columns, rows);
+    std::vector<uint8_t> bytes;
+    if (eightBit) {
+        const bool ramp = options_.scene == SceneKind::RAMP;
+        std::transform(image_.begin(), image_.end(), image_.begin(),
+                       [ramp](uint16_t value) { return ramp ? foldedRamp(value) : static_cast<uint16_t>(value >> 8); });
+        bytes.assign(LEADING_VALUES, 0xFF);
+        bytes.insert(bytes.end(), image_.begin(), image_.end());
+    } else {
+        bytes.assign(LEADING_VALUES * 2, 0xFF);
+        bytes.reserve(bytes.size() + image_.size() * 2);
+        for (const uint16_t value : image_)
+            appendLe16(bytes, value);
+    }
+    output_.send(std::move(bytes), firstAtUs, 1000000000 / std::max<int64_t>(model_.pixelsPerSecond, 1));
+    note("frame of " + std::to_string(columns) + " x " + std::to_string(rows) + " after " +
+         std::to_string(integration.darkSeconds) + " s");
+}
+
+std::unique_ptr<SimulatedCamera> makeAdvancedCamera(const CameraModel& model, const CameraOptions& options,
+                                                    const Clock& clock, DeviceLog& log)
+{
+    return std::make_unique<Fx2Camera>(model.info.productId, makeEeprom(model, options),
+                                       std::make_unique<AdvancedCamera>(model, options, clock, log), clock, log);
+}
+
+}  // namespace vornsim

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "accessory_models.h"
+#include "bus_output.h"
+#include "quicker_converter.h"
+#include "simulated_camera.h"
+#include "simulated_sensor.h"
+
+namespace vornsim {
+
+/// The electronics of a QUICKER camera. There is no controller that takes commands: the host writes 12-bit registers
+/// over SPI (register number in the top four bits of two bytes) and watches line 4, which is high while a frame is
+/// made. Then the frame memory offers one dummy word and the whole binned frame; regions are the host's business. With
+/// precharge pairs each pixel is two words, reset level and signal level.
+///
+/// | Register | Content                                                                               |
+/// |----------|---------------------------------------------------------------------------------------|
+/// | 2        | bits 3:0 guide relays; bits 11:4 what the next start does                             |
+/// | 5        | starts it; the value is a duration in units of 1024 / 3 us where there is one         |
+/// | 8        | bits 11:8 vertical, 7:4 horizontal binning less one; in force when written twice      |
+class QuickerCamera final : public CameraApplication {
+public:
+    /// @p clock and @p log must outlive the camera.
+    QuickerCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock, DeviceLog& log);
+
+    void bridgeStarted() override;
+    bool understandsWaveform(std::span<const uint8_t> table) const override;
+    OfferedWords offeredWords(int64_t nowUs) override { return output_.offered(nowUs); }
+    void wordsTaken(size_t byteCount) override { output_.taken(byteCount); }
+    void wordsReceived(std::span<const uint8_t> bytes) override;
+    int64_t spiExchange(const SpiSelection& selection, std::span<const uint8_t> out, std::span<uint8_t> in) override;
+    void portChanged(unsigned port, const PortLines& lines) override;
+    uint8_t portInputs(unsigned port) override;
+    CameraTruth truth() const override;
+
+private:
+    enum class Phase { IDLE, CLEARING, INTEGRATING };
+
+    void writeRegister(unsigned number, unsigned value);
+    void setBinning(unsigned value);
+    void start(unsigned argument);
+    void endExposure(int64_t beginUs, int64_t endUs);
+    std::vector<uint8_t> frameWords();
+    void complain(const std::string& text) { log_.complain("camera: " + text); }
+    void note(const std::string& text) { log_.note("camera: " + text); }
+
+    CameraModel model_;
+    const Clock& clock_;
+    DeviceLog& log_;
+    double ambientCelsius_;
+    SimulatedSensor sensor_;
+    GuidedMount mount_;
+    QuickerConverter converter_;
+    BusOutput output_;
+    PortLines port_;  // lines 0 to 7
+
+    bool reset_ = false;  // line 1 was pulsed since the bridge was started
+    unsigned control_ = 0;
+    unsigned binning_ = 0;        // register 8 as last written
+    unsigned binningWrites_ = 0;  // how often in a row
+    Phase phase_ = Phase::IDLE;
+    int64_t integratingSinceUs_ = 0;
+    int64_t busyUntilUs_ = 0;      // line 4 is high
+    std::vector<uint16_t> image_;  // as a host sees it
+};
+
+}  // namespace vornsim
