@@ -1,0 +1,183 @@
+// SPDX-License-Identifier: MIT
+#include <cmath>
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include "opened_camera.h"
+#include "trace_capture.h"
+
+namespace {
+
+using vorntest::BusCall;
+using vorntest::OpenedCamera;
+using vorntest::Steps;
+
+TEST(StartExposure, StandardSendsItsCommandsInOrder)
+{
+    struct {
+        const char* label;
+        bool hasShutter;
+        bool dark;
+        const char* shutter;  ///< payload, null when the shutter is not touched
+    } const CASES[] = {
+        {"without a shutter", false, false, nullptr},
+        {"without a shutter, dark", false, true, nullptr},
+        {"shutter opens", true, false, "09 00 01 00"},
+        {"shutter stays closed", true, true, "09 00 00 00"},
+    };
+    for (const auto& row : CASES) {
+        OpenedCamera standard;
+        standard.camera.hasShutter = row.hasShutter;
+        EXPECT_TRUE(standard.camera.setDarkFrameMode(row.dark));
+        Steps whole;
+        whole.command("02 00 00 00").command("04 00").command("05 00");
+        if (row.shutter != nullptr)
+            whole.pause(500000).command(row.shutter);
+        for (size_t failing = 0; failing <= whole.size(); failing++) {
+            if (failing < whole.size() && !whole[failing].call.countable())
+                continue;
+            SCOPED_TRACE(std::string(row.label) + ", failing step " + std::to_string(failing + 1));
+            const bool ok = failing == whole.size();
+            standard.usb.clear();
+            standard.usb.append(whole, 0, failing + 1);
+            if (!ok)
+                standard.usb.fails();
+            standard.camera.exposureStarted = !ok;
+            standard.camera.imageReady = true;
+            EXPECT_EQ(standard.camera.startExposure(true), ok);
+            EXPECT_TRUE(standard.usb.done());
+            EXPECT_EQ(standard.camera.exposureStarted, ok);
+            EXPECT_FALSE(standard.camera.imageReady);
+            EXPECT_TRUE(standard.camera.ampRequested);
+            EXPECT_EQ(standard.error(), "Failed to start exposure");
+            EXPECT_TRUE(standard.lockFree());
+        }
+    }
+}
+
+TEST(StartExposure, IsRefusedWhereThereAreNoLongExposures)
+{
+    OpenedCamera iidc(IIDC);
+    vorntest::TraceCapture trace;
+    EXPECT_FALSE(iidc.camera.startExposure(false));
+    EXPECT_EQ(iidc.error(), "Failed to start exposure");
+    EXPECT_TRUE(trace.has("    long exposures are unsupported with VORN XR"));
+    OpenedCamera unknown(static_cast<CAMERA_TYPE>(6));
+    EXPECT_FALSE(unknown.camera.startExposure(false));
+    EXPECT_TRUE(unknown.lockFree());
+}
+
+TEST(AbortExposure, ClosesTheShutterOfStandardCamerasOnly)
+{
+    struct {
+        const char* label;
+        CAMERA_TYPE type;
+        bool hasShutter;
+        bool commandFails;
+        bool ok;
+        const char* error;
+    } const CASES[] = {
+        {"shutter", STANDARD, true, false, true, "No error"},
+        {"shutter does not answer: text unchanged", STANDARD, true, true, false, "No error"},
+        {"no shutter", STANDARD, false, false, true, "No error"},
+        {"classic", CLASSIC, true, false, true, "No error"},
+        {"quicker", QUICKER, true, false, true, "No error"},
+        {"iidc", IIDC, true, false, true, "No error"},
+        {"advanced", ADVANCED, true, false, true, "No error"},
+        {"unknown", static_cast<CAMERA_TYPE>(6), true, false, false, "Unsupported operation"},
+    };
+    for (const auto& row : CASES) {
+        SCOPED_TRACE(row.label);
+        OpenedCamera opened(row.type);
+        opened.camera.hasShutter = row.hasShutter;
+        opened.camera.exposureStarted = opened.camera.imageReady = true;
+        if (row.type == STANDARD && row.hasShutter)
+            opened.usb.command("09 00 00 00");
+        if (row.commandFails)
+            opened.usb.cut(1).fails();
+        EXPECT_EQ(opened.camera.abortExposure(), row.ok);
+        EXPECT_TRUE(opened.usb.done());
+        EXPECT_EQ(opened.error(), row.error);
+        EXPECT_FALSE(opened.camera.exposureStarted || opened.camera.imageReady);
+        EXPECT_TRUE(opened.lockFree());
+    }
+}
+
+TEST(AbortExposure, MakesALongReadoutOutOfSequence)
+{
+    OpenedCamera standard;
+    standard.usb.command("02 00 00 00").command("04 00").command("05 00");
+    EXPECT_TRUE(standard.camera.startExposure(false));
+    EXPECT_TRUE(standard.camera.abortExposure());
+    EXPECT_FALSE(standard.camera.readCCD(0, 0, 1, 1, 1, 1));
+    EXPECT_EQ(standard.error(), "Operation out of sequence");
+}
+
+TEST(Delay, SubtractsWhatTheReadoutItselfTakes)
+{
+    struct {
+        CAMERA_TYPE type;
+        double seconds;
+        unsigned microseconds;
+    } const CASES[] = {
+        {QUICKER, 0.5, 400000},
+        {QUICKER, 0.1, 0},
+        {QUICKER, 0.100001, 1},
+        {QUICKER, 0.05, 0},
+        {CLASSIC, 1.0, 0},
+        {CLASSIC, 2.0, 0},
+        {CLASSIC, 3.0, 1000000},
+        {ADVANCED, 0.3, 0},
+        {ADVANCED, 0.5, 200000},
+        {STANDARD, 2.0, 2000000},
+        {STANDARD, 0.0000019, 1},  // truncated
+        {IIDC, 2.0, 2000000},
+        {STANDARD, 0.0, 0},
+        {STANDARD, 2147.0, 2147000000},
+        {static_cast<CAMERA_TYPE>(6), 1.0, 1000000},
+        {STANDARD, 3000.0, 3000000000U},
+        {STANDARD, 5000.0, 4294967295U},
+        {STANDARD, std::nan(""), 0},
+    };
+    for (const auto& row : CASES) {
+        OpenedCamera opened(row.type);
+        opened.camera.vregClearTime = 300000;
+        EXPECT_EQ(opened.camera.delay(row.seconds), row.microseconds) << "type " << row.type << ", " << row.seconds;
+    }
+}
+
+TEST(ImageSize, OnlyTheWidthOfAdvancedCamerasRoundsUp)
+{
+    struct {
+        CAMERA_TYPE type;
+        bool eightBit;
+        unsigned size;
+        unsigned bin;
+        unsigned width;
+        unsigned height;
+    } const CASES[] = {
+        {STANDARD, false, 1001, 2, 500, 500},
+        {STANDARD, true, 1001, 2, 500, 500},
+        {CLASSIC, false, 1001, 2, 500, 500},
+        {QUICKER, false, 1001, 2, 500, 500},
+        {IIDC, false, 1001, 2, 500, 500},
+        {ADVANCED, false, 1001, 2, 501, 500},
+        {ADVANCED, true, 1001, 2, 502, 500},
+        {ADVANCED, true, 1000, 2, 500, 500},
+        {ADVANCED, false, 1000, 3, 334, 333},
+        {ADVANCED, true, 7, 7, 2, 1},
+        {STANDARD, false, 2, 3, 0, 0},
+        {ADVANCED, false, 1, 1, 1, 1},
+        {ADVANCED, false, 0xFFFFFFFF, 2, 0, 0x7FFFFFFF},  // the sum wraps
+    };
+    for (const auto& row : CASES) {
+        SCOPED_TRACE(testing::Message() << "type " << row.type << ", " << row.size << " / " << row.bin);
+        OpenedCamera opened(row.type);
+        opened.camera.eightBitMode = row.eightBit;
+        EXPECT_EQ(opened.camera.imageWidth(row.size, row.bin), row.width);
+        EXPECT_EQ(opened.camera.imageHeight(row.size, row.bin), row.height);
+    }
+}
+
+}  // namespace
