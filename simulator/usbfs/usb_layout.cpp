@@ -51,15 +51,10 @@ std::optional<UsbLayout> parseDescriptors(std::span<const uint8_t> bytes)
     layout.deviceClass = bytes[4];
     layout.subClass = bytes[5];
     layout.protocol = bytes[6];
-    layout.controlPacketSize = bytes[7];
     layout.vendorId = getLe16(bytes, 8);
     layout.productId = getLe16(bytes, 10);
     layout.release = getLe16(bytes, 12);
-    layout.configurationCount = bytes[17];
-    layout.interfaceCount = rest[4];
     layout.configurationValue = rest[5];
-    layout.attributes = rest[7];
-    layout.maxPower = rest[8];
 
     rest = rest.subspan(CONFIGURATION_LENGTH);
     while (rest.size() >= 2 && rest[0] >= 2 && rest[0] <= rest.size()) {

@@ -26,12 +26,7 @@ struct UsbLayout {
     uint8_t deviceClass = 0;
     uint8_t subClass = 0;
     uint8_t protocol = 0;
-    uint8_t controlPacketSize = 0;
-    uint8_t configurationCount = 0;
     uint8_t configurationValue = 0;  ///< bConfigurationValue of the first configuration
-    uint8_t interfaceCount = 0;
-    uint8_t attributes = 0;  ///< bmAttributes of the first configuration
-    uint8_t maxPower = 0;    ///< in units of 2 mA
     std::vector<AlternateSetting> settings;
 
     /// @return the setting, or null when the descriptors have none such.

@@ -2,14 +2,13 @@
 // A host program as others write them: plain libusb-1.0, no knowledge of simulators. It runs the checks that it is told
 // to on the loopback device with the given product id, prints what did not come out as expected, and exits 1 then.
 #include <libusb.h>
-#include <unistd.h>
 
 #include <array>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <thread>
 #include <vector>
@@ -64,6 +63,7 @@ public:
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
+    libusb_context* context() { return context_; }
     libusb_device_handle* handle() { return handle_; }
     int claim() { return libusb_claim_interface(handle_, 0); }
     int vendor(uint8_t request, unsigned value, unsigned index = 0)
@@ -186,6 +186,33 @@ void errors(uint16_t productId)
     checkEqual(device.vendor(0xB0, 0), LIBUSB_ERROR_NO_DEVICE, "control request to an unplugged device");
 }
 
+/// The host's own context hears that the device is gone.
+void unplug(uint16_t productId)
+{
+    Device device(productId, true);
+    bool heard = false;
+    const auto onLeft = [](libusb_context*, libusb_device*, libusb_hotplug_event, void* flag) {
+        *static_cast<bool*>(flag) = true;
+        return 1;
+    };
+    checkEqual(libusb_hotplug_register_callback(device.context(), LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0, 0x1234,
+                                                productId, LIBUSB_HOTPLUG_MATCH_ANY, onLeft, &heard, nullptr),
+               0, "ask for news");
+    checkEqual(device.vendor(0xB1, 4), 0, "order an unplug");
+    std::vector<uint8_t> bytes(512);
+    int moved = 0;
+    checkEqual(device.bulk(0x88, bytes, 1000, moved), LIBUSB_ERROR_NO_DEVICE, "read");
+    for (const double startMs = nowMs(); !heard && nowMs() - startMs < 5000;) {
+        timeval pause{0, 10000};
+        (void)libusb_handle_events_timeout(device.context(), &pause);
+    }
+    check(heard, "news of the unplug");
+    libusb_device** devices = nullptr;
+    const ssize_t count = libusb_get_device_list(device.context(), &devices);
+    checkEqual(count, 2, "devices left: the other one and the root hub");
+    libusb_free_device_list(devices, 1);
+}
+
 void busy(uint16_t productId)
 {
     Device holder(productId, true);
@@ -197,8 +224,6 @@ void busy(uint16_t productId)
     Device free(static_cast<uint16_t>(productId + 1), true);  // the neighbour is not affected
     checkEqual(libusb_release_interface(holder.handle(), 0), 0, "release");
     Device next(productId, true);
-    if (fork() == 0)
-        std::raise(SIGKILL);  // a child that dies takes nothing of its parent's with it
     checkEqual(holder.claim(), LIBUSB_ERROR_BUSY, "claim after it was given away");
 }
 
@@ -240,6 +265,8 @@ int main(int argc, char** argv)
         waiting(productId);
     else if (what == "errors")
         errors(productId);
+    else if (what == "unplug")
+        unplug(productId);
     else if (what == "busy")
         busy(productId);
     else if (what == "bench")
