@@ -382,7 +382,7 @@ int64_t AdvancedCamera::clearTimeUs() const
 void AdvancedCamera::prepareExposure()
 {
     if (!std::exchange(prepared_, false))
-        complain("exposure prepared before the sensor");
+        return complain("exposure prepared before the sensor");
     cleared_ = true;
     busyUntilUs_ = clock_.nowUs() + CLEARING_US;
 }
@@ -390,7 +390,7 @@ void AdvancedCamera::prepareExposure()
 void AdvancedCamera::startExposure()
 {
     if (!std::exchange(cleared_, false))
-        complain("exposure started without preparation");
+        return complain("exposure started without preparation");
     integratingSinceUs_ = clock_.nowUs();
     note("exposure started");
 }
