@@ -46,11 +46,11 @@ void copyBytes(benchmark::State& state, uint64_t bytes)
     touched(state, bytes);
 }
 
-constexpr uint64_t CROP_BYTES = PIXELS * 4;        // a value in, a value out
-constexpr uint64_t PRECHARGE_BYTES = PIXELS * 6;   // a pair in, a value out
-constexpr uint64_t HIGH_BYTE_BYTES = PIXELS * 3;   // a byte in, a value out
-constexpr uint64_t WIDEN_BYTES = PIXELS * 3;       // a byte in, a value out
-constexpr uint64_t DROP_BYTES = PIXELS * 4;        // a value in, a value out
+constexpr uint64_t CROP_BYTES = PIXELS * 4;       // a value in, a value out
+constexpr uint64_t PRECHARGE_BYTES = PIXELS * 6;  // a pair in, a value out
+constexpr uint64_t HIGH_BYTE_BYTES = PIXELS * 3;  // a byte in, a value out
+constexpr uint64_t WIDEN_BYTES = PIXELS * 3;      // a byte in, a value out
+constexpr uint64_t DROP_BYTES = PIXELS * 4;       // a value in, a value out
 
 void CropRows(benchmark::State& state)
 {
