@@ -133,9 +133,11 @@ int packCommand(int argc, char** argv)
         ->required();
     auto* source = app.add_option("-o,--output", options.sourcePath, "C++ source to write, defines FIRMWARE");
     auto* table = app.add_option("--binary-out", options.tablePath, "file for the 18146 bytes of the table");
-    app.add_option("--format", options.format, "what INPUT is: auto, ihex, binary, records or table [auto]")
-        ->transform(CLI::Transformer(formats))
-        ->type_name("FORMAT");
+    std::string formatName = "auto";
+    app.add_option("--format", formatName, "what INPUT is; auto looks at its content")
+        ->check(CLI::IsMember({"auto", "ihex", "binary", "records", "table"}))
+        ->type_name("")
+        ->capture_default_str();
     try {
         app.parse(argc, argv);
         if (source->empty() && table->empty())
@@ -145,6 +147,7 @@ int packCommand(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : EXIT_USAGE;
     }
+    options.format = formats.at(formatName);
     return run(options);
 }
 

@@ -91,6 +91,7 @@ TEST(Pack, RefusesWithOneClearLine)
     otherTimer[0x2B] = 0x32;
     Bytes runaway(18146, 0xFF);
     runaway.back() = 0;
+    const Bytes endless(18146, 40);  // 422 records of 43 bytes fill the table to its last byte
     Bytes joined = IDLE_RECORDS;
     joined.push_back(7);
 
@@ -109,7 +110,7 @@ TEST(Pack, RefusesWithOneClearLine)
         {Format::BINARY, first(dumpWith({}), 0x2D), "nothing at 0x002D"},
         {Format::INTEL_HEX, {}, "no end record"},
         {Format::AUTO, bytesOf(IDLE_HEX.substr(0, IDLE_HEX.size() - 12)), "no end record"},
-        {Format::AUTO, bytesOf(hexWith(":01000B0032C3")), "line 1 has a wrong checksum"},
+        {Format::AUTO, bytesOf(hexWith(":01000B003242")), "line 1 has a wrong checksum"},
         {Format::AUTO, bytesOf(hexWith(":01000B0032C")), "line 1 has an odd number"},
         {Format::AUTO, bytesOf(hexWith(":01000B00G2C2")), "line 1 contains something"},
         {Format::AUTO, bytesOf(hexWith(":01")), "line 1 is too short"},
@@ -130,6 +131,7 @@ TEST(Pack, RefusesWithOneClearLine)
         {Format::RECORDS, {2, 0xFF, 0xFF, 0x00, 0x00}, "record 1 is refused: a byte at 0xFFFF"},
         {Format::TABLE, first(idleTable(), 18145), "has 18146 bytes, this has 18145"},
         {Format::TABLE, runaway, "run past the end of the table after record 70"},
+        {Format::TABLE, endless, "run past the end of the table after record 422"},
     };
     for (const auto& c : cases) {
         const Result<Table> result = pack(c.input, c.format);

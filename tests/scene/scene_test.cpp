@@ -48,13 +48,14 @@ double mean(const std::vector<uint16_t>& values)
     return sum / static_cast<double>(values.size());
 }
 
-/// Variance of a pixel's noise, from two frames that differ in nothing else.
-double noiseVariance(const std::vector<uint16_t>& a, const std::vector<uint16_t>& b)
+/// Covariance of the noise of pixels @p distance apart, their variance for 0, from two frames that differ in nothing
+/// else.
+double noiseCovariance(const std::vector<uint16_t>& a, const std::vector<uint16_t>& b, size_t distance)
 {
-    double squares = 0.0;
-    for (size_t i = 0; i < a.size(); ++i)
-        squares += (a[i] - b[i]) * (a[i] - b[i]);
-    return squares / 2.0 / static_cast<double>(a.size());
+    double products = 0.0;
+    for (size_t i = distance; i < a.size(); ++i)
+        products += (a[i] - b[i]) * (a[i - distance] - b[i - distance]);
+    return products / 2.0 / static_cast<double>(a.size() - distance);
 }
 
 TEST(Expose, ChargeFollowsTimeAndTemperature)
@@ -102,7 +103,9 @@ TEST(Expose, NoiseIsThatOfElectronsAndOneReading)
         const auto second = wholeFrame(sensor, next, c.bin);
         const double electrons = (mean(first) - 1000.0) * 0.5;
         const double expected = (electrons + 8.0 * 8.0) / (0.5 * 0.5);
-        EXPECT_NEAR(noiseVariance(first, second) / expected, 1.0, 0.06) << c.label;
+        EXPECT_NEAR(noiseCovariance(first, second, 0) / expected, 1.0, 0.06) << c.label;
+        EXPECT_NEAR(noiseCovariance(first, second, 1) / expected, 0.0, 0.06) << c.label << ", neighbours";
+        EXPECT_NEAR(noiseCovariance(first, second, sensor.width / c.bin) / expected, 0.0, 0.06) << c.label << ", rows";
     }
 }
 
@@ -112,11 +115,12 @@ TEST(Expose, RegionHoldsThePixelsOfTheWholeFrame)
     sensor.width = 320;
     sensor.height = 240;
     sensor.colour = true;
-    const Integration integration = {.lightSeconds = 30, .darkSeconds = 31, .driftX = 0.3, .driftY = -2.7};
+    const Integration integration = {.lightSeconds = 300, .darkSeconds = 301, .driftX = 0.3, .driftY = -2.7};
     const auto whole = wholeFrame(sensor, integration);
     EXPECT_EQ(whole, wholeFrame(sensor, integration)) << "two calls";
     EXPECT_NE(whole, wholeFrame(sensor, integration, 1, 2)) << "another seed";
-    const Region regions[] = {{0, 0, 33, 17}, {287, 223, 33, 17}, {101, 50, 64, 64}, {319, 0, 1, 240}};
+    const Region regions[] = {{0, 0, 33, 17},    {287, 223, 33, 17}, {101, 50, 64, 64},
+                              {150, 60, 41, 40}, {0, 150, 320, 38},  {319, 0, 1, 240}};
     for (const Region& region : regions) {
         const auto part = Scene(1).expose(sensor, integration, region, region.width, region.height);
         std::vector<uint16_t> expected;
@@ -183,6 +187,9 @@ TEST(Expose, SaturatesAtTheWellAndAtTheConverter)
         const auto values = wholeFrame(sensor, {.darkSeconds = 10}, c.bin);
         EXPECT_EQ(values, std::vector<uint16_t>(values.size(), c.expected)) << c.expected;
     }
+    sensor.bits = 16;
+    EXPECT_EQ(Scene(1).expose(sensor, {.darkSeconds = 10}, {319, 0, 2, 1, 2, 1}, 1, 1)[0], 30100)
+        << "a cell with one pixel on the sensor: each pixel has its own well";
     EXPECT_LT(mean(wholeFrame(quietSensor(), {})), 1.0) << "values below 0 are cut";
 }
 
@@ -263,10 +270,10 @@ TEST(PaintSky, DriftMovesTheStars)
 {
     const SensorModel sensor = quietSensor();
     Integration drifted = light(10.0);
-    drifted.driftX = 7.0;
+    drifted.driftX = -300.0;
     drifted.driftY = -130.0;
     const LightPlane still = skyOf(sensor, light(10.0), 200, 200, 64, 64);
-    EXPECT_EQ(skyOf(sensor, drifted, 207, 70, 64, 64).electrons, still.electrons);
+    EXPECT_EQ(skyOf(sensor, drifted, -100, 70, 64, 64).electrons, still.electrons);
 
     // Half a pixel: the brightest star's centre of light moves by as much.
     const LightPlane wide = skyOf(sensor, light(10.0));
