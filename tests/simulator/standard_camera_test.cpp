@@ -66,7 +66,7 @@ struct Session {
         command(2, {1, 0});
         command(9, {0, 0});
         readOut(0, 0x0043);
-        return values(40 * 30);
+        return values(1200);
     }
     std::vector<uint16_t> values(size_t count)
     {
@@ -218,7 +218,7 @@ TEST(StandardCamera, RegionAndBinningTakeTheRightPixels)
         s.expose();
         s.readOut(20000, 0x0443, bin);
         const uint32_t width = 40U / bin;
-        const std::vector<uint16_t> image = s.values(width * (30U / bin));
+        const std::vector<uint16_t> image = s.values(size_t{width} * (30U / bin));
         ASSERT_EQ(image.size(), width * (30U / bin));
         EXPECT_EQ(image.front(), 3 * 256 + 5) << unsigned{bin};
         EXPECT_EQ(image[width + 2], (3 + bin) * 256 + 5 + 2 * bin) << unsigned{bin};
@@ -277,7 +277,7 @@ TEST(StandardCamera, ReadsOutAtThePaceOfItsConverter)
         s.expose();
         s.command(6, hex("01 00 01 00 01 00 00 00 00 00 70 05 10 04 43") + Bytes{uint8_t{preview}});
         const int64_t start = s.clock.nowUs();
-        EXPECT_EQ(s.values(1392 * 1040).size(), 1392U * 1040U);
+        EXPECT_EQ(s.values(1447680).size(), 1392U * 1040U);
         // 1.45 million pixels at 2 (preview 4) million a second
         EXPECT_NEAR(static_cast<double>(s.clock.nowUs() - start) * 1e-6, preview ? 0.38 : 0.745, 0.01);
     }
