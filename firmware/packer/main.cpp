@@ -136,7 +136,7 @@ int packCommand(int argc, char** argv)
     std::string formatName = "auto";
     app.add_option("--format", formatName, "what INPUT is; auto looks at its content")
         ->check(CLI::IsMember({"auto", "ihex", "binary", "records", "table"}))
-        ->type_name("")
+        ->type_name("FORMAT")
         ->capture_default_str();
     try {
         app.parse(argc, argv);
