@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <memory>
+
+#include <gtest/gtest.h>
+
+#include "camera_catalogue.h"
+#include "lifecycle/camera_impl.h"
+#include "simulated.h"
+
+namespace vorntest {
+
+/// A closed camera object whose device is simulated, in virtual time. Programs that use it link vornsim_device.
+/// Reset the bus before the first one.
+struct SimulatedCamera {
+    /// @param name display name of the model, "Vorn K12"
+    explicit SimulatedCamera(const char* name, vornsim::SceneKind scene = vornsim::SceneKind::RAMP)
+        : model(vornsim::findModel(name)),
+          simulated(vornsim::makeCamera(*model, {.seed = 7, .scene = scene}, clock, log)),
+          usb(*simulated),
+          device(model->productId, usb),
+          camera(&device, model->name, type())
+    {
+    }
+
+    /// @return the family as the library numbers it.
+    CAMERA_TYPE type() const
+    {
+        const std::string family = model->family;
+        return family == "CLASSIC"    ? CLASSIC
+               : family == "STANDARD" ? STANDARD
+               : family == "QUICKER"  ? QUICKER
+               : family == "IIDC"     ? IIDC
+                                      : ADVANCED;
+    }
+    /// @return whether nobody holds the camera's lock.
+    bool lockFree()
+    {
+        if (pthread_mutex_trylock(&camera.mutex) != 0)
+            return false;
+        (void)pthread_mutex_unlock(&camera.mutex);
+        return true;
+    }
+    /// Fails the test for everything the simulated firmware could not understand.
+    void expectNoComplaints() const
+    {
+        for (const std::string& complaint : log.complaints)
+            ADD_FAILURE() << model->name << " complains: " << complaint;
+    }
+
+    const vornsim::ModelInfo* model;
+    BusClock clock;
+    CollectedLog log;
+    std::unique_ptr<vornsim::UsbDevice> simulated;
+    SimulatedUsb usb;
+    libusb_device device;
+    VornCameraImpl camera;
+};
+
+}  // namespace vorntest
