@@ -58,7 +58,7 @@ Error permissionError(const std::vector<UsbNode>& nodes)
     std::ostringstream advice;
     for (const UsbNode& node : nodes) {
         const std::string access = node.access();
-        if (!access.empty())
+        if (!access.empty() && !node.usable())
             advice << "Its device node " << node.path << " belongs to " << access << ".\n";
     }
     advice << "Put this line into /etc/udev/rules.d/60-vornccd.rules:\n"

@@ -63,6 +63,11 @@ bool hasOpen(const std::string& process, const std::string& node)
 
 }  // namespace
 
+bool UsbNode::usable() const
+{
+    return ::access(path.c_str(), R_OK | W_OK) == 0;
+}
+
 std::string UsbNode::access() const
 {
     struct stat status = {};

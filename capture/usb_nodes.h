@@ -12,6 +12,9 @@ struct UsbNode {
     std::string productId;  ///< "df2c"
     std::string path;       ///< "/dev/bus/usb/001/002"
 
+    /// @return whether this process may read and write the node.
+    bool usable() const;
+
     /// @return owner, group and mode for people, "root:root, mode 0600"; empty when the node is not there.
     std::string access() const;
 

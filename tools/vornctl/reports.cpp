@@ -2,6 +2,7 @@
 #include "reports.h"
 
 #include <algorithm>
+#include <cmath>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <optional>
@@ -21,6 +22,12 @@ template <typename Value>
 ordered_json orNull(const std::optional<Value>& value)
 {
     return value ? ordered_json(*value) : ordered_json(nullptr);
+}
+
+/// Cameras tell temperatures and power in coarser steps than this; more digits would only be noise of the conversion.
+ordered_json hundredths(const std::optional<double>& value)
+{
+    return value ? ordered_json(std::round(*value * 100.0) / 100.0) : ordered_json();
 }
 
 const char* coolerName(COOLER_TYPE cooler)
@@ -60,11 +67,11 @@ ordered_json describeCooling(const CameraInfo& info, const Telemetry& telemetry)
     ordered_json json;
     json["cooler"] = coolerName(info.caps.cooler);
     json["state"] = telemetry.coolingState ? ordered_json(coolingName(*telemetry.coolingState)) : ordered_json();
-    json["target_celsius"] = orNull(telemetry.targetCelsius);
-    json["power_percent"] = orNull(telemetry.coolerPowerPercent);
+    json["target_celsius"] = hundredths(telemetry.targetCelsius);
+    json["power_percent"] = hundredths(telemetry.coolerPowerPercent);
     json["temperatures_celsius"] = ordered_json::array();
     for (const auto& celsius : telemetry.celsius)
-        json["temperatures_celsius"].push_back(orNull(celsius));
+        json["temperatures_celsius"].push_back(hundredths(celsius));
     return json;
 }
 
@@ -116,7 +123,7 @@ ordered_json describeFrame(const Frame& frame)
     json["region"] = {
         {"x", frame.region.x}, {"y", frame.region.y}, {"width", frame.region.width}, {"height", frame.region.height}};
     json["binning"] = {{"x", frame.request.binX}, {"y", frame.request.binY}};
-    json["ccd_celsius"] = orNull(frame.telemetry.ccdCelsius());
+    json["ccd_celsius"] = hundredths(frame.telemetry.ccdCelsius());
     json["values"] = {{"min", *low}, {"max", *high}, {"mean", sum / static_cast<double>(frame.pixels.size())}};
     json["notes"] = frame.notes;
     return json;
