@@ -66,6 +66,7 @@ ChildProcess::~ChildProcess()
 ChildResult ChildProcess::run(const std::vector<std::string>& arguments, const std::vector<std::string>& variables)
 {
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments)
         argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);

@@ -27,7 +27,8 @@ inline ObjectRef<UMockdevIoctlData> resolve(UMockdevIoctlData* parent, size_t of
 template <typename T>
 T load(const UMockdevIoctlData* data)
 {
-    T value{};
+    T value;
+    std::memset(&value, 0, sizeof value);  // not {}, which a record that ends in a flexible array does not allow
     if (data && data->data_len >= static_cast<gint>(sizeof value))
         std::memcpy(&value, data->data, sizeof value);
     return value;

@@ -11,10 +11,11 @@ namespace {
 
 const std::string RUN = USBFS_LOOPBACK_RUN " ";
 const std::string HOST = USBFS_HOST " ";
+const std::string LIST = USBFS_LOOPBACK_RUN " " USBFS_HOST " list";
 
 TEST(RunWithLoopback, HostSeesTheDevices)
 {
-    const CommandResult result = runShell(RUN + HOST + "list | sort");
+    const CommandResult result = runShell(LIST + " | sort");
     EXPECT_EQ(result.output, "1/1 1d6b:0002 speed 3\n1/2 1234:1001 speed 3\n1/3 1234:1002 speed 3\n");
 }
 
@@ -73,7 +74,7 @@ TEST(RunWithLoopback, NothingIsLeftBehind)
     const std::filesystem::path deep = folder / std::string(60, 'x');  // too long for the sockets in it
     for (const std::filesystem::path& temporary : {folder, deep}) {
         std::filesystem::create_directories(temporary);
-        const CommandResult result = runShell("TMPDIR=" + temporary.string() + " " + RUN + HOST + "list | wc -l");
+        const CommandResult result = runShell("export TMPDIR=" + temporary.string() + "; " + LIST + " | wc -l");
         EXPECT_EQ(result.output, "3\n");
     }
     std::filesystem::remove(deep);
