@@ -1,0 +1,130 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include "conversation_parts.h"
+#include "family_steps.h"
+#include "trace_capture.h"
+
+namespace {
+
+using vorntest::OpenedCamera;
+using vorntest::TraceCapture;
+
+const char* const FAILED = "Failed to initialize device";
+
+/// @p readBack adds what is read for the trace alone.
+Parts iidcParts(bool readBack)
+{
+    Part opening = {.error = "Failed to open device"};
+    opening.steps.open();
+    Part claiming = {.error = FAILED};
+    claiming.steps.driverActive(false).claim();
+    claiming.afterwards.close();
+    Parts parts = {opening, claiming};
+
+    // no register access can fail the opening
+    const auto harmless = [&]() -> vorntest::Steps& {
+        parts.push_back(part(Part::HARMLESS));
+        return parts.back().steps;
+    };
+    vorntest::writeRegister(harmless(), 0x0000, "00 00 00 80");
+    harmless().pause(1000);
+    struct {
+        unsigned offset;
+        const char* bytes;
+    } const WRITES[] = {
+        {0x081C, "00 00 00 C2"}, {0x083C, "00 00 00 C2"}, {0x0804, "00 00 00 C0"},
+        {0x0800, "00 00 00 C2"}, {0x0938, "00 00 00 40"}, {0x0818, "00 00 00 C2"},
+        {0x0948, "00 00 80 3F"}, {0x0820, "00 00 00 C2"}, {0x0928, "00 00 80 3F"},
+    };
+    for (const auto& row : WRITES)
+        vorntest::writeRegister(harmless(), row.offset, row.bytes);
+    if (readBack)
+        vorntest::readRegister(harmless(), 0x1F24, "78 56 A4 83");
+    vorntest::readRegister(harmless(), 0x1F60, "FF 3F 05 02");
+    vorntest::readRegister(harmless(), 0x1F20, "15 CD 5B 07");
+    if (readBack)
+        vorntest::readRegister(harmless(), 0x12E0, "7D 00 00 10");
+    return parts;
+}
+
+TEST(OpenIidc, HoldsTheWholeConversationAndDescribesTheCamera)
+{
+    ClosedCamera closed(IIDC, iidcParts(false));
+    VornCameraImpl& camera = closed.camera;
+    camera.hasShutter = camera.hasGuidePort = camera.hasFilterWheel = camera.hasGPIO = camera.has8BitMode = true;
+    camera.tempSensorCount = 3;
+    camera.cooler = COOLER_ONOFF;
+    ASSERT_TRUE(camera.open());
+    ASSERT_TRUE(closed.usb.done());
+    EXPECT_EQ(camera.versionMajor, 2U);
+    EXPECT_EQ(camera.versionMinor, 5U);
+    EXPECT_EQ(camera.serialNumber, 123456789U);
+    EXPECT_FALSE(camera.hasShutter || camera.hasGuidePort || camera.hasFilterWheel || camera.hasGPIO ||
+                 camera.has8BitMode);
+    EXPECT_EQ(camera.tempSensorCount, 0U);
+    EXPECT_EQ(camera.cooler, COOLER_NONE);
+    EXPECT_EQ(camera.pixelCountX, 1280U);
+    EXPECT_EQ(camera.pixelCountY, 960U);
+    EXPECT_DOUBLE_EQ(camera.pixelSizeX, 3.75);
+    EXPECT_DOUBLE_EQ(camera.pixelSizeY, 3.75);
+    EXPECT_EQ(camera.maxBinX, 2U);
+    EXPECT_EQ(camera.maxBinY, 2U);
+    EXPECT_NE(camera.colour, static_cast<COLOUR_TYPE>(0));  // there is no such colour
+}
+
+TEST(OpenIidc, NoRegisterCanFailIt)
+{
+    expectEachFailureOfOpen(IIDC, iidcParts(false));
+}
+
+TEST(OpenIidc, ReadsWhatItTracesOnlyThen)
+{
+    ClosedCamera closed(IIDC, iidcParts(true));
+    TraceCapture trace;
+    ASSERT_TRUE(closed.camera.open());
+    const std::vector<std::string> expected = {
+        "-> VornCameraImpl::open()",
+        "    libusb_claim_interface() -> LIBUSB_SUCCESS",
+        "    pid = 2005",
+        " -> VornCameraImpl::writeAbsValue(fffff0f00938, 2)",
+        " <- VornCameraImpl::writeAbsValue",
+        " -> VornCameraImpl::writeAbsValue(fffff0f00948, 1)",
+        " <- VornCameraImpl::writeAbsValue",
+        " -> VornCameraImpl::writeAbsValue(fffff0f00928, 1)",
+        " <- VornCameraImpl::writeAbsValue",
+        "    initialized",
+        "    board:    0x3a (0x83a45678)",
+        "    version:  2.5 rev 4095 (0x02053fff)",
+        "    serial:   123456789",
+        "    up time:  2 min 5 s",
+        "<- VornCameraImpl::open 1",
+    };
+    EXPECT_EQ(trace.lines(), expected);
+}
+
+TEST(Register, IsFourBytesAtThirtyTwoBitsOfAddress)
+{
+    OpenedCamera iidc(IIDC);
+    vorntest::readRegister(iidc.usb, 0x0800, "78 56 34 12");
+    EXPECT_EQ(iidc.camera.readRegister(0xFFFFF0F00800), 0x12345678U);
+    vorntest::readRegister(iidc.usb, 0x0800, "78 56");  // a short answer: the missing bytes are 0
+    EXPECT_EQ(iidc.camera.readRegister(0xFFFFF0F00800), 0x5678U);
+    vorntest::readRegister(iidc.usb, 0x0800, "").fails(LIBUSB_ERROR_NO_DEVICE);
+    EXPECT_EQ(iidc.camera.readRegister(0xFFFFF0F00800), 0U);
+    iidc.usb.controlOut(0x7F, 0xBEEF, 0xDEAD, "44 33 22 11");
+    iidc.camera.writeRegister(0x7777DEADBEEF, 0x11223344);
+    vorntest::readRegister(iidc.usb, 0x0918, "00 00 C0 BF");
+    EXPECT_EQ(iidc.camera.readAbsValue(0xFFFFF0F00918), -1.5F);
+    vorntest::readRegister(iidc.usb, 0x0918, "").fails();
+    EXPECT_EQ(iidc.camera.readAbsValue(0xFFFFF0F00918), 0.0F);
+    vorntest::writeRegister(iidc.usb, 0x0918, "CD CC CC 3D");
+    iidc.camera.writeAbsValue(0xFFFFF0F00918, 0.1F);
+    EXPECT_TRUE(iidc.usb.done());
+
+    iidc.camera.handle = nullptr;  // a closed camera: nothing reaches the bus
+    EXPECT_EQ(iidc.camera.readRegister(0xFFFFF0F00800), 0U);
+    iidc.camera.writeRegister(0xFFFFF0F00800, 1);
+}
+
+}  // namespace
