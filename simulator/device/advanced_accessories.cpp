@@ -38,7 +38,7 @@ void AdvancedCamera::replyCoolingStatus(std::span<uint8_t> reply) const
 {
     const int64_t now = clock_.nowUs();
     const double span = model_.maxCoolerPower - model_.minCoolerPower;
-    writeBe16(reply, 0, static_cast<unsigned>(model_.minCoolerPower + cooler_.power(now) * span + 0.5));
+    writeBe16(reply, 0, static_cast<unsigned>(model_.minCoolerPower + std::lround(cooler_.power(now) * span)));
     writeBe16(reply, 2, cooler_.flags(now));
     writeBe16(reply, 4, encodeCelsius(cooler_.targetCelsius(), model_.sensorEncoding));
 }

@@ -7,9 +7,7 @@
 #include <utility>
 
 #include "device_bytes.h"
-#include "eight_bit.h"
 #include "family_cameras.h"
-#include "readout_request.h"
 #include "strobed_bus.h"
 
 namespace vornsim {
@@ -66,22 +64,11 @@ constexpr unsigned FLAG_EIGHT_BIT = 0x0800;
 constexpr unsigned FLAG_FILTER_WHEEL = 0x1000;
 constexpr std::string_view MANUFACTURER = "Vorn";
 
-// Readout flags and modes.
-constexpr uint8_t READ_PREVIEW = 0x01;
-constexpr uint8_t READ_MICROSECONDS = 0x04;
-constexpr uint8_t READ_EIGHT_BIT = 0x20;
-constexpr uint8_t MODE_LONG = 0x43;
-constexpr uint8_t MODE_TIMED = 0x03;
-constexpr unsigned LONGEST_TIMED_MS = 3000;
-
-constexpr size_t LEADING_VALUES = 2;
 constexpr int64_t SPI_BYTE_US = 40;
 constexpr int64_t STARTING_US = 150000;
-constexpr int64_t CLEARING_US = 60000;
 // Firmware before 2 has no command for its clear time; hosts know it.
 constexpr int64_t OLD_CLEAR_TIME_US = 300000;
 constexpr int64_t NEW_CLEAR_TIME_US = 120000;
-constexpr double OFFSET_ADU = 2.0;  // a step of the converter's offset
 
 void appendWide(std::vector<uint8_t>& bytes, std::string_view text)
 {
@@ -92,8 +79,8 @@ void appendWide(std::vector<uint8_t>& bytes, std::string_view text)
 
 struct Command {
     uint8_t code;
-    size_t payloadLength;
-    size_t replyLength;
+    uint8_t payloadLength;
+    uint8_t replyLength;
     bool early;  // served before the application was started
 };
 constexpr Command COMMANDS[] = {
@@ -377,115 +364,6 @@ std::vector<uint8_t> AdvancedCamera::description() const
 int64_t AdvancedCamera::clearTimeUs() const
 {
     return model_.versionMajor < 2 ? OLD_CLEAR_TIME_US : NEW_CLEAR_TIME_US;
-}
-
-void AdvancedCamera::prepareExposure()
-{
-    if (!std::exchange(prepared_, false))
-        return complain("exposure prepared before the sensor");
-    cleared_ = true;
-    busyUntilUs_ = clock_.nowUs() + CLEARING_US;
-}
-
-void AdvancedCamera::startExposure()
-{
-    if (!std::exchange(cleared_, false))
-        return complain("exposure started without preparation");
-    integratingSinceUs_ = clock_.nowUs();
-    note("exposure started");
-}
-
-/// | Offset | Size | Payload, big-endian                                                   |
-/// |--------|------|-----------------------------------------------------------------------|
-/// | 0      | 2    | duration of a timed exposure in ms or, by flag, us; else 0            |
-/// | 2      | 4    | binning in x and y                                                    |
-/// | 6      | 8    | first column and row, width and height in sensor pixels               |
-/// | 14     | 1    | flags: 0x01 preview, 0x04 duration in us, 0x20 8-bit samples          |
-/// | 15     | 1    | 0x43: end the running exposure; 0x03: expose by the camera's own clock |
-void AdvancedCamera::readOut(std::span<const uint8_t> payload)
-{
-    const unsigned duration = readBe16(payload, 0);
-    const Region region{.x = readBe16(payload, 6),
-                        .y = readBe16(payload, 8),
-                        .width = readBe16(payload, 10),
-                        .height = readBe16(payload, 12),
-                        .binX = readBe16(payload, 2),
-                        .binY = readBe16(payload, 4)};
-    const uint8_t flags = payload[14];
-    const uint8_t mode = payload[15];
-    const bool microseconds = (flags & READ_MICROSECONDS) != 0;
-    const bool eightBit = (flags & READ_EIGHT_BIT) != 0;
-    output_.clear();
-
-    if ((flags & ~(READ_PREVIEW | READ_MICROSECONDS | READ_EIGHT_BIT)) != 0)
-        complain("readout with unknown flags " + std::to_string(flags));
-    if (eightBit && !model_.eightBit)
-        complain("8-bit readout of a camera that has none");
-    if (const std::string fault = readoutFault(model_, region); !fault.empty())
-        complain(fault);
-    if (!canRead(model_, region))
-        return;
-
-    const int64_t now = clock_.nowUs();
-    int64_t begin = now;
-    int64_t exposedAtUs = now;
-    const std::optional<int64_t> since = std::exchange(integratingSinceUs_, std::nullopt);
-    if (mode == MODE_LONG) {
-        if (duration != 0 || microseconds)
-            complain("readout of a running exposure with a duration");
-        if (!since) {
-            complain("readout without an exposure");
-            return;
-        }
-        // The registers that carry the charge out are cleared first; meanwhile the pixels go on collecting.
-        begin = *since;
-        exposedAtUs = now + clearTimeUs();
-    } else if (mode == MODE_TIMED) {
-        if (duration < 1 || (!microseconds && duration > LONGEST_TIMED_MS))
-            complain("timed exposure of " + std::to_string(duration) + (microseconds ? " us" : " ms"));
-        if (since)
-            note("a timed exposure ends the running one");
-        exposedAtUs = now + int64_t{duration} * (microseconds ? 1 : 1000);
-    } else {
-        complain("readout in mode " + std::to_string(mode));
-        return;
-    }
-    const AdvancedConverter::Setting& setting = converter_.setting((flags & READ_PREVIEW) != 0);
-    const SensorModel base = sensorModel(model_);
-    sensor_.setConverter(base.electronsPerAdu / AdvancedConverter::amplification(setting.gain),
-                         std::max(0.0, base.biasAdu + OFFSET_ADU * (static_cast<double>(setting.offset) - 256.0)));
-    Integration integration;
-    integration.darkSeconds = static_cast<double>(exposedAtUs - begin) * 1e-6;
-    integration.lightSeconds = integration.darkSeconds;
-    integration.celsius = cooler_.sensorCelsius(now);
-    integration.driftX = (mount_.driftX(begin) + mount_.driftX(exposedAtUs)) / 2;
-    integration.driftY = (mount_.driftY(begin) + mount_.driftY(exposedAtUs)) / 2;
-    sendImage(region, integration, eightBit, exposedAtUs);
-}
-
-void AdvancedCamera::sendImage(const Region& region, const Integration& integration, bool eightBit, int64_t firstAtUs)
-{
-    uint32_t columns = (region.width + region.binX - 1) / region.binX;
-    if (eightBit)
-        columns += columns % 2;  // a row ends with a whole bus word
-    const uint32_t rows = region.height / region.binY;
-    image_ = sensor_.expose(integration, region, columns, rows);
-    std::vector<uint8_t> bytes;
-    if (eightBit) {
-        const bool ramp = options_.scene == SceneKind::RAMP;
-        std::transform(image_.begin(), image_.end(), image_.begin(),
-                       [ramp](uint16_t value) { return ramp ? foldedRamp(value) : static_cast<uint16_t>(value >> 8); });
-        bytes.assign(LEADING_VALUES, 0xFF);
-        bytes.insert(bytes.end(), image_.begin(), image_.end());
-    } else {
-        bytes.assign(LEADING_VALUES * 2, 0xFF);
-        bytes.reserve(bytes.size() + image_.size() * 2);
-        for (const uint16_t value : image_)
-            appendLe16(bytes, value);
-    }
-    output_.send(std::move(bytes), firstAtUs, 1000000000 / std::max<int64_t>(model_.pixelsPerSecond, 1));
-    note("frame of " + std::to_string(columns) + " x " + std::to_string(rows) + " after " +
-         std::to_string(integration.darkSeconds) + " s");
 }
 
 std::unique_ptr<SimulatedCamera> makeAdvancedCamera(const CameraModel& model, const CameraOptions& options,

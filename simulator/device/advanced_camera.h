@@ -49,6 +49,11 @@ public:
     const AdvancedConverter& converter() const { return converter_; }
 
 private:
+    struct ExposureTimes {
+        int64_t beginUs;
+        int64_t endUs;
+    };
+
     void execute(uint8_t code, std::span<const uint8_t> payload, std::span<uint8_t> reply);
     uint8_t applicationStatus() const;
     void startApplication();
@@ -64,7 +69,9 @@ private:
     void prepareExposure();
     void startExposure();
     void readOut(std::span<const uint8_t> payload);
-    void sendImage(const Region& region, const Integration& integration, bool eightBit, int64_t firstAtUs);
+    std::optional<ExposureTimes> endExposure(unsigned duration, bool microseconds);
+    ExposureTimes timedExposure(unsigned duration, bool microseconds);
+    void sendImage(const Region& region, const ExposureTimes& times, bool eightBit);
     uint16_t gpioMask() const;
     int64_t clearTimeUs() const;
     void complain(const std::string& text) { log_.complain("camera: " + text); }

@@ -24,7 +24,9 @@ struct ModelInfo {
 /// What the sensor is shown.
 enum class SceneKind {
     SKY,   ///< a star field with noise
-    RAMP,  ///< a noiseless pattern whose value tells row and column: (y * 256 + x) & 0xFFFF before binning
+    /// A noiseless pattern whose value tells row and column: (y * 256 + x) & 0xFFFF before binning. Samples of 8 bits
+    /// are its high byte XOR its low byte; precharge pairs lose the lowest bit.
+    RAMP,
 };
 
 /// How one simulated camera differs from its model's defaults.

@@ -34,7 +34,7 @@ enum CommandCode : uint8_t {
 
 struct Command {
     uint8_t code;
-    size_t payloadLength;
+    uint8_t payloadLength;
     bool early;  // served before the application was started
 };
 constexpr Command COMMANDS[] = {

@@ -205,21 +205,21 @@ void QuickerCamera::endExposure(int64_t beginUs, int64_t endUs)
 /// the host doubles the difference of the pair.
 std::vector<uint8_t> QuickerCamera::frameWords()
 {
-    std::vector<uint8_t> bytes;
-    bytes.reserve((image_.size() * 2 + 1) * 2);
-    appendLe16(bytes, DUMMY_WORD);
-    if (!model_.prechargePairs) {
-        for (const uint16_t value : image_)
-            appendLe16(bytes, value);
-        return bytes;
-    }
+    const size_t pixelLength = model_.prechargePairs ? 4 : 2;
+    std::vector<uint8_t> bytes(2 + image_.size() * pixelLength);
+    writeLe16(bytes, 0, DUMMY_WORD);
+    const std::span pixels = std::span(bytes).subspan(2);
     const int offset = static_cast<int8_t>(model_.prechargeCode) * PRECHARGE_STEP;
     for (size_t i = 0; i < image_.size(); ++i) {
+        if (!model_.prechargePairs) {
+            writeLe16(pixels, 2 * i, image_[i]);
+            continue;
+        }
         image_[i] &= 0xFFFE;
         const int difference = (image_[i] - offset) / 2;
         const int reset = std::max(RESET_LEVEL + static_cast<int>(i % RESET_SPREAD), -difference);
-        appendLe16(bytes, static_cast<unsigned>(reset));
-        appendLe16(bytes, static_cast<unsigned>(reset + difference));
+        writeLe16(pixels, 4 * i, static_cast<unsigned>(reset));
+        writeLe16(pixels, 4 * i + 2, static_cast<unsigned>(reset + difference));
     }
     return bytes;
 }
