@@ -138,6 +138,10 @@ TEST(Catalogue, EveryModelOnceWithItsFactoryData)
     EXPECT_EQ(findModel(" vORN k33 ")->productId, 0xDF50);
     EXPECT_EQ(findModel("xrc")->productId, 0x2004);
     EXPECT_EQ(findModel("K99"), nullptr);
+    EXPECT_EQ(sensorModel(cameraModel(*findModel("K14"))).bayerX, 0U);
+    EXPECT_EQ(sensorModel(cameraModel(*findModel("K14"))).bayerY, 1U);
+    EXPECT_EQ(sensorModel(cameraModel(*findModel("K15"))).bayerX, 1U);
+    EXPECT_EQ(sensorModel(cameraModel(*findModel("K15"))).bayerY, 0U);
     // These two count more pixels than can be used, and hosts know it.
     for (const char* name : {"K10", "K33"})
         EXPECT_NE(cameraModel(*findModel(name)).describedX, findModel(name)->pixelCountX);

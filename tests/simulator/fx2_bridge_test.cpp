@@ -3,8 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <numeric>
-
 #include "bridge_host.h"
 #include "device/bus_output.h"
 
@@ -47,11 +45,12 @@ protected:
         host.request("08 00 FF 00 00 00 00 00", handshakeTable());
         ASSERT_EQ(host.reply(4), "00 00 00 08");
     }
-    /// Puts 0, 1, 2 ... on the bus.
+    /// Puts 0, 1, 2 ... 250, 0 ... on the bus.
     void offer(size_t count, int64_t delayUs = 0, int64_t nsPerWord = 0)
     {
         Bytes bytes(count);
-        std::iota(bytes.begin(), bytes.end(), uint8_t{0});
+        for (size_t i = 0; i < count; ++i)
+            bytes[i] = static_cast<uint8_t>(i % 251);
         camera.output.send(bytes, clock.nowUs() + delayUs, nsPerWord);
     }
     void requestWords(uint8_t low, uint8_t high = 0)
@@ -117,11 +116,28 @@ TEST_F(Fx2BridgeTest, ServesStandardRequests)
     }
 }
 
+TEST_F(Fx2BridgeTest, HaltedEndpointsStallUntilTheInterfaceIsSetAgain)
+{
+    host.start();
+    Bytes none;
+    for (const unsigned endpoint : {0x04U, 0x88U})
+        host.control(0x02, 3, 0, static_cast<uint16_t>(endpoint), none);
+    EXPECT_EQ(host.send(0x04, {1}).status, TransferStatus::STALL);
+    EXPECT_EQ(bridge.bulkIn(0x88, none).status, TransferStatus::STALL);
+    bridge.setInterface(0, 1);
+    EXPECT_EQ(bridge.bulkIn(0x88, none).status, TransferStatus::OK);
+}
+
 TEST_F(Fx2BridgeTest, IsSilentUntilItsProgramRuns)
 {
     EXPECT_EQ(host.send(0x04, {1}).status, TransferStatus::IO_ERROR) << "alternate setting 0 has no endpoints";
     bridge.setInterface(0, 1);
     EXPECT_EQ(host.send(0x86, {1}).status, TransferStatus::IO_ERROR) << "OUT to an IN endpoint";
+    bridge.setInterface(0, 2);
+    EXPECT_EQ(host.send(0x04, {1}).status, TransferStatus::IO_ERROR) << "only setting 1 is all bulk";
+    host.receive(0x88, 1);
+    EXPECT_EQ(host.last.status, TransferStatus::IO_ERROR);
+    bridge.setInterface(0, 1);
     const auto silent = [&] {
         const BulkResult out = host.send(0x04, hex("03 00 00 00 00 00 00 00 05 00 00 00 00 00 00 00"));
         host.receive(0x86, 9, 100);
@@ -174,6 +190,9 @@ TEST_F(Fx2BridgeTest, AnswersRequests)
         {"product id", "04 07 FF 00 00 00 01 00", "A3", 2, "00 34 DF 00 07 04"},
         {"serial number goes on", "04 08 FF 00 00 00 01 00", "A3", 2, "00 45 23 00 08 04"},
         {"word address 1000 wraps", "04 09 FF 00 00 00 01 00", "A2 03 E8", 0, "00 00 09 04"},
+        {"word address 8", "04 14 FF 00 00 00 01 00", "A2 00 08", 0, "00 00 14 04"},
+        {"serial number, high half", "04 15 FF 00 00 00 01 00", "A3", 2, "00 01 00 00 15 04"},
+        {"word address 1000 again", "04 16 FF 00 00 00 01 00", "A2 03 E8", 0, "00 00 16 04"},
         {"colour record", "04 0A FF 00 00 00 01 00", "A3", 5, "00 84 D9 01 02 00 00 0A 04"},
         {"slave", "04 0B FF 00 00 00 01 00", "80 48 53", 0, "00 00 0B 04"},
         {"missing slave, write", "04 0C FF 00 00 00 01 00", "82 01", 0, "00 01 0C 04"},
@@ -259,7 +278,7 @@ TEST_F(Fx2BridgeTest, SendsWordsInPacketsAndOneByteMore)
         }
         EXPECT_EQ(transfers, c.transfers) << c.n;
         for (size_t i = 0; i < c.n; ++i)
-            ASSERT_EQ(all[i], i % 256) << c.n;
+            ASSERT_EQ(all[i], i % 251) << c.n;
         EXPECT_EQ(camera.output.left(), 0U) << c.n;
         EXPECT_TRUE(host.receive(0x88, 1, 50).empty()) << c.n << ": nothing may follow";
     }
@@ -272,7 +291,7 @@ TEST_F(Fx2BridgeTest, LargerPacketThanSpaceIsBabble)
     requestWords(0xD0, 0x07);
     EXPECT_EQ(host.receive(0x88, 600).size(), 512U);
     EXPECT_EQ(host.last.status, TransferStatus::BABBLE);
-    EXPECT_EQ(toHex({host.receive(0x88, 512)[0]}), "00") << "the packet that did not fit is gone: next is byte 1024";
+    EXPECT_EQ(toHex({host.receive(0x88, 512)[0]}), "14") << "the packet that did not fit is gone: next is byte 1024";
     host.request("03 00 00 00 00 00 00 00", {}, 5);
     EXPECT_EQ(host.receive(0x86, 8).size(), 0U);
     EXPECT_EQ(host.last.status, TransferStatus::BABBLE);
@@ -292,6 +311,15 @@ TEST_F(Fx2BridgeTest, ParallelInputWaitsForTheCameraAndGivesUpInTime)
     offer(6000, 0, 1000000);
     const Bytes slow = host.parIn(6000);
     EXPECT_EQ(slow.size(), 6000U);
+
+    // Only whole packets leave before the end.
+    offer(1200, 0, 1000000);
+    requestWords(0xB0, 0x04);
+    Bytes rest(1201);
+    clock.pass(300000);
+    EXPECT_EQ(host.device.bulkIn(0x88, rest).length, 512U);
+    EXPECT_EQ(host.receive(0x88, 1201 - 512).size() + 512, 1200U);
+    EXPECT_EQ(host.receive(0x88, 1).size(), 1U);
 
     for (const int64_t askAfterUs : {0, 900000}) {  // the deadline counts, not when the host looks
         offer(2, 600000);
@@ -320,8 +348,11 @@ TEST_F(Fx2BridgeTest, WithoutATableTheBusDoesNotMove)
     EXPECT_EQ(log.complaints.size(), 2U);
     log.complaints.clear();
     startWithTable();
-    EXPECT_EQ(toHex(host.parIn(2)), "00 01");
+    host.request("02 00 00 00 00 00 00 00", hex("00 9F FF 00 FF 00 FF 00 FF 00"));
+    EXPECT_TRUE(host.load(0xE600, {0}));
+    EXPECT_EQ(toHex(host.parIn(2)), "00 01") << "a CPU that runs already is not started again";
     host.start();
+    EXPECT_EQ(bridge.settings().ports[0].direction, 0x9F) << "the chip's, not the program's";
     EXPECT_TRUE(bridge.settings().waveformTable.empty()) << "forgotten by a restart";
 }
 
@@ -348,7 +379,7 @@ TEST_F(Fx2BridgeTest, ANewRequestEndsTheOneBefore)
     offer(4000);
     requestWords(0xA0, 0x0F);
     EXPECT_EQ(host.receive(0x88, 512).size(), 512U);
-    EXPECT_EQ(toHex(host.parIn(2)), "00 01") << "1024 bytes that waited in the bridge are lost: byte 1536 is next";
+    EXPECT_EQ(toHex(host.parIn(2)), "1E 1F") << "1024 bytes that waited in the bridge are lost: byte 1536 is next";
     EXPECT_EQ(log.takeComplaints(), "bridge: parallel input abandoned after 512 bytes\n");
 }
 

@@ -50,10 +50,10 @@ struct Session {
         command(5);
     }
     /// The readout command with region 5, 3, 40 x 30.
-    void readOut(uint16_t code, uint16_t flags, uint8_t bin = 1)
+    void readOut(uint16_t code, uint16_t flags, uint8_t binX = 1, uint8_t binY = 1)
     {
-        command(6, {static_cast<uint8_t>(code), static_cast<uint8_t>(code >> 8), bin, 0, bin, 0, 5, 0, 3, 0, 40, 0, 30,
-                    0, static_cast<uint8_t>(flags), static_cast<uint8_t>(flags >> 8)});
+        command(6, {static_cast<uint8_t>(code), static_cast<uint8_t>(code >> 8), binX, 0, binY, 0, 5, 0, 3, 0, 40, 0,
+                    30, 0, static_cast<uint8_t>(flags), static_cast<uint8_t>(flags >> 8)});
     }
     /// A whole exposure in the host's time. @return the image's values.
     std::vector<uint16_t> longExposure(int64_t us)
@@ -214,14 +214,15 @@ TEST(StandardCamera, RegionAndBinningTakeTheRightPixels)
 {
     Session s("K23");
     s.startApplication();
-    for (uint8_t bin = 1; bin <= 4; ++bin) {
+    for (uint8_t binX = 1; binX <= 4; ++binX) {
+        const auto binY = static_cast<uint8_t>(5 - binX);
         s.expose();
-        s.readOut(20000, 0x0443, bin);
-        const uint32_t width = 40U / bin;
-        const std::vector<uint16_t> image = s.values(size_t{width} * (30U / bin));
-        ASSERT_EQ(image.size(), width * (30U / bin));
-        EXPECT_EQ(image.front(), 3 * 256 + 5) << unsigned{bin};
-        EXPECT_EQ(image[width + 2], (3 + bin) * 256 + 5 + 2 * bin) << unsigned{bin};
+        s.readOut(20000, 0x0443, binX, binY);
+        const uint32_t width = 40U / binX;
+        const std::vector<uint16_t> image = s.values(size_t{width} * (30U / binY));
+        ASSERT_EQ(image.size(), size_t{width} * (30U / binY));
+        EXPECT_EQ(image.front(), 3 * 256 + 5) << unsigned{binX};
+        EXPECT_EQ(image[width + 2], (3 + binY) * 256 + 5 + 2 * binX) << unsigned{binX};
         EXPECT_TRUE(std::equal(image.begin(), image.end(), s.camera->truth().lastImage.begin()));
     }
     EXPECT_EQ(s.log.takeComplaints(), "");
@@ -267,6 +268,28 @@ TEST(StandardCamera, IntegratesBetweenStartAndReadoutWhileTheShutterIsOpen)
         EXPECT_DOUBLE_EQ(s.camera->truth().darkSeconds, c.dark);
     }
     EXPECT_EQ(s.log.takeComplaints(), "");
+}
+
+TEST(StandardCamera, ShowsTheSceneAtItsTemperatureAndWhereGuidingHasMovedIt)
+{
+    Session s("K12", {.seed = 7});
+    s.startApplication();
+    s.ask(56, 2, {0x6C, 0x02});
+    s.command(20);
+    s.clock.pass(700000);
+    s.host.request("0C 00 00 00 30 75 00 00");
+    s.expose();
+    const CameraTruth before = s.camera->truth();
+    EXPECT_LT(before.sensorCelsius, 14.9);
+    s.readOut(2000, 0x0043);
+    const Integration integration{.lightSeconds = 2.0,
+                                  .darkSeconds = 2.0,
+                                  .celsius = before.sensorCelsius,
+                                  .driftX = before.driftX + 4.0,  // half of what two seconds bring
+                                  .driftY = 0.0,
+                                  .frameNumber = 1};
+    EXPECT_EQ(s.values(1200), Scene(7).expose(sensorModel(cameraModel(*findModel("K12"))), integration,
+                                              {.x = 5, .y = 3, .width = 40, .height = 30}, 40, 30));
 }
 
 TEST(StandardCamera, ReadsOutAtThePaceOfItsConverter)
@@ -350,11 +373,16 @@ TEST(StandardCamera, ANewSessionFindsTheCoolerAsItWas)
     s.ask(56, 2, {0x6C, 0x02});
     s.command(9, {1, 0});
     s.expose();
-    s.readOut(10, 0x0043);  // and the host disappears
-    s.host.start();
-    s.host.request("08 00 FF 00 00 00 00 00", handshakeTable());
-    s.host.receive(0x86, 4);
-    EXPECT_EQ(s.ask(80, 2, {7, 0}), "08 00") << "not the first pixel";
+    const auto hostReturns = [&] {
+        s.host.start();
+        s.host.request("08 00 FF 00 00 00 00 00", handshakeTable());
+        s.host.receive(0x86, 4);
+        EXPECT_EQ(s.ask(80, 2, {7, 0}), "08 00") << "not what was left on the bus";
+    };
+    s.readOut(10, 0x0043);
+    hostReturns();
+    s.command(44);
+    hostReturns();
     s.startApplication();
     EXPECT_FALSE(s.camera->truth().shutterOpen);
     EXPECT_EQ(s.ask(53, 6).substr(6, 2), "C0");
