@@ -6,6 +6,7 @@
 namespace {
 
 using vorntest::OpenedCamera;
+using vorntest::Steps;
 
 TEST(Modes, BelongToTheirFamilies)
 {
@@ -82,26 +83,19 @@ TEST(GuideRelays, OpenAllFirstAndCloseAtMostOneOfAPair)
         {0xFFFF, {"14 00", "16 00"}},
     };
     for (const auto& row : CASES) {
-        vorntest::Steps whole;
+        SCOPED_TRACE(row.mask);
+        Steps whole;
         whole.command("18 00");
         for (const char* relay : row.relays)
             whole.pause(5000).command(relay);
-        for (size_t failing = 0; failing <= whole.size(); failing++) {
-            if (failing < whole.size() && !whole[failing].call.countable())
-                continue;
-            SCOPED_TRACE(testing::Message() << "mask " << row.mask << ", failing step " << failing + 1);
+        forEachFailure(whole, [&](const Steps& steps, bool ok) {
             OpenedCamera standard;
             standard.camera.hasGuidePort = true;
-            standard.usb.append(whole, 0, failing + 1);
-            const bool ok = failing == whole.size();
-            if (!ok)
-                standard.usb.fails();
+            standard.usb.append(steps);
             EXPECT_EQ(standard.camera.setGuideRelays(row.mask), ok);
-            EXPECT_TRUE(standard.usb.done());
-            EXPECT_EQ(standard.error(), ok ? "No error" : "Failed to set guide relays");
-            EXPECT_TRUE(standard.lockFree());
             EXPECT_EQ(standard.camera.guideRelayState, 0);
-        }
+            standard.expectSettled(ok ? "No error" : "Failed to set guide relays");
+        });
     }
     OpenedCamera without;
     EXPECT_FALSE(without.camera.setGuideRelays(1));

@@ -88,7 +88,7 @@ TEST(TemperatureSensor, ReadsStandardReplies)
         EXPECT_TRUE(standard.camera.getTemperatureSensorStatus(row.sensor, &celsius));
         EXPECT_EQ(celsius, row.celsius);
         EXPECT_EQ(standard.camera.tempSensorType, row.sensorType);
-        EXPECT_TRUE(standard.lockFree());
+        standard.expectSettled();
     }
 }
 
@@ -100,31 +100,25 @@ TEST(TemperatureSensor, RefusesANumberBeyondTheCountWithoutTraffic)
     float celsius = 99.0F;
     for (const unsigned sensor : {3U, 0xFFFFFFFFU})
         EXPECT_FALSE(standard.camera.getTemperatureSensorStatus(sensor, &celsius));
-    EXPECT_EQ(standard.error(), "Invalid parameter");
-    EXPECT_EQ(celsius, 99.0F);
     standard.camera.unlock();
+    EXPECT_EQ(celsius, 99.0F);
+    standard.expectSettled("Invalid parameter");
 }
 
 TEST(TemperatureSensor, AFailedExchangeChangesNothing)
 {
-    Steps whole;
-    whole.command("37 00 01 00").pause(100000).parIn(6, "02 00 00 08 00 00");
-    for (size_t failing = 0; failing < whole.size(); failing++) {
-        if (!whole[failing].call.countable())
-            continue;
-        SCOPED_TRACE("failing step " + std::to_string(failing + 1));
+    const Steps whole = Steps().command("37 00 01 00").pause(100000).parIn(6, "02 00 00 08 00 00");
+    forEachFailure(whole, [&](const Steps& steps, bool ok) {
         OpenedCamera standard;
         standard.camera.tempSensorCount = 1;
         standard.camera.tempSensorType = 1;
-        standard.usb.append(whole, 0, failing + 1).fails(LIBUSB_ERROR_TIMEOUT);
+        standard.usb.append(steps);
         float celsius = 99.0F;
-        EXPECT_FALSE(standard.camera.getTemperatureSensorStatus(1, &celsius));
-        EXPECT_TRUE(standard.usb.done());
-        EXPECT_EQ(celsius, 99.0F);
-        EXPECT_EQ(standard.camera.tempSensorType, 1U);
-        EXPECT_EQ(standard.error(), "Failed to read temperature sensor status");
-        EXPECT_TRUE(standard.lockFree());
-    }
+        EXPECT_EQ(standard.camera.getTemperatureSensorStatus(1, &celsius), ok);
+        EXPECT_EQ(celsius == 99.0F, !ok);
+        EXPECT_EQ(standard.camera.tempSensorType, ok ? 2U : 1U);
+        standard.expectSettled(ok ? "No error" : "Failed to read temperature sensor status");
+    });
 }
 
 TEST(TemperatureSensor, TypeZeroIsHarmlessWhenNobodyWantsTheTemperature)

@@ -92,31 +92,27 @@ TEST(ReadLong, ClosesTheShutterAndEndsAtTheFirstFailure)
     } const CASES[] = {
         {"plain", false, false, "43 00"}, {"preview", false, true, "43 01"}, {"shutter", true, false, "43 00"}};
     for (const auto& row : CASES) {
+        SCOPED_TRACE(row.label);
         Steps whole;
         whole.command("02 00 01 00");
         if (row.hasShutter)
             whole.command("09 00 00 00");
         whole.command(std::string("06 00 00 00 02 00 01 00 0A 00 14 00 1E 00 28 00 ") + row.flags);
-        for (size_t failing = 0; failing <= whole.size(); failing++) {
-            SCOPED_TRACE(std::string(row.label) + ", failing step " + std::to_string(failing + 1));
-            const bool ok = failing == whole.size();
+        forEachFailure(whole, [&](const Steps& steps, bool ok) {
             SmallCamera small;
             small.camera.hasShutter = row.hasShutter;
             small.camera.darkFrameMode = true;  // no matter to the long form
-            EXPECT_TRUE(small.camera.setPreviewMode(row.preview));
+            small.camera.previewMode = row.preview;
             small.camera.exposureStarted = true;
-            small.usb.out(0x04, RAISE_TIMEOUT).append(whole, 0, failing + 1);
-            if (!ok)
-                small.usb.fails(LIBUSB_ERROR_PIPE);
+            small.usb.out(0x04, RAISE_TIMEOUT).append(steps);
             EXPECT_EQ(small.camera.readCCD(10, 20, 30, 40, 2, 1), ok);
-            EXPECT_TRUE(small.usb.done());
             EXPECT_FALSE(small.camera.exposureStarted);
             EXPECT_EQ(small.camera.imageReady, ok);
             EXPECT_EQ(small.lockFree(), !ok);
-            EXPECT_EQ(small.error(), ok ? "No error" : "Failed to read CCD");
             EXPECT_EQ(small.camera.readoutRegion.width, 0U);  // this family does not remember it
             small.camera.unlock();
-        }
+            small.expectSettled(ok ? "No error" : "Failed to read CCD");
+        });
     }
 }
 
@@ -156,21 +152,26 @@ TEST(ReadShort, SendsTheExposureCodeAndWaitsForIt)
 
 TEST(ReadShort, WaitsAfterAFailedReadoutCommandOnly)
 {
-    Steps whole;
-    whole.command("02 00 00 00").command("04 00").command("05 00");
-    const size_t readout = whole.size();
-    whole.command("06 00 64 00 01 00 01 00 00 00 00 00 64 00 3C 00 43 00");
-    for (size_t failing = 0; failing < whole.size(); failing++) {
-        SCOPED_TRACE("failing step " + std::to_string(failing + 1));
-        SmallCamera small;
-        small.usb.out(0x04, RAISE_TIMEOUT).append(whole, 0, failing + 1).fails(LIBUSB_ERROR_TIMEOUT);
-        if (failing >= readout)
-            small.usb.pause(100000);
-        EXPECT_FALSE(small.camera.readCCD(0, 0, 100, 60, 1, 1, 0.1));
-        EXPECT_TRUE(small.usb.done());
-        EXPECT_FALSE(small.camera.imageReady);
-        EXPECT_TRUE(small.lockFree());
-        EXPECT_EQ(small.error(), "Failed to read CCD");
+    for (const bool prepared : {false, true}) {
+        Steps before;
+        before.out(0x04, RAISE_TIMEOUT);
+        Steps whole;
+        whole.command("02 00 00 00").command("04 00").command("05 00");
+        if (prepared) {
+            before.append(whole);
+            whole = Steps().command("06 00 64 00 01 00 01 00 00 00 00 00 64 00 3C 00 43 00");
+        }
+        forEachFailure(whole, [&](const Steps& steps, bool ok) {
+            if (ok)
+                return;  // tested above
+            SmallCamera small;
+            small.usb.append(before).append(steps);
+            if (prepared)
+                small.usb.pause(100000);
+            EXPECT_FALSE(small.camera.readCCD(0, 0, 100, 60, 1, 1, 0.1));
+            EXPECT_FALSE(small.camera.imageReady);
+            small.expectSettled("Failed to read CCD");
+        });
     }
 }
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <cstring>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -11,8 +12,7 @@ using vorntest::OpenedCamera;
 
 void fill(VornCameraImpl& camera)
 {
-    camera.hasShutter = true;
-    camera.has8BitMode = true;
+    camera.hasShutter = camera.has8BitMode = true;
     camera.lineCount = 11;
     camera.pixelCountX = 12;
     camera.pixelCountY = 13;
@@ -23,8 +23,8 @@ void fill(VornCameraImpl& camera)
     camera.tempSensorCount = 16;
     camera.cooler = COOLER_SELECTPOWER;
     camera.colour = COLOUR_RGGB;
-    camera.offsetX = 0;
-    camera.offsetY = 1;
+    camera.offsetX = 1;
+    camera.offsetY = 0;
 }
 
 TEST(Capabilities, RecordFormGivesEveryField)
@@ -38,23 +38,12 @@ TEST(Capabilities, RecordFormGivesEveryField)
     ASSERT_TRUE(opened.camera.getCapabilities(&name, &type, &caps));
     EXPECT_STREQ(name, "Vorn K12");
     EXPECT_EQ(type, STANDARD);
-    EXPECT_TRUE(caps.hasShutter);
-    EXPECT_FALSE(caps.hasGuidePort);
-    EXPECT_TRUE(caps.has8BitMode);
-    EXPECT_FALSE(caps.hasFilterWheel);
-    EXPECT_EQ(caps.lineCount, 11U);
-    EXPECT_EQ(caps.pixelCountX, 12U);
-    EXPECT_EQ(caps.pixelCountY, 13U);
-    EXPECT_EQ(caps.pixelSizeX, 1.5);
-    EXPECT_EQ(caps.pixelSizeY, 2.5);
-    EXPECT_EQ(caps.maxBinX, 14U);
-    EXPECT_EQ(caps.maxBinY, 15U);
-    EXPECT_EQ(caps.tempSensorCount, 16U);
-    EXPECT_EQ(caps.cooler, COOLER_SELECTPOWER);
-    EXPECT_EQ(caps.colour, COLOUR_RGGB);
-    EXPECT_EQ(caps.offsetX, 0);
-    EXPECT_EQ(caps.offsetY, 1);
-    EXPECT_TRUE(caps.supportsLongExposure);
+    EXPECT_EQ(std::tuple(caps.hasShutter, caps.hasGuidePort, caps.has8BitMode, caps.hasFilterWheel, caps.lineCount,
+                         caps.pixelCountX, caps.pixelCountY, caps.pixelSizeX, caps.pixelSizeY, caps.maxBinX),
+              std::tuple(true, false, true, false, 11U, 12U, 13U, 1.5, 2.5, 14U));
+    EXPECT_EQ(std::tuple(caps.maxBinY, caps.tempSensorCount, caps.cooler, caps.colour, caps.offsetX, caps.offsetY,
+                         caps.supportsLongExposure, caps.minShortExposure, caps.maxShortExposure),
+              std::tuple(15U, 16U, COOLER_SELECTPOWER, COLOUR_RGGB, 1, 0, true, 0.001, 3.0));
 }
 
 /// The pointer form with @p caps filled in place, null elsewhere.

@@ -10,9 +10,7 @@ namespace vorntest {
 
 namespace {
 
-std::string format(const char* text, ...) __attribute__((format(printf, 1, 2)));
-
-std::string format(const char* text, ...)
+__attribute__((format(printf, 1, 2))) std::string format(const char* text, ...)
 {
     char line[256];
     va_list arguments;
@@ -103,24 +101,10 @@ std::vector<BusCall> Bus::log() const
     return log_;
 }
 
-std::string Bus::logText() const
-{
-    std::string text;
-    for (const BusCall& call : log())
-        text += call.text() + "\n";
-    return text;
-}
-
 void Bus::clearLog()
 {
     const std::lock_guard held(mutex_);
     log_.clear();
-}
-
-void Bus::record(BusCall call)
-{
-    const std::lock_guard held(mutex_);
-    log_.push_back(std::move(call));
 }
 
 int Bus::call(libusb_device& device, BusCall call, uint8_t* data, int* transferred)
@@ -159,20 +143,19 @@ int Bus::call(libusb_device& device, BusCall call, uint8_t* data, int* transferr
         const int received = call.kind == BusCall::BULK_IN ? moved : call.kind == BusCall::CONTROL_IN ? result : 0;
         if (received > 0)
             call.bytes.assign(data, data + received);
-        record(std::move(call));
+        const std::lock_guard logHeld(mutex_);
+        log_.push_back(std::move(call));
     }
     return result;
 }
 
 void Bus::pause(long us)
 {
-    BusCall call;
-    call.kind = BusCall::PAUSE;
-    call.pauseUs = us;
-    call.atUs = now_;
+    if (logging) {
+        const std::lock_guard held(mutex_);
+        log_.push_back({.kind = BusCall::PAUSE, .pauseUs = us, .atUs = now_});
+    }
     now_ += us;
-    if (logging)
-        record(call);
     if (pauseListener != nullptr)
         pauseListener->paused(us);
 }
@@ -189,27 +172,7 @@ ssize_t Bus::deviceList(libusb_device*** list)
     return static_cast<ssize_t>(devices_.size());
 }
 
-namespace {
-
-/// Makes a call on an open handle; a null or closed handle is a fault of the code under test.
-int onHandle(libusb_device_handle* handle, BusCall call, uint8_t* data = nullptr, int* transferred = nullptr)
-{
-    if (handle == nullptr || handle->device->openCount == 0) {
-        reportMisuse((handle == nullptr ? "null handle: " : "closed handle: ") + call.text());
-        return LIBUSB_ERROR_NO_DEVICE;
-    }
-    return bus().call(*handle->device, std::move(call), data, transferred);
-}
-
-}  // namespace
-
 }  // namespace vorntest
-
-libusb_device_handle* libusb_device::openHandle()
-{
-    openCount = 1;
-    return &handle;
-}
 
 // ---- the functions of the seam -------------------------------------------------------------------------------------
 
@@ -217,6 +180,20 @@ using vorntest::bus;
 using vorntest::BusCall;
 
 struct libusb_context {};
+
+namespace {
+
+/// Makes a call on an open handle; a null or closed handle is a fault of the code under test.
+int onHandle(libusb_device_handle* handle, BusCall call, uint8_t* data = nullptr, int* transferred = nullptr)
+{
+    if (handle == nullptr || handle->device->openCount == 0) {
+        vorntest::reportMisuse((handle == nullptr ? "null handle: " : "closed handle: ") + call.text());
+        return LIBUSB_ERROR_NO_DEVICE;
+    }
+    return bus().call(*handle->device, std::move(call), data, transferred);
+}
+
+}  // namespace
 
 extern "C" {
 
@@ -254,9 +231,7 @@ libusb_device* LIBUSB_CALL libusb_ref_device(libusb_device* device)
 
 int LIBUSB_CALL libusb_open(libusb_device* device, libusb_device_handle** handle)
 {
-    BusCall call;
-    call.kind = BusCall::OPEN;
-    const int result = bus().call(*device, call, nullptr, nullptr);
+    const int result = bus().call(*device, {.kind = BusCall::OPEN}, nullptr, nullptr);
     if (result >= 0) {
         device->openCount++;
         *handle = &device->handle;
@@ -266,70 +241,54 @@ int LIBUSB_CALL libusb_open(libusb_device* device, libusb_device_handle** handle
 
 void LIBUSB_CALL libusb_close(libusb_device_handle* handle)
 {
-    BusCall call;
-    call.kind = BusCall::CLOSE;
-    (void)vorntest::onHandle(handle, call);
+    (void)onHandle(handle, {.kind = BusCall::CLOSE});
     if (handle != nullptr)
         handle->device->openCount--;
 }
 
 int LIBUSB_CALL libusb_kernel_driver_active(libusb_device_handle* handle, int interface)
 {
-    BusCall call;
-    call.kind = BusCall::DRIVER_ACTIVE;
-    call.value = static_cast<unsigned>(interface);
-    return vorntest::onHandle(handle, call);
+    return onHandle(handle, {.kind = BusCall::DRIVER_ACTIVE, .value = static_cast<unsigned>(interface)});
 }
 
 int LIBUSB_CALL libusb_detach_kernel_driver(libusb_device_handle* handle, int interface)
 {
-    BusCall call;
-    call.kind = BusCall::DETACH_DRIVER;
-    call.value = static_cast<unsigned>(interface);
-    return vorntest::onHandle(handle, call);
+    return onHandle(handle, {.kind = BusCall::DETACH_DRIVER, .value = static_cast<unsigned>(interface)});
 }
 
 int LIBUSB_CALL libusb_claim_interface(libusb_device_handle* handle, int interface)
 {
-    BusCall call;
-    call.kind = BusCall::CLAIM;
-    call.value = static_cast<unsigned>(interface);
-    return vorntest::onHandle(handle, call);
+    return onHandle(handle, {.kind = BusCall::CLAIM, .value = static_cast<unsigned>(interface)});
 }
 
 int LIBUSB_CALL libusb_set_interface_alt_setting(libusb_device_handle* handle, int interface, int setting)
 {
-    BusCall call;
-    call.kind = BusCall::ALT_SETTING;
-    call.value = static_cast<unsigned>(interface);
-    call.index = static_cast<unsigned>(setting);
-    return vorntest::onHandle(handle, call);
+    return onHandle(handle, {.kind = BusCall::ALT_SETTING,
+                             .value = static_cast<unsigned>(interface),
+                             .index = static_cast<unsigned>(setting)});
 }
 
 int LIBUSB_CALL libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data,
                                      int length, int* transferred, unsigned int timeout)
 {
-    BusCall call;
-    call.kind = (endpoint & LIBUSB_ENDPOINT_IN) != 0 ? BusCall::BULK_IN : BusCall::BULK_OUT;
-    call.endpoint = endpoint;
-    call.length = length;
-    call.timeoutMs = timeout;
-    return vorntest::onHandle(handle, call, data, transferred);
+    const auto kind = (endpoint & LIBUSB_ENDPOINT_IN) != 0 ? BusCall::BULK_IN : BusCall::BULK_OUT;
+    return onHandle(handle, {.kind = kind, .endpoint = endpoint, .length = length, .timeoutMs = timeout}, data,
+                    transferred);
 }
 
 int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t requestType, uint8_t request,
                                         uint16_t value, uint16_t index, unsigned char* data, uint16_t length,
                                         unsigned int timeout)
 {
-    BusCall call;
-    call.kind = (requestType & LIBUSB_ENDPOINT_IN) != 0 ? BusCall::CONTROL_IN : BusCall::CONTROL_OUT;
-    call.requestType = requestType;
-    call.request = request;
-    call.value = value;
-    call.index = index;
-    call.length = length;
-    call.timeoutMs = timeout;
-    return vorntest::onHandle(handle, call, data);
+    return onHandle(handle,
+                    {.kind = (requestType & LIBUSB_ENDPOINT_IN) != 0 ? BusCall::CONTROL_IN : BusCall::CONTROL_OUT,
+                     .requestType = requestType,
+                     .request = request,
+                     .value = value,
+                     .index = index,
+                     .length = length,
+                     .timeoutMs = timeout},
+                    data);
 }
 
 const char* LIBUSB_CALL libusb_error_name(int code)

@@ -42,17 +42,17 @@ struct BusCall {
         PAUSE,          ///< usleep; `pauseUs` is its argument
     };
     Kind kind = PAUSE;
-    unsigned endpoint = 0;       ///< exactly as passed
-    unsigned requestType = 0;    ///< control transfers: bmRequestType
-    unsigned request = 0;        ///< control transfers: bRequest
-    unsigned value = 0;          ///< control transfers: wValue
-    unsigned index = 0;          ///< control transfers: wIndex
-    int length = 0;              ///< bytes offered or asked for
-    unsigned timeoutMs = 0;      ///< exactly as passed
-    long pauseUs = 0;            ///< PAUSE only
-    std::vector<uint8_t> bytes;  ///< data sent; for IN transfers the data received, filled in for the log
-    int result = 0;              ///< what the call returned, filled in for the log
-    int64_t atUs = 0;            ///< virtual time at which the call began
+    unsigned endpoint = 0;            ///< exactly as passed
+    unsigned requestType = 0;         ///< control transfers: bmRequestType
+    unsigned request = 0;             ///< control transfers: bRequest
+    unsigned value = 0;               ///< control transfers: wValue
+    unsigned index = 0;               ///< control transfers: wIndex
+    int length = 0;                   ///< bytes offered or asked for
+    unsigned timeoutMs = 0;           ///< exactly as passed
+    long pauseUs = 0;                 ///< PAUSE only
+    std::vector<uint8_t> bytes = {};  ///< data sent; for IN transfers the data received, filled in for the log
+    int result = 0;                   ///< what the call returned, filled in for the log
+    int64_t atUs = 0;                 ///< virtual time at which the call began
 
     /// @return whether the call can fail in a test's fault plan: everything but CLOSE, PAUSE and the driver queries.
     bool countable() const;
@@ -105,8 +105,6 @@ public:
 
     /// @return a copy of the calls so far.
     std::vector<BusCall> log() const;
-    /// @return the log as text, a call a line.
-    std::string logText() const;
     void clearLog();
     /// Whether calls are logged; switch it off for long runs.
     std::atomic<bool> logging = true;
@@ -123,8 +121,6 @@ public:
     ssize_t deviceList(libusb_device*** list);
 
 private:
-    void record(BusCall call);
-
     mutable std::mutex mutex_;
     std::atomic<int64_t> now_ = 0;
     std::vector<libusb_device*> devices_;
@@ -153,7 +149,11 @@ struct libusb_device {
     libusb_device& operator=(const libusb_device&) = delete;
 
     /// @return a handle as after libusb_open, without a call: for tests of single operations.
-    libusb_device_handle* openHandle();
+    libusb_device_handle* openHandle()
+    {
+        openCount = 1;
+        return &handle;
+    }
 
     uint16_t vendorId = 0x16d0;
     uint16_t productId;

@@ -1,12 +1,18 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "lifecycle/camera_impl.h"
 #include "script.h"
 
+/// One operation as a value for tables: CALL(setFilter(3)).
+#define CALL(operation) [](VornCameraImpl& camera) { return camera.operation; }
+
 namespace vorntest {
+
+using Operation = std::function<bool(VornCameraImpl&)>;
 
 /// A camera object on a scripted bus, open as after a successful open() but without its traffic: for tests of single
 /// operations. Tests set the fields that identification would have set.
@@ -26,6 +32,14 @@ struct OpenedCamera {
     }
     /// @return the text of the last failure.
     std::string error() { return camera.getLastError(); }
+
+    /// Expects that the whole script was played, that the lock is free, and @p error as the text of the last failure.
+    void expectSettled(const char* error = "No error", Place place = Place::here())
+    {
+        EXPECT_TRUE(usb.done(place));
+        EXPECT_TRUE(lockFree()) << place.file << ":" << place.line;
+        EXPECT_STREQ(camera.getLastError(), error) << place.file << ":" << place.line;
+    }
 
     Script usb;
     VornCameraImpl camera;

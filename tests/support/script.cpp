@@ -14,17 +14,13 @@ namespace {
 constexpr size_t HEADER_LENGTH = 16;  // of a bridge request
 constexpr unsigned EP_REQUEST = 0x04;
 constexpr size_t SEQUENCE_OFFSET = 1;
+constexpr unsigned CONTROL_TIMEOUT_MS = 3000;
 
 std::string hexByte(unsigned value)
 {
     char text[4];
     (void)snprintf(text, sizeof text, "%02X", value & 0xFF);
     return text;
-}
-
-bool isBulkOut(const BusCall& call)
-{
-    return call.kind == BusCall::BULK_OUT;
 }
 
 /// @return index of the first byte that differs, or -1.
@@ -124,65 +120,47 @@ Steps& Steps::cut(size_t count)
     return *this;
 }
 
-Steps& Steps::add(ScriptStep step, Place place)
+Steps& Steps::add(BusCall call, Place place, std::vector<int> sent)
 {
-    step.place = place;
-    step.call.timeoutMs = step.call.timeoutMs != 0 ? step.call.timeoutMs : timeoutMs_;
-    steps_.push_back(std::move(step));
+    if (!sent.empty())
+        call.length = static_cast<int>(sent.size());
+    steps_.push_back({.call = std::move(call), .sent = std::move(sent), .place = place});
     return *this;
 }
 
-namespace {
-
-ScriptStep plainStep(BusCall::Kind kind, unsigned value = 0, unsigned index = 0)
-{
-    ScriptStep step;
-    step.call.kind = kind;
-    step.call.value = value;
-    step.call.index = index;
-    return step;
-}
-
-}  // namespace
-
 Steps& Steps::open(Place place)
 {
-    return add(plainStep(BusCall::OPEN), place);
+    return add({.kind = BusCall::OPEN}, place);
 }
 
 Steps& Steps::close(Place place)
 {
-    return add(plainStep(BusCall::CLOSE), place);
+    return add({.kind = BusCall::CLOSE}, place);
 }
 
 Steps& Steps::driverActive(bool active, Place place)
 {
-    add(plainStep(BusCall::DRIVER_ACTIVE), place);
-    return fails(active ? 1 : 0);
+    return add({.kind = BusCall::DRIVER_ACTIVE}, place).fails(active ? 1 : 0);
 }
 
 Steps& Steps::detachDriver(Place place)
 {
-    return add(plainStep(BusCall::DETACH_DRIVER), place);
+    return add({.kind = BusCall::DETACH_DRIVER}, place);
 }
 
 Steps& Steps::claim(Place place)
 {
-    return add(plainStep(BusCall::CLAIM), place);
+    return add({.kind = BusCall::CLAIM}, place);
 }
 
 Steps& Steps::altSetting(unsigned setting, Place place)
 {
-    return add(plainStep(BusCall::ALT_SETTING, 0, setting), place);
+    return add({.kind = BusCall::ALT_SETTING, .index = setting}, place);
 }
 
 Steps& Steps::out(unsigned endpoint, const std::string& hex, Place place)
 {
-    ScriptStep step = plainStep(BusCall::BULK_OUT);
-    step.call.endpoint = endpoint;
-    step.sent = parseHex(hex);
-    step.call.length = static_cast<int>(step.sent.size());
-    return add(std::move(step), place);
+    return add({.kind = BusCall::BULK_OUT, .endpoint = endpoint, .timeoutMs = timeoutMs_}, place, parseHex(hex));
 }
 
 Steps& Steps::in(unsigned endpoint, int length, const std::string& hex, Place place)
@@ -192,44 +170,42 @@ Steps& Steps::in(unsigned endpoint, int length, const std::string& hex, Place pl
 
 Steps& Steps::in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place)
 {
-    ScriptStep step = plainStep(BusCall::BULK_IN);
-    step.call.endpoint = endpoint;
-    step.call.length = length;
-    step.reply = std::move(bytes);
-    EXPECT_LE(step.reply.size(), static_cast<size_t>(length)) << "reply too long, " << place.file << ":" << place.line;
-    return add(std::move(step), place);
+    EXPECT_LE(bytes.size(), static_cast<size_t>(length)) << "reply too long, " << place.file << ":" << place.line;
+    add({.kind = BusCall::BULK_IN, .endpoint = endpoint, .length = length, .timeoutMs = timeoutMs_}, place);
+    steps_.back().reply = std::move(bytes);
+    return *this;
 }
 
 Steps& Steps::controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex, Place place)
 {
-    ScriptStep step = plainStep(BusCall::CONTROL_OUT, value, index);
-    step.call.requestType = 0x40;
-    step.call.request = request;
-    step.call.timeoutMs = 3000;
-    step.sent = parseHex(hex);
-    step.call.length = static_cast<int>(step.sent.size());
-    step.result = step.call.length;
-    return add(std::move(step), place);
+    add({.kind = BusCall::CONTROL_OUT,
+         .requestType = 0x40,
+         .request = request,
+         .value = value,
+         .index = index,
+         .timeoutMs = CONTROL_TIMEOUT_MS},
+        place, parseHex(hex));
+    return fails(steps_.back().call.length);
 }
 
 Steps& Steps::controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
                         Place place)
 {
-    ScriptStep step = plainStep(BusCall::CONTROL_IN, value, index);
-    step.call.requestType = 0xC0;
-    step.call.request = request;
-    step.call.timeoutMs = 3000;
-    step.call.length = length;
-    step.reply = parseBytes(hex);
-    step.result = static_cast<int>(step.reply.size());
-    return add(std::move(step), place);
+    add({.kind = BusCall::CONTROL_IN,
+         .requestType = 0xC0,
+         .request = request,
+         .value = value,
+         .index = index,
+         .length = length,
+         .timeoutMs = CONTROL_TIMEOUT_MS},
+        place);
+    steps_.back().reply = parseBytes(hex);
+    return fails(static_cast<int>(steps_.back().reply.size()));
 }
 
 Steps& Steps::pause(long us, Place place)
 {
-    ScriptStep step = plainStep(BusCall::PAUSE);
-    step.call.pauseUs = us;
-    return add(std::move(step), place);
+    return add({.kind = BusCall::PAUSE, .pauseUs = us}, place);
 }
 
 Steps& Steps::fails(int result)
@@ -334,7 +310,7 @@ ScriptStep* Script::expect(const BusCall& call)
     else if (different >= 0)
         problem = "wrong byte " + std::to_string(different);
 
-    if (isBulkOut(call) && call.endpoint == EP_REQUEST && call.bytes.size() > SEQUENCE_OFFSET) {
+    if (call.kind == BusCall::BULK_OUT && call.endpoint == EP_REQUEST && call.bytes.size() > SEQUENCE_OFFSET) {
         const int sequence = call.bytes[SEQUENCE_OFFSET];
         if (problem.empty() && step->sent[SEQUENCE_OFFSET] < 0 && lastSequence_ >= 0 &&
             sequence != ((lastSequence_ + 1) & 0xFF))
@@ -367,6 +343,18 @@ void Script::paused(long us)
     BusCall call;
     call.pauseUs = us;
     (void)expect(call);
+}
+
+void forEachFailure(const Steps& whole, const std::function<void(const Steps& steps, bool ok)>& run)
+{
+    for (size_t failing = 0; failing < whole.size(); failing++) {
+        if (!whole[failing].call.countable())
+            continue;
+        SCOPED_TRACE("failing step " + std::to_string(failing + 1) + ": " + whole[failing].text());
+        Steps steps;
+        run(steps.append(whole, 0, failing + 1).fails(LIBUSB_ERROR_TIMEOUT), false);
+    }
+    run(whole, true);
 }
 
 }  // namespace vorntest

@@ -19,6 +19,7 @@
 /// Bytes are two hex digits each, separated by blanks. `??` takes any byte, and in place of the sequence byte of a
 /// bridge request it takes the one after the request before. `...` stands for zeros up to offset 16.
 
+#include <functional>
 #include <span>
 #include <string>
 #include <vector>
@@ -38,11 +39,11 @@ struct Place {
 
 /// One expected call.
 struct ScriptStep {
-    BusCall call;                ///< what is expected; `bytes` is not used
-    std::vector<int> sent;       ///< data expected to be sent, -1 for any byte
-    std::vector<uint8_t> reply;  ///< data received
-    int result = 0;              ///< what the call returns
-    Place place;
+    BusCall call = {};                ///< what is expected; `bytes` is not used
+    std::vector<int> sent = {};       ///< data expected to be sent, -1 for any byte
+    std::vector<uint8_t> reply = {};  ///< data received
+    int result = 0;                   ///< what the call returns
+    Place place = {};
 
     /// @return as BusCall::text(), `??` where any byte will do.
     std::string text() const;
@@ -102,13 +103,14 @@ public:
     /// @return steps so far, pauses included; the index that the next step will have.
     size_t size() const { return steps_.size(); }
     ScriptStep& operator[](size_t index) { return steps_[index]; }
+    const ScriptStep& operator[](size_t index) const { return steps_[index]; }
 
 protected:
     std::vector<ScriptStep> steps_;
     unsigned timeoutMs_ = 30000;
 
 private:
-    Steps& add(ScriptStep step, Place place);
+    Steps& add(BusCall call, Place place, std::vector<int> sent = {});
 };
 
 /// The expected conversation with one device, which it owns. While it lives it receives every pause of the process.
@@ -139,5 +141,9 @@ private:
     bool unplugged_ = false;
     int lastSequence_ = -1;
 };
+
+/// Calls @p run for each call of @p whole with the steps up to that call, which fails, and at last with all steps.
+/// @param ok whether nothing fails
+void forEachFailure(const Steps& whole, const std::function<void(const Steps& steps, bool ok)>& run);
 
 }  // namespace vorntest

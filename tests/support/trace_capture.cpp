@@ -2,7 +2,7 @@
 #include "trace_capture.h"
 
 #include <unistd.h>
-#include <algorithm>
+#include <sstream>
 
 #include "vornccd.h"
 
@@ -57,26 +57,26 @@ TraceCapture::~TraceCapture()
     VornDebug = false;
 }
 
-std::vector<std::string> TraceCapture::lines()
+std::string TraceCapture::text()
 {
     VornDebug = false;
-    if (!done_) {
-        done_ = true;
-        const std::string text = capture_.text();
-        for (size_t start = 0; start < text.size();) {
-            const size_t end = text.find('\n', start);
-            lines_.push_back(end == std::string::npos ? text.substr(start) + " (no end)"
-                                                      : text.substr(start, end - start));
-            start = end == std::string::npos ? text.size() : end + 1;
-        }
-    }
-    return lines_;
+    if (text_.empty())
+        text_ = capture_.text();
+    return text_;
+}
+
+std::vector<std::string> TraceCapture::lines()
+{
+    std::vector<std::string> lines;
+    std::istringstream stream(text());
+    for (std::string line; std::getline(stream, line);)
+        lines.push_back(stream.eof() ? line + " (no end)" : line);
+    return lines;
 }
 
 bool TraceCapture::has(const std::string& line)
 {
-    (void)lines();
-    return std::find(lines_.begin(), lines_.end(), line) != lines_.end();
+    return ("\n" + text()).find("\n" + line + "\n") != std::string::npos;
 }
 
 }  // namespace vorntest

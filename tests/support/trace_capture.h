@@ -35,6 +35,8 @@ public:
 
     /// @return the raw text so far; the trace goes on.
     std::string textSoFar() { return capture_.textSoFar(); }
+    /// Ends the trace. @return all of it.
+    std::string text();
     /// Ends the trace. @return its lines without their line ends; a last line without line end is marked " (no end)".
     std::vector<std::string> lines();
     /// Ends the trace. @return whether one of its lines is @p line.
@@ -42,8 +44,7 @@ public:
 
 private:
     StderrCapture capture_;
-    bool done_ = false;
-    std::vector<std::string> lines_;
+    std::string text_;
 };
 
 }  // namespace vorntest

@@ -1,6 +1,4 @@
 // SPDX-License-Identifier: MIT
-#include <functional>
-
 #include <gtest/gtest.h>
 
 #include "opened_camera.h"
@@ -8,32 +6,35 @@
 namespace {
 
 using vorntest::OpenedCamera;
+using vorntest::Operation;
 using vorntest::parseBytes;
 using vorntest::Steps;
 
-struct PrimitiveCase {
-    const char* label;
-    CAMERA_TYPE type;
-    std::function<void(Steps&)> conversation;
-    std::function<bool(VornCameraImpl&)> act;
-};
-
-/// Acts and checks what arrived in the @p length bytes of the caller's buffer.
-std::function<bool(VornCameraImpl&)> reading(unsigned length, const std::string& expected,
-                                             const std::function<bool(VornCameraImpl&, uint8_t*)>& act)
+/// An operation on a buffer of @p length bytes CC, and what the buffer holds when it succeeds.
+Operation reading(unsigned length, const char* expected,
+                  const std::function<bool(VornCameraImpl&, uint8_t*, unsigned)>& operation)
 {
     return [=](VornCameraImpl& camera) {
         std::vector<uint8_t> bytes(length, 0xCC);
-        const bool ok = act(camera, bytes.data());
-        if (ok) {
+        const bool ok = operation(camera, bytes.data(), length);
+        if (ok && *expected != '\0') {
             EXPECT_EQ(bytes, parseBytes(expected));
         }
         return ok;
     };
 }
+#define READ(operation) [](VornCameraImpl& camera, uint8_t* bytes, unsigned n) { return camera.operation; }
 
-uint8_t fastTable[172] = {0x01, 0x02};
-uint8_t longTable[172] = {0x81, 0x02};
+/// Reads line 13 into a variable that a failure must leave at 7.
+Operation readingLine13(unsigned expected)
+{
+    return [=](VornCameraImpl& camera) {
+        unsigned state = 7;
+        const bool ok = camera.getIOState(13, &state);
+        EXPECT_EQ(state, ok ? expected : 7U);
+        return ok;
+    };
+}
 
 std::string zeros(size_t count)
 {
@@ -43,176 +44,104 @@ std::string zeros(size_t count)
     return hex;
 }
 
-const PrimitiveCase PRIMITIVES[] = {
-    {"parallel timeout 50", STANDARD,
-     [](Steps& usb) { usb.out(0x04, "0C ?? 00 00 32 00 00 00 00 00 00 00 00 00 00 00"); },
-     [](VornCameraImpl& camera) { return camera.setParTimeout(50); }},
-    {"parallel timeout, low 16 bits", STANDARD, [](Steps& usb) { usb.out(0x04, "0C ?? 00 00 45 23 ..."); },
-     [](VornCameraImpl& camera) { return camera.setParTimeout(0x12345); }},
-    {"I2C timeout 5000", STANDARD, [](Steps& usb) { usb.out(0x04, "0C ?? 00 01 88 13 ..."); },
-     [](VornCameraImpl& camera) { return camera.i2cSetTimeout(5000); }},
-    {"I2C speed", STANDARD, [](Steps& usb) { usb.out(0x04, "05 ?? 00 01 00 00 ..."); },
-     [](VornCameraImpl& camera) { return camera.i2cSetSpeed(1); }},
-    {"short waveform table", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 98 00 00 00 01 02" + zeros(150)).in(0x86, 4, "11 22 33 44");
-     },
-     [](VornCameraImpl& camera) { return camera.parInit(fastTable); }},
-    {"long waveform table", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 AC 00 00 00 81 02" + zeros(170)).in(0x86, 4, "00 00 00 00");
-     },
-     [](VornCameraImpl& camera) { return camera.parInit(longTable); }},
-    {"parallel in", STANDARD,
-     [](Steps& usb) { usb.out(0x04, "09 ?? 00 00 00 00 03 00 ...").in(0x88, 4, "A1 A2 A3 EE"); },
-     reading(3, "A1 A2 A3", [](VornCameraImpl& camera, uint8_t* bytes) { return camera.parIn(bytes, 3); })},
-    {"parallel in, count split in two words", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04, "09 ?? 00 00 01 00 70 11 ...").in(0x88, 70001, std::vector<uint8_t>(70001, 0x5A));
-     },
-     [](VornCameraImpl& camera) {
-         std::vector<uint8_t> bytes(70000);
-         return camera.parIn(bytes.data(), 70000);
-     }},
-    {"parallel out", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x02, "01 02 03").out(0x04, "0A ?? FF 00 00 00 00 00 00 00 00 00 00 00 00 00");
-         usb.in(0x86, 4, "00 00 00 00");
-     },
-     [](VornCameraImpl& camera) {
-         uint8_t bytes[] = {1, 2, 3};
-         return camera.parOut(bytes, 3);
-     }},
-    {"port direction", STANDARD,
-     [](Steps& usb) { usb.out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 00 9F FF 00 FF 00 FF 00 FF 00"); },
-     [](VornCameraImpl& camera) { return camera.setPortDirection(0, 0x9f); }},
-    {"port state", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04,
-                 "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 FF 00 FF 00 FF 00 FF 00 00 80 00 00 00 00 00 00");
-     },
-     [](VornCameraImpl& camera) { return camera.setPortState(4, 0x80); }},
-    {"line an output", STANDARD,
-     [](Steps& usb) { usb.out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 EF 10 FF 00 FF 00 FF 00 FF 00"); },
-     [](VornCameraImpl& camera) { return camera.setIODir(4, 1); }},
-    {"line an input", STANDARD,
-     [](Steps& usb) { usb.out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 FF 00 FF 00 FE 00 FF 00 FF 00"); },
-     [](VornCameraImpl& camera) { return camera.setIODir(16, 0); }},
-    {"line set", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04,
-                 "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 FF 00 DF 20 FF 00 FF 00 FF 00 00 00 00 00 00 00");
-     },
-     [](VornCameraImpl& camera) { return camera.setIOState(13, 1); }},
-    {"line cleared", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04,
-                 "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 FF 00 FF 00 FF 00 FF 00 7F 00 00 00 00 00 00 00");
-     },
-     [](VornCameraImpl& camera) { return camera.setIOState(39, 0); }},
-    {"line read, high", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04, "03 ?? 00 00 00 00 00 00 05 00 00 00 00 00 00 00").in(0x86, 9, "AA 00 20 00 00 00 BB BB BB");
-     },
-     [](VornCameraImpl& camera) {
-         unsigned state = 7;
-         const bool ok = camera.getIOState(13, &state);
-         EXPECT_EQ(state, ok ? 1U : 7U);  // untouched when the request fails
-         return ok;
-     }},
-    {"line read, low", STANDARD,
-     [](Steps& usb) { usb.out(0x04, "03 ?? 00 00 00 00 00 00 05 ...").in(0x86, 9, "FF FF DF FF FF FF FF FF FF"); },
-     [](VornCameraImpl& camera) {
-         unsigned state = 7;
-         const bool ok = camera.getIOState(13, &state);
-         EXPECT_EQ(state, ok ? 0U : 7U);
-         return ok;
-     }},
-    {"I2C write", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04, "04 ?? FF 00 00 00 01 00 00 00 00 00 03 00 00 00 A2 00 03").in(0x86, 4, "FF FF FF FF");
-     },
-     [](VornCameraImpl& camera) {
-         uint8_t bytes[] = {0x00, 0x03};
-         return camera.i2cWrite(0x51, bytes, 2);
-     }},
-    {"I2C read", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04, "04 ?? FF 00 00 00 01 00 02 00 00 00 01 00 00 00 A3").in(0x86, 6, "EE 34 DF 01 02 03");
-     },
-     reading(2, "34 DF", [](VornCameraImpl& camera, uint8_t* bytes) { return camera.i2cRead(0x51, bytes, 2); })},
-    {"EEPROM, address wraps", STANDARD,
-     [](Steps& usb) {
-         usb.out(0x04, "04 ?? FF 00 00 00 01 00 00 00 00 00 03 00 00 00 A2 00 E8").in(0x86, 4, "00 00 00 00");
-         usb.out(0x04, "04 ?? FF 00 00 00 01 00 05 00 00 00 01 00 00 00 A3").in(0x86, 9, "00 84 D9 01 02 00 00 00 00");
-     },
-     reading(5, "84 D9 01 02 00",
-             [](VornCameraImpl& camera, uint8_t* bytes) { return camera.eepRead(1000, bytes, 5); })},
-    {"SPI lines, QUICKER", QUICKER,
-     [](Steps& usb) {
-         usb.out(0x04,
-                 "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 1F C0 FF 00 FF 00 FF 00 FF 00 00 00 00 00 00 00");
-         usb.out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 0F E0 FF 00 FF 00 FF 00 FF 00");
-     },
-     [](VornCameraImpl& camera) { return camera.spiInit(); }},
-    {"SPI lines, ADVANCED", ADVANCED,
-     [](Steps& usb) {
-         usb.out(0x04,
-                 "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 1F 80 FF 00 FF 00 FF 00 FF 00 00 00 00 00 00 00");
-         usb.out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 0F E0 FF 00 FF 00 FF 00 FF 00");
-     },
-     [](VornCameraImpl& camera) { return camera.spiInit(); }},
-    {"SPI write, 12 bits of value", QUICKER,
-     [](Steps& usb) {
-         usb.out(0x04, "06 ?? 00 01 00 00 01 00 02 00 00 00 02 00 00 00 53 E8").in(0x86, 6, "00 01 02 00 00 00");
-     },
-     [](VornCameraImpl& camera) { return camera.spiWrite(5, 0xF3E8); }},
-    {"data by the parallel bus", CLASSIC,
-     [](Steps& usb) { usb.out(0x04, "09 ?? 00 00 00 00 02 00 ...").in(0x88, 3, "01 02 EE"); },
-     reading(2, "01 02", [](VornCameraImpl& camera, uint8_t* bytes) { return camera.getData(bytes, 2); })},
-    {"data by SPI, the buffer goes out", ADVANCED,
-     [](Steps& usb) {
-         usb.out(0x04, "06 ?? 00 02 03 00 01 00 02 00 00 00 02 00 00 00 CC CC").in(0x86, 6, "EE 01 02 00 00 00");
-     },
-     reading(2, "01 02", [](VornCameraImpl& camera, uint8_t* bytes) { return camera.getData(bytes, 2); })},
+uint8_t shortTable[172] = {0x01, 0x02};
+uint8_t longTable[172] = {0x81, 0x02};
+const uint8_t THREE_BYTES[] = {0x00, 0x03, 0x05};
+
+struct Primitive {
+    const char* label;
+    CAMERA_TYPE type;
+    Operation operation;
+    Steps conversation;
 };
 
-TEST(BridgePrimitive, SendsExactlyTheseBytes)
+std::vector<Primitive> primitives()
 {
-    for (const PrimitiveCase& row : PRIMITIVES) {
-        SCOPED_TRACE(row.label);
-        OpenedCamera opened(row.type);
-        row.conversation(opened.usb);
-        EXPECT_TRUE(row.act(opened.camera));
-        EXPECT_TRUE(opened.usb.done());
-    }
+    return {
+        {"parallel timeout 50", STANDARD, CALL(setParTimeout(50)),
+         Steps().out(0x04, "0C ?? 00 00 32 00 00 00 00 00 00 00 00 00 00 00")},
+        {"parallel timeout, low 16 bits", STANDARD, CALL(setParTimeout(0x12345)),
+         Steps().out(0x04, "0C ?? 00 00 45 23 ...")},
+        {"I2C timeout 5000", STANDARD, CALL(i2cSetTimeout(5000)), Steps().out(0x04, "0C ?? 00 01 88 13 ...")},
+        {"I2C speed", STANDARD, CALL(i2cSetSpeed(1)), Steps().out(0x04, "05 ?? 00 01 00 00 ...")},
+        {"short waveform table", STANDARD, CALL(parInit(shortTable)),
+         Steps()
+             .out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 98 00 00 00 01 02" + zeros(150))
+             .in(0x86, 4, "11 22 33 44")},
+        {"long waveform table", STANDARD, CALL(parInit(longTable)),
+         Steps()
+             .out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 AC 00 00 00 81 02" + zeros(170))
+             .in(0x86, 4, "00 00 00 00")},
+        {"parallel in", STANDARD, reading(3, "A1 A2 A3", READ(parIn(bytes, n))),
+         Steps().out(0x04, "09 ?? 00 00 00 00 03 00 ...").in(0x88, 4, "A1 A2 A3 EE")},
+        {"parallel in, count in two words", STANDARD, reading(70000, "", READ(parIn(bytes, n))),
+         Steps().out(0x04, "09 ?? 00 00 01 00 70 11 ...").in(0x88, 70001, std::vector<uint8_t>(70001, 0x5A))},
+        {"parallel out", STANDARD, CALL(parOut(THREE_BYTES, 3)),
+         Steps()
+             .out(0x02, "00 03 05")
+             .out(0x04, "0A ?? FF 00 00 00 00 00 00 00 00 00 00 00 00 00")
+             .in(0x86, 4, "00 00 00 00")},
+        {"port direction", STANDARD, CALL(setPortDirection(0, 0x9f)),
+         Steps().out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 00 9F FF 00 FF 00 FF 00 FF 00")},
+        {"port state", STANDARD, CALL(setPortState(4, 0x80)),
+         Steps().out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 FF 00 FF 00 FF 00 FF 00 00 80" + zeros(6))},
+        {"line an output", STANDARD, CALL(setIODir(4, 1)),
+         Steps().out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 EF 10 FF 00 FF 00 FF 00 FF 00")},
+        {"line an input", STANDARD, CALL(setIODir(16, 0)),
+         Steps().out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 FF 00 FF 00 FE 00 FF 00 FF 00")},
+        {"line set", STANDARD, CALL(setIOState(13, 1)),
+         Steps().out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 FF 00 DF 20 FF 00 FF 00 FF 00" + zeros(6))},
+        {"line cleared", STANDARD, CALL(setIOState(39, 0)),
+         Steps().out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 FF 00 FF 00 FF 00 FF 00 7F 00" + zeros(6))},
+        {"line read, high", STANDARD, readingLine13(1),
+         Steps()
+             .out(0x04, "03 ?? 00 00 00 00 00 00 05 00 00 00 00 00 00 00")
+             .in(0x86, 9, "AA 00 20 00 00 00 BB BB BB")},
+        {"line read, low", STANDARD, readingLine13(0),
+         Steps().out(0x04, "03 ?? 00 00 00 00 00 00 05 ...").in(0x86, 9, "FF FF DF FF FF FF FF FF FF")},
+        {"I2C write", STANDARD, CALL(i2cWrite(0x51, THREE_BYTES, 2)),
+         Steps().out(0x04, "04 ?? FF 00 00 00 01 00 00 00 00 00 03 00 00 00 A2 00 03").in(0x86, 4, "FF FF FF FF")},
+        {"I2C read", STANDARD, reading(2, "34 DF", READ(i2cRead(0x51, bytes, n))),
+         Steps().out(0x04, "04 ?? FF 00 00 00 01 00 02 00 00 00 01 00 00 00 A3").in(0x86, 6, "EE 34 DF 01 02 03")},
+        {"EEPROM, address wraps", STANDARD, reading(5, "84 D9 01 02 00", READ(eepRead(1000, bytes, n))),
+         Steps()
+             .out(0x04, "04 ?? FF 00 00 00 01 00 00 00 00 00 03 00 00 00 A2 00 E8")
+             .in(0x86, 4, "00 00 00 00")
+             .out(0x04, "04 ?? FF 00 00 00 01 00 05 00 00 00 01 00 00 00 A3")
+             .in(0x86, 9, "00 84 D9 01 02 00 00 00 00")},
+        {"SPI lines, QUICKER", QUICKER, CALL(spiInit()),
+         Steps()
+             .out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 1F C0 FF 00 FF 00 FF 00 FF 00" + zeros(6))
+             .out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 0F E0 FF 00 FF 00 FF 00 FF 00")},
+        {"SPI lines, ADVANCED", ADVANCED, CALL(spiInit()),
+         Steps()
+             .out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 1F 80 FF 00 FF 00 FF 00 FF 00" + zeros(6))
+             .out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 0F E0 FF 00 FF 00 FF 00 FF 00")},
+        {"SPI write, 12 bits of value", QUICKER, CALL(spiWrite(5, 0xF3E8)),
+         Steps().out(0x04, "06 ?? 00 01 00 00 01 00 02 00 00 00 02 00 00 00 53 E8").in(0x86, 6, "00 01 02 00 00 00")},
+        {"data by the parallel bus", CLASSIC, reading(2, "01 02", READ(getData(bytes, n))), Steps().parIn(2, "01 02")},
+        {"data by SPI, the buffer goes out", ADVANCED, reading(2, "01 02", READ(getData(bytes, n))),
+         Steps().out(0x04, "06 ?? 00 02 03 00 01 00 02 00 00 00 02 00 00 00 CC CC").in(0x86, 6, "EE 01 02 00 00 00")},
+    };
 }
 
-TEST(BridgePrimitive, EndsAtTheFirstFailingTransfer)
+TEST(BridgePrimitive, SendsTheseBytesAndEndsAtTheFirstFailure)
 {
-    for (const PrimitiveCase& row : PRIMITIVES) {
-        OpenedCamera opened(row.type);
-        row.conversation(opened.usb);
-        const size_t count = opened.usb.size();
-        for (size_t failing = 0; failing < count; failing++) {
-            SCOPED_TRACE(std::string(row.label) + ", transfer " + std::to_string(failing + 1));
-            opened.usb.clear();
-            row.conversation(opened.usb);
-            opened.usb.cut(failing + 1).fails(LIBUSB_ERROR_PIPE);
-            EXPECT_FALSE(row.act(opened.camera));
-            EXPECT_TRUE(opened.usb.done());
-            EXPECT_EQ(opened.error(), "No error");
-        }
+    for (const Primitive& row : primitives()) {
+        SCOPED_TRACE(row.label);
+        forEachFailure(row.conversation, [&](const Steps& steps, bool ok) {
+            OpenedCamera opened(row.type);
+            opened.usb.append(steps);
+            EXPECT_EQ(row.operation(opened.camera), ok);
+            opened.expectSettled();  // no text: that is for the operations above
+        });
     }
 }
 
 TEST(BridgePrimitive, ParInStoresWhatArrivedBeforeTheFailure)
 {
     OpenedCamera opened;
-    opened.usb.out(0x04, "09 ?? 00 00 00 00 04 00 ...")
-        .in(0x88, 5, "A1 A2")
-        .in(0x88, 3, "")
-        .fails(LIBUSB_ERROR_TIMEOUT);
+    opened.usb.out(0x04, "09 ?? 00 00 00 00 04 00 ...").in(0x88, 5, "A1 A2").in(0x88, 3, "").fails();
     uint8_t bytes[4] = {0xCC, 0xCC, 0xCC, 0xCC};
     EXPECT_FALSE(opened.camera.parIn(bytes, 4));
     EXPECT_EQ(bytes[0], 0xA1);
@@ -229,11 +158,11 @@ TEST(BridgePrimitive, UnknownParInitModeSendsNothing)
 
 TEST(BridgeRequest, SequenceByteCountsAndWraps)
 {
-    OpenedCamera first;
-    for (int i = 0; i < 300; i++)  // the script demands the next value each time, 0 after 255
-        first.usb.out(0x04, "05 ?? 00 00 00 00 ...");
-    for (int i = 0; i < 300; i++)
-        first.camera.i2cSetSpeed(0);
+    OpenedCamera opened;
+    for (int i = 0; i < 300; i++) {  // the script demands the next value each time, 0 after 255
+        opened.usb.out(0x04, "05 ?? 00 00 00 00 ...");
+        EXPECT_TRUE(opened.camera.i2cSetSpeed(0));
+    }
 }
 
 TEST(GetData, WordFillsTheLowHalf)
@@ -245,42 +174,40 @@ TEST(GetData, WordFillsTheLowHalf)
     EXPECT_EQ(value, 0xABCD1234U);  // the upper half stays
 
     OpenedCamera classic(CLASSIC);
-    value = 0xABCD0000;
-    classic.usb.parIn(4, "34 EE 12 EE");
+    classic.usb.parIn(4, "78 EE 56 EE");
     EXPECT_TRUE(classic.camera.getData(&value));
-    EXPECT_EQ(value, 0x1234U);
+    EXPECT_EQ(value, 0x5678U);
 }
 
 TEST(GetString, EndsAtNulAtTheLimitOrAtAFailure)
 {
     struct {
         const char* label;
-        const char* sent;
+        const char* sent;  ///< '!' fails
         unsigned max;
-        bool ok;
         std::string expected;
     } const CASES[] = {
-        {"NUL ends it", "AB", 32, true, std::string("AB\0", 3)},
-        {"empty", "", 32, true, std::string("\0", 1)},
-        {"the 13th character is the last of 16", "ABCDEFGHIJKLMNOPQ", 16, true, "ABCDEFGHIJKLM"},
-        {"failure after two", "AB!", 32, false, "AB"},
+        {"NUL ends it", "AB", 32, std::string("AB\0", 3)},
+        {"empty", "", 32, std::string("\0", 1)},
+        {"the 13th character is the last of 16", "ABCDEFGHIJKLMNOPQ", 16, "ABCDEFGHIJKLM"},
+        {"failure after two", "AB!", 32, "AB"},
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.label);
         OpenedCamera standard;
         const std::string text = row.sent;
-        for (size_t i = 0; i <= text.size() && i < row.max - 3; i++) {
+        bool ok = true;
+        for (size_t i = 0; ok && i <= text.size() && i < row.max - 3; i++) {
             standard.usb.out(0x04, "09 ?? 00 00 00 00 02 00 ...");
-            standard.usb.in(0x88, 3, std::vector<uint8_t>{static_cast<uint8_t>(text[i]), 0x20, 0xEE});
-            if (text[i] == '!') {
-                standard.usb.fails(LIBUSB_ERROR_TIMEOUT);
-                break;
-            }
+            standard.usb.in(0x88, 3, std::vector<uint8_t>{static_cast<uint8_t>(text.c_str()[i]), 0x20, 0xEE});
+            ok = text.c_str()[i] != '!';
+            if (!ok)
+                standard.usb.fails();
         }
         char buffer[40];
-        EXPECT_EQ(standard.camera.getString(buffer, row.max), row.ok);
+        EXPECT_EQ(standard.camera.getString(buffer, row.max), ok);
         EXPECT_EQ(std::string(buffer, row.expected.size()), row.expected);
-        EXPECT_TRUE(standard.usb.done());
+        standard.expectSettled();
     }
 }
 
@@ -288,26 +215,21 @@ TEST(BridgeDeathTest, PrimitivesOfOtherFamiliesEndTheProcess)
 {
     struct {
         CAMERA_TYPE type;
-        std::function<void(VornCameraImpl&)> act;
-        const char* text;
+        Operation operation;
+        int line;
     } const CASES[] = {
-        {STANDARD, [](VornCameraImpl& camera) { camera.spiInit(); }, "Assertion failed \\(vornccdusb, 564\\)"},
-        {ADVANCED, [](VornCameraImpl& camera) { camera.spiWrite(2, 0); }, "Assertion failed \\(vornccdusb, 586\\)"},
-        {QUICKER,
-         [](VornCameraImpl& camera) {
-             uint8_t bytes[2] = {};
-             camera.getData(bytes, 2);
-         },
-         "Assertion failed \\(vornccdusb, 623\\)"},
-        {IIDC, [](VornCameraImpl& camera) { camera.sendCommand(9); }, "Assertion failed \\(vornccdusb, 486\\)"},
-        {QUICKER, [](VornCameraImpl& camera) { camera.sendCommand(9, uint16_t{1}); },
-         "Assertion failed \\(vornccdusb, 505\\)"},
-        {QUICKER, [](VornCameraImpl& camera) { camera.appInit(); }, "Assertion failed \\(vornccdusb, 703\\)"},
-        {IIDC, [](VornCameraImpl& camera) { camera.ping(); }, "Assertion failed \\(vornccdusb, 842\\)"},
+        {STANDARD, CALL(spiInit()), 564},
+        {ADVANCED, CALL(spiWrite(2, 0)), 586},
+        {QUICKER, reading(2, "", READ(getData(bytes, n))), 623},
+        {IIDC, CALL(sendCommand(9)), 486},
+        {QUICKER, CALL(sendCommand(9, uint16_t{1})), 505},
+        {QUICKER, CALL(appInit()), 703},
+        {IIDC, CALL(ping()), 842},
     };
     for (const auto& row : CASES) {
         OpenedCamera opened(row.type);
-        EXPECT_EXIT(row.act(opened.camera), testing::ExitedWithCode(1), row.text);
+        EXPECT_EXIT(row.operation(opened.camera), testing::ExitedWithCode(1),
+                    "Assertion failed \\(vornccdusb, " + std::to_string(row.line) + "\\)");
     }
 }
 

@@ -15,19 +15,13 @@ namespace {
 
 using namespace vornccd;
 
-TEST(Wire, NamesItsByteOrder)
+TEST(Wire, BigEndianHelpersAreUnsignedAndTakeTheLow16Bits)
 {
-    const uint8_t bytes[] = {0x00, 0x12, 0x34, 0x80, 0xFF};
-    EXPECT_EQ(getLe16(bytes, 1), 0x3412);
-    EXPECT_EQ(getBe16(bytes, 1), 0x1234);
-    EXPECT_EQ(getInt16(bytes, 3), 0x80FF);  // never negative
-    EXPECT_EQ(getLe32(bytes, 1), 0xFF803412U);
-
-    std::array<uint8_t, 6> out = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
-    setInt16(out.data(), 1, 0x56781234);  // the low 16 bits
-    EXPECT_EQ(out, (std::array<uint8_t, 6>{0xEE, 0x12, 0x34, 0xEE, 0xEE, 0xEE}));
-    putLe32(out.data(), 1, 0xA1B2C3D4);
-    EXPECT_EQ(out, (std::array<uint8_t, 6>{0xEE, 0xD4, 0xC3, 0xB2, 0xA1, 0xEE}));
+    const uint8_t bytes[] = {0x00, 0x80, 0xFF};
+    EXPECT_EQ(getInt16(bytes, 1), 0x80FF);
+    std::array<uint8_t, 4> out = {0xEE, 0xEE, 0xEE, 0xEE};
+    setInt16(out.data(), 1, 0x56781234);
+    EXPECT_EQ(out, (std::array<uint8_t, 4>{0xEE, 0x12, 0x34, 0xEE}));
 }
 
 TEST(Wire, ReaderGivesZeroPastTheEndAndRemembers)
@@ -38,7 +32,6 @@ TEST(Wire, ReaderGivesZeroPastTheEndAndRemembers)
     EXPECT_FALSE(reader.overrun());
     EXPECT_EQ(reader.le16(), 3);
     EXPECT_TRUE(reader.overrun());
-    EXPECT_EQ(reader.u8(), 0);
 }
 
 TEST(Saturate, KeepsEveryDoubleInRange)
