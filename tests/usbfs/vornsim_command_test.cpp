@@ -48,6 +48,17 @@ TEST(VornsimCommand, PlugsInWhatWasAskedFor)
     EXPECT_EQ(runShell(SIM + "run --no-camera" + program).output, "0\n");
 }
 
+TEST(VornsimCommand, SumsUpWhatTheCameraComplainedAbout)
+{
+    const std::string host = " -- " USBFS_HOST " refused df34; cat ";
+    const std::string log = testing::TempDir() + "vornsim-complaints.log";
+    const std::string output = runShell(SIM + "run --camera K12 --log " + log + host + log + "; rm " + log).output;
+    EXPECT_EQ(output.find("vornsim: camera 1 (Vorn K12): 1 request that real firmware could not serve ("), 0U)
+        << output;
+    EXPECT_NE(output.find(", see " + log + "\n"), std::string::npos) << output;
+    EXPECT_NE(output.find("Z camera 1 (Vorn K12): COMPLAINT: "), std::string::npos) << output;
+}
+
 TEST(VornsimCommand, StartsItselfUnderUmockdevAndPassesAllArgumentsOn)
 {
     const CommandResult result = runShell(

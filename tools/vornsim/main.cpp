@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
+#include <exception>
 #include <map>
 
 #include "list_command.h"
@@ -14,7 +15,7 @@ namespace {
 constexpr const char* EXAMPLES = R"(Examples:
   vornsim list
   vornsim run --camera "Vorn K12" -- vornctl list
-  vornsim run --camera K12 --camera K12 --log cameras.log -- vornctl expose 10 -o sky.fits
+  vornsim run --camera K12 --camera K12 --log cameras.log -- vornctl expose -t 10 -o sky.fits
   vornsim run --camera K12 --scene ramp -- gdb --args ./my-imaging-program
 
 The program is not changed in any way: it uses the system's libusb-1.0 and sees the simulated cameras instead of the
@@ -26,9 +27,8 @@ char** endOfOwnArguments(int argc, char** argv)
     return std::find_if(argv, argv + argc, [](const char* argument) { return std::strcmp(argument, "--") == 0; });
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+/// The command line, apart from what nobody expects to go wrong.
+int runVornsim(int argc, char** argv)
 {
     using namespace vornsim;
     CLI::App app("Simulated Vorn cameras for any program that uses libusb-1.0.", "vornsim");
@@ -89,4 +89,16 @@ int main(int argc, char** argv)
         return EXIT_OWN_FAILURE;
     }
     return runCommand(request);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return runVornsim(argc, argv);
+    } catch (const std::exception& error) {  // no memory, most likely
+        std::fprintf(stderr, "vornsim: %s\n", error.what());
+        return vornsim::EXIT_OWN_FAILURE;
+    }
 }
