@@ -106,10 +106,7 @@ std::vector<CameraHandle> listCameras()
 {
     std::array<VornCamera*, MAX_CAMERAS> found = {};
     const int count = VornCamera::list(found.data(), MAX_CAMERAS);
-    std::vector<CameraHandle> cameras;
-    for (int index = 0; index < count; ++index)
-        cameras.emplace_back(found[static_cast<size_t>(index)]);
-    return cameras;
+    return {found.begin(), found.begin() + std::max(count, 0)};
 }
 
 Result<CameraSelector> CameraSelector::parse(const std::string& text)

@@ -157,7 +157,7 @@ std::string fitsDate(Clock::Utc moment)
 Status writeFits(const Frame& frame, const std::string& path, const std::string& creator, bool overwrite)
 {
     OutputFile output(path, overwrite);
-    const Status possible = output.check();
+    Status possible = output.check();
     if (!possible.ok())
         return possible;
 

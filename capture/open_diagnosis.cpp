@@ -45,7 +45,7 @@ std::vector<UsbNode> nodesOf(int listIndex)
             continue;
         unsigned int vendor = 0;
         unsigned int product = 0;
-        if (std::sscanf(line.c_str() + ids, "' [0x%x, 0x%x]", &vendor, &product) != 2)  // NOLINT(cert-err34-c)
+        if (std::sscanf(line.c_str() + ids, "' [0x%x, 0x%x]", &vendor, &product) != 2)
             return {};
         return findUsbNodes(sysfsId(vendor), sysfsId(product));
     }

@@ -75,7 +75,7 @@ StretchTable automaticStretch(const std::vector<uint16_t>& pixels)
 Status writePng(const Frame& frame, const std::string& path, bool overwrite)
 {
     OutputFile output(path, overwrite);
-    const Status possible = output.check();
+    Status possible = output.check();
     if (!possible.ok())
         return possible;
 

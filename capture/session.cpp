@@ -17,6 +17,9 @@ constexpr double WAIT_STEP_SECONDS = 0.1;
 /// Our own timing of an exposure is good to about this; finer digits would only tell of the scheduler.
 constexpr double TIMING_STEP_SECONDS = 0.001;
 
+/// Cameras time short exposures in whole microseconds or coarser; more digits would come from the arithmetic.
+constexpr double SHORT_STEP_SECONDS = 1e-6;
+
 /// What a register camera reports when its thermometer could not be read.
 constexpr double ABSOLUTE_ZERO_CELSIUS = -273.15;
 
@@ -91,6 +94,11 @@ Telemetry telemetryOf(VornCamera& camera, const CameraInfo& info)
     readCooler(camera, info, telemetry);
     readGain(camera, info, telemetry);
     return telemetry;
+}
+
+double rounded(double seconds, double step)
+{
+    return std::round(seconds / step) * step;
 }
 
 Clock::Utc earlier(Clock::Utc moment, double seconds)
@@ -305,11 +313,11 @@ Result<Frame> Session::readOut(const ExposurePlan& plan, Integration integration
     frame.notes = plan.notes;
     if (plan.longExposure) {
         const double made = readout->endSeconds - integration.beginSeconds + integration.leadSeconds;
-        frame.exposureSeconds = std::round(made / TIMING_STEP_SECONDS) * TIMING_STEP_SECONDS;
+        frame.exposureSeconds = rounded(made, TIMING_STEP_SECONDS);
         frame.start = integration.start;
     } else {
         // The command returns when the exposure is over; a register camera's returns when it begins.
-        frame.exposureSeconds = shortExposureMade(info_.family, plan.seconds);
+        frame.exposureSeconds = rounded(shortExposureMade(info_.family, plan.seconds), SHORT_STEP_SECONDS);
         frame.start = info_.family == IIDC ? readout->commanded : earlier(readout->commanded, frame.exposureSeconds);
     }
     return frame;

@@ -56,7 +56,7 @@ Outcome CommandLine::shell(const std::string& command) const
     const fs::path err = captured_ / "err";
     const std::string whole = "cd '" + directory_.string() + "' && { " + command + "; } >'" + out.string() + "' 2>'" +
                               err.string() + "' </dev/null";
-    const int status = std::system(whole.c_str());  // NOLINT(cert-env33-c,concurrency-mt-unsafe): our own words only
+    const int status = std::system(whole.c_str());
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentsOf(out), contentsOf(err)};
 }
 

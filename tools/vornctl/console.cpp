@@ -89,6 +89,15 @@ vorncapture::CancelToken& cancelOnSignals()
 
 ProgressLine::ProgressLine(bool wanted) : active_(wanted && isatty(STDERR_FILENO) != 0) {}
 
+void ProgressLine::say(const std::string& text)
+{
+    if (!active_ || text == shown_)
+        return;
+    shown_ = text;
+    (void)std::fprintf(stderr, "\r\033[K%s", text.c_str());
+    (void)std::fflush(stderr);
+}
+
 void ProgressLine::show(Phase phase, double elapsed, double total)
 {
     if (!active_)
@@ -107,11 +116,7 @@ void ProgressLine::show(Phase phase, double elapsed, double total)
         (void)std::snprintf(numbers.data(), numbers.size(), "] %.1f of %.1f s", elapsed, total);
         line = "exposing [" + std::string(filled, '#') + std::string(BAR_WIDTH - filled, ' ') + numbers.data();
     }
-    if (line == shown_)
-        return;
-    shown_ = line;
-    (void)std::fprintf(stderr, "\r\033[K%s", line.c_str());
-    (void)std::fflush(stderr);
+    say(line);
 }
 
 void ProgressLine::clear()

@@ -42,6 +42,7 @@ public:
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
 
+    void say(const std::string& text);
     void show(vorncapture::Phase phase, double elapsed, double total);
     void clear();
 

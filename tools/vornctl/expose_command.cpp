@@ -107,9 +107,12 @@ int exposeCommand(Options options)
 
     vorncapture::CancelToken& cancel = cancelOnSignals();
     ProgressLine progress(!options.quiet && !options.json);
+    progress.say("opening the camera");
     auto opened = vorncapture::openSelected(vorncapture::listCameras(), selector.value(), {.cancel = &cancel});
-    if (!opened.ok())
+    if (!opened.ok()) {
+        progress.clear();
         return leave(opened.error());
+    }
     const auto frame = opened.value()->expose(
         options.request, &cancel,
         [&progress](auto phase, double elapsed, double total) { progress.show(phase, elapsed, total); });

@@ -82,7 +82,9 @@ int main(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0)
             return app.exit(error);  // help or version
-        (void)std::fprintf(stderr, "vornctl: %s (see vornctl --help)\n", error.what());
+        const bool anyCommand = !app.get_subcommands().empty();
+        (void)std::fprintf(stderr, "vornctl: %s (see vornctl --help)\n",
+                           anyCommand ? error.what() : "give a command it knows: list, info or expose");
         return vornctl::EXIT_USAGE;
     }
     VornDebug = trace;
