@@ -1,0 +1,232 @@
+// SPDX-License-Identifier: MIT
+// Cameras in several threads: run under the thread sanitizer, which sees what these expectations cannot.
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "camera_catalogue.h"
+#include "opened_camera.h"
+#include "simulated.h"
+#include "trace_capture.h"
+
+namespace {
+
+using vorntest::bus;
+using vorntest::TraceCapture;
+using Image = std::vector<uint16_t>;
+
+constexpr unsigned SIDE = 8;  // of the square region that is read
+
+CAMERA_TYPE familyOf(const vornsim::ModelInfo& model)
+{
+    const std::string family = model.family;
+    return family == "ADVANCED"  ? ADVANCED
+           : family == "CLASSIC" ? CLASSIC
+           : family == "IIDC"    ? IIDC
+           : family == "QUICKER" ? QUICKER
+                                 : STANDARD;
+}
+
+/// A simulated camera that shows a pattern without noise, and the library's object for it.
+struct Bench {
+    explicit Bench(const char* name)
+        : model(*vornsim::findModel(name)),
+          simulated(vornsim::makeCamera(model, {.scene = vornsim::SceneKind::RAMP}, clock, log)),
+          usb(*simulated),
+          device(model.productId, usb),
+          camera(&device, model.name, familyOf(model))
+    {
+    }
+    ~Bench() { EXPECT_EQ(log.complaints, std::vector<std::string>()) << model.name; }
+
+    vorntest::BusClock clock;
+    vorntest::CollectedLog log;
+    const vornsim::ModelInfo& model;
+    std::unique_ptr<vornsim::UsbDevice> simulated;
+    vorntest::SimulatedUsb usb;
+    libusb_device device;
+    VornCameraImpl camera;
+};
+
+/// One exposure, long where the family has them. @return the image, empty after a failure.
+Image expose(VornCameraImpl& camera, bool longExposure)
+{
+    Image image(SIDE * SIDE + 1UL);
+    bool ok = true;
+    if (longExposure && camera.type != IIDC) {
+        ok = camera.startExposure(false);
+        bus().advanceUs(camera.delay(0.5));
+        ok = ok && camera.readCCD(16, 8, SIDE, SIDE, 1, 1);
+    } else {
+        ok = camera.readCCD(16, 8, SIDE, SIDE, 1, 1, 0.1);
+    }
+    ok = ok && camera.getImage(image.data(), SIDE * SIDE);
+    return ok ? image : Image();
+}
+
+/// What a host does with a camera. @return its images.
+std::vector<Image> work(VornCameraImpl& camera)
+{
+    std::vector<Image> images;
+    EXPECT_TRUE(camera.open()) << camera.getLastError();
+    for (const bool longExposure : {false, true, false}) {
+        float celsius = 0;
+        COOLING_STATE state = COOLING_INACTIVE;
+        if (camera.tempSensorCount > 0) {
+            EXPECT_TRUE(camera.getTemperatureSensorStatus(1, &celsius));
+        }
+        if (camera.cooler > COOLER_ALWAYSON) {
+            EXPECT_TRUE(camera.setCooling(-10.0F));
+            EXPECT_TRUE(camera.getCoolingStatus(&state, &celsius, &celsius));
+        }
+        images.push_back(expose(camera, longExposure));
+        EXPECT_FALSE(images.back().empty()) << camera.getLastError();
+        if (camera.hasGuidePort) {
+            EXPECT_TRUE(camera.setGuideRelays(0));
+        }
+    }
+    camera.close();
+    return images;
+}
+
+std::vector<Image> workAlone(const char* name)
+{
+    Bench bench(name);
+    return work(bench.camera);
+}
+
+class ThreadedCameras : public testing::Test {
+protected:
+    ThreadedCameras()
+    {
+        bus().reset();
+        bus().logging = false;
+    }
+    ~ThreadedCameras() override { bus().reset(); }
+};
+
+TEST_F(ThreadedCameras, OfTwoFamiliesWorkSideBySide)
+{
+    const char* const PAIRS[][2] = {{"Vorn K12", "Vorn K16"}, {"Vorn K01", "Vorn K30"}, {"Vorn XRC", "Vorn K12"}};
+    for (const auto& [first, second] : PAIRS) {
+        SCOPED_TRACE(std::string(first) + " and " + second);
+        const std::vector<Image> alone[] = {workAlone(first), workAlone(second)};
+        for (const bool traced : {false, true}) {
+            Bench one(first);
+            Bench other(second);
+            std::unique_ptr<TraceCapture> trace = traced ? std::make_unique<TraceCapture>() : nullptr;
+            std::vector<Image> together[2];
+            std::thread thread([&] { together[1] = work(other.camera); });
+            together[0] = work(one.camera);
+            thread.join();
+            EXPECT_EQ(together[0], alone[0]);
+            EXPECT_EQ(together[1], alone[1]);
+        }
+    }
+}
+
+TEST_F(ThreadedCameras, AreTracedWhileTheSwitchesChange)
+{
+    Bench quicker("Vorn K01");
+    Bench standard("Vorn K12");
+    TraceCapture trace;
+    std::atomic<bool> finished = false;
+    std::thread switching([&] {
+        for (bool on = false; !finished; on = !on) {
+            std::atomic_ref<bool>(VornDebug).store(on, std::memory_order_relaxed);
+            std::this_thread::yield();
+        }
+    });
+    // each opening silences the trace of both for a while
+    std::thread thread([&] { (void)work(quicker.camera); });
+    (void)work(standard.camera);
+    thread.join();
+    finished = true;
+    switching.join();
+    EXPECT_TRUE(VornDebugOn);
+}
+
+TEST_F(ThreadedCameras, PollTemperatureBesideExposures)
+{
+    for (const char* name : {"Vorn K12", "Vorn K16", "Vorn K30"}) {
+        SCOPED_TRACE(name);
+        Bench bench(name);
+        ASSERT_TRUE(bench.camera.open());
+        ASSERT_GT(bench.camera.tempSensorCount, 0U);
+        const Image alone = expose(bench.camera, false);
+        std::atomic<bool> finished = false;
+        std::atomic<int> polls = 0;
+        std::thread polling([&] {
+            while (!finished) {
+                float celsius = -300.0F;
+                EXPECT_TRUE(bench.camera.getTemperatureSensorStatus(1, &celsius));
+                EXPECT_GT(celsius, -60.0F);
+                EXPECT_LT(celsius, 60.0F);
+                polls++;
+            }
+        });
+        for (int i = 0; i < 10 || polls < 10; i++)  // both get their turn
+            EXPECT_EQ(expose(bench.camera, i % 2 == 1), alone) << bench.camera.getLastError();
+        finished = true;
+        polling.join();
+        bench.camera.close();
+    }
+}
+
+TEST_F(ThreadedCameras, KeepTheLockFromReadoutToImage)
+{
+    for (const char* name : {"Vorn K12", "Vorn K16", "Vorn K30", "Vorn K01", "Vorn XRC"}) {
+        SCOPED_TRACE(name);
+        Bench bench(name);
+        VornCameraImpl& camera = bench.camera;
+        ASSERT_TRUE(camera.open());
+        TraceCapture trace;
+        std::atomic<bool> aborted = false;
+        Image image(SIDE * SIDE + 1UL);
+        ASSERT_TRUE(camera.readCCD(16, 8, SIDE, SIDE, 1, 1, 0.1));
+        std::thread other([&] {
+            EXPECT_TRUE(camera.abortExposure());
+            aborted = true;
+        });
+        while (trace.textSoFar().find("    lock busy\n") == std::string::npos)
+            std::this_thread::yield();
+        EXPECT_FALSE(aborted);
+        EXPECT_TRUE(camera.getImage(image.data(), SIDE * SIDE));
+        other.join();
+        EXPECT_TRUE(aborted);
+        EXPECT_FALSE(camera.getImage(image.data(), SIDE * SIDE));
+        EXPECT_STREQ(camera.getLastError(), "Operation out of sequence");
+        camera.close();
+    }
+}
+
+TEST_F(ThreadedCameras, AbortAnExposureFromElsewhere)
+{
+    Bench bench("Vorn K12");
+    VornCameraImpl& camera = bench.camera;
+    ASSERT_TRUE(camera.open());
+    std::atomic<bool> finished = false;
+    std::thread aborting([&] {
+        while (!finished) {
+            EXPECT_TRUE(camera.abortExposure());
+            std::this_thread::yield();
+        }
+    });
+    for (int i = 0; i < 50; i++) {
+        EXPECT_TRUE(camera.startExposure(false));
+        Image image(SIDE * SIDE);
+        // whether an abortion came in between decides; it never hurts
+        if (camera.readCCD(16, 8, SIDE, SIDE, 1, 1))
+            (void)camera.getImage(image.data(), SIDE * SIDE);
+        else
+            EXPECT_STREQ(camera.getLastError(), "Operation out of sequence");
+    }
+    finished = true;
+    aborting.join();
+    EXPECT_FALSE(expose(camera, true).empty());
+    camera.close();
+}
+
+}  // namespace
