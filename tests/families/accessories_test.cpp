@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Temperature, cooling, wheel, guide relays and GPIO of the families with a dialect of their own.
 #include <functional>
+#include <limits>
 
 #include <gtest/gtest.h>
 
@@ -306,6 +307,32 @@ TEST(CoolingStatus, DecodesAdvancedAndClassicReplies)
         EXPECT_EQ(state, row.state);
         EXPECT_EQ(target, row.target);
         EXPECT_EQ(power, row.power);
+    }
+}
+
+TEST(CoolingStatus, PowerFollowsItsBoundsWhereverTheyAre)
+{
+    struct {
+        unsigned least;
+        unsigned most;
+        const char* reply;
+        float power;
+    } const CASES[] = {
+        {10, 10, "00 6E 00 80 00 9B 00 00", std::numeric_limits<float>::infinity()},
+        {10, 10, "00 00 00 80 00 9B 00 00", -std::numeric_limits<float>::infinity()},
+        {210, 10, "00 6E 00 80 00 9B 00 00", -2.3283064e-06F},  // the difference of the bounds wraps
+        {0, 1, "FF FF 00 80 00 9B 00 00", 6553500.0F},
+    };
+    for (const auto& row : CASES) {
+        EquippedCamera advanced(ADVANCED);
+        advanced.camera.minCoolerPower = row.least;
+        advanced.camera.maxCoolerPower = row.most;
+        advancedCommand(advanced.usb, "35", row.reply);
+        COOLING_STATE state = COOLING_INACTIVE;
+        float power = 0;
+        TraceCapture trace;  // printing infinity as a whole number must not be undefined
+        EXPECT_TRUE(advanced.camera.getCoolingStatus(&state, nullptr, &power));
+        EXPECT_FLOAT_EQ(power, row.power);
     }
 }
 

@@ -143,6 +143,32 @@ TEST(OpenClassic, TakesWhatTheCameraSays)
     }
 }
 
+TEST(OpenClassic, AFailureKeepsWhatWasFilledBefore)
+{
+    Parts parts = ClassicOpen().parts();
+    parts.back().steps.fails(LIBUSB_ERROR_TIMEOUT).close();  // the second half of the serial number
+    ClosedCamera closed(CLASSIC, parts);
+    EXPECT_FALSE(closed.camera.open());
+    EXPECT_TRUE(closed.usb.done());
+    EXPECT_EQ(closed.camera.versionMajor, 2U);
+    EXPECT_EQ(closed.camera.pixelCountX, 999U);
+    EXPECT_EQ(closed.camera.cooler, COOLER_SELECTPOWER);
+    EXPECT_EQ(closed.camera.serialNumber, 0x1234U);  // the first half
+}
+
+TEST(OpenClassic, KeepsTheModesOfTheTimeBefore)
+{
+    ClosedCamera closed(CLASSIC, ClassicOpen().parts());
+    EXPECT_TRUE(closed.camera.open());
+    EXPECT_TRUE(closed.camera.setPreviewMode(true));
+    closed.usb.close();
+    closed.camera.close();
+    append(closed.usb, ClassicOpen().parts());
+    EXPECT_TRUE(closed.camera.open());
+    EXPECT_TRUE(closed.usb.done());
+    EXPECT_TRUE(closed.camera.previewMode);
+}
+
 TEST(PingClassic, WantsTheSameNumberBackWithinTenTries)
 {
     OpenedCamera classic(CLASSIC);
