@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <cstring>
 #include <tuple>
 
@@ -97,12 +98,11 @@ TEST(Capabilities, AClosedCameraHasNoneAndLeavesTheOutputs)
     opened.usb.close();
     opened.camera.close();
     VornCapabilities caps;
-    VornCapabilities untouched;
     memset(&caps, 0xEE, sizeof caps);
-    memset(&untouched, 0xEE, sizeof untouched);
     const char* name = "mine";
     EXPECT_FALSE(opened.camera.getCapabilities(&name, nullptr, &caps));
-    EXPECT_EQ(memcmp(&caps, &untouched, sizeof caps), 0);
+    const auto* const bytes = reinterpret_cast<const uint8_t*>(&caps);
+    EXPECT_TRUE(std::all_of(bytes, bytes + sizeof caps, [](uint8_t byte) { return byte == 0xEE; }));
     EXPECT_STREQ(name, "mine");
     EXPECT_EQ(opened.error(), "Device is not opened");
     EXPECT_EQ(opened.camera.pixelCountX, 12U);  // fields keep their values

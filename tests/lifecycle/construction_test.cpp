@@ -22,8 +22,9 @@ TEST(Construction, SetsTheDefaults)
                  camera.hasGPIO || camera.exposureStarted || camera.imageReady || camera.previewMode ||
                  camera.eightBitMode || camera.darkFrameMode || camera.pcCds);
     EXPECT_EQ(camera.pixelCountX + camera.pixelCountY + camera.maxBinX + camera.maxBinY + camera.tempSensorCount +
-                  camera.lineCount + camera.guideRelayState + camera.prechargeOffset + camera.cooler,
+                  camera.lineCount + camera.guideRelayState + camera.prechargeOffset,
               0U);
+    EXPECT_EQ(camera.cooler, COOLER_NONE);
     EXPECT_EQ(camera.getSerialNumber() + camera.getVersionMajor() + camera.getVersionMinor(), 0U);
     EXPECT_STREQ(camera.getLastError(), "No error");
 }

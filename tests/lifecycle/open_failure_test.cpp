@@ -8,7 +8,6 @@
 
 namespace {
 
-using vorntest::BusCall;
 using vorntest::Script;
 using vorntest::Steps;
 using vorntest::TraceCapture;

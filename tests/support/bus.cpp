@@ -195,6 +195,7 @@ int onHandle(libusb_device_handle* handle, BusCall call, uint8_t* data = nullptr
 
 }  // namespace
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the names of the C headers are not ours
 extern "C" {
 
 int LIBUSB_CALL libusb_init(libusb_context** context)
@@ -337,3 +338,4 @@ int gettimeofday(struct timeval* time, void* /*zone*/) noexcept
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

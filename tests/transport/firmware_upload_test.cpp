@@ -94,15 +94,15 @@ TEST(WriteFirmware, FollowsTheTableAHostPutThere)
 // Without an end mark the walk must stop at the table's end; the address sanitizer watches.
 TEST(WriteFirmware, NeverReadsPastTheTable)
 {
-    for (const int padding : {1, 2}) {
+    for (const uint8_t padding : std::initializer_list<uint8_t>{1, 2}) {
         SCOPED_TRACE(padding);
         OpenedCamera standard;
-        const OtherFirmware table("", static_cast<uint8_t>(padding));
+        const OtherFirmware table("", padding);
         standard.usb.controlOut(0xA0, 0xE600, 0, "01");
-        const auto record = static_cast<size_t>(3 + padding);
+        const size_t record = 3UL + padding;
         const std::string data = padding == 1 ? "01" : "02 02";
         for (size_t at = 0; at + record <= sizeof FIRMWARE; at += record)
-            standard.usb.controlOut(0xA0, static_cast<unsigned>(padding * 0x101), 0, data);
+            standard.usb.controlOut(0xA0, padding * 0x101U, 0, data);
         (void)standard.camera.writeFW();
         EXPECT_TRUE(standard.usb.done());
     }
