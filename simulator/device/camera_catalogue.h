@@ -23,7 +23,7 @@ struct ModelInfo {
 
 /// What the sensor is shown.
 enum class SceneKind {
-    SKY,   ///< a star field with noise
+    SKY,  ///< a star field with noise
     /// A noiseless pattern whose value tells row and column: (y * 256 + x) & 0xFFFF before binning. Samples of 8 bits
     /// are its high byte XOR its low byte; precharge pairs lose the lowest bit.
     RAMP,
@@ -31,8 +31,8 @@ enum class SceneKind {
 
 /// How one simulated camera differs from its model's defaults.
 struct CameraOptions {
-    uint64_t seed = 1;           ///< sky, noise and hot pixels
-    uint32_t serialNumber = 0;   ///< 0: made from the seed and the model
+    uint64_t seed = 1;          ///< sky, noise and hot pixels
+    uint32_t serialNumber = 0;  ///< 0: made from the seed and the model
     SceneKind scene = SceneKind::SKY;
     double ambientCelsius = 15.0;
 };

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <memory>
+
 #include "bridge_host.h"
 
 namespace vornsim::test {
@@ -33,9 +35,12 @@ CameraModel smallModel()
 
 class AdvancedCameraTest : public ::testing::Test {
 protected:
-    void SetUp() override
+    void SetUp() override { power(smallModel()); }
+    void power(const CameraModel& model)
     {
-        camera.portChanged(0, {.latch = 0x80, .direction = 0xE7});
+        camera = std::make_unique<AdvancedCamera>(
+            model, CameraOptions{.serialNumber = 0x0001ABCD, .scene = SceneKind::RAMP}, clock, log);
+        camera->portChanged(0, {.latch = 0x80, .direction = 0xE7});
         send("43 4D 44 2C");
         clock.pass(200000);
     }
@@ -47,7 +52,7 @@ protected:
         const size_t head = out.size();
         out.resize(head + replyLength, 0x00);
         Bytes in(out.size(), 0xFF);
-        (void)camera.spiExchange({2, 3, 1}, out, in);
+        (void)camera->spiExchange({2, 3, 1}, out, in);
         const std::string complaints = log.takeComplaints();
         return complaints.empty() ? toHex(Bytes(in.begin() + static_cast<std::ptrdiff_t>(head), in.end())) : complaints;
     }
@@ -55,9 +60,9 @@ protected:
     /// @return the words on the bus by now, which are taken.
     std::string words()
     {
-        const OfferedWords offered = camera.offeredWords(clock.nowUs());
+        const OfferedWords offered = camera->offeredWords(clock.nowUs());
         const Bytes bytes(offered.bytes.begin(), offered.bytes.end());
-        camera.wordsTaken(bytes.size());
+        camera->wordsTaken(bytes.size());
         return toHex(bytes);
     }
 
@@ -72,7 +77,7 @@ protected:
 
     ManualClock clock;
     CollectingLog log;
-    AdvancedCamera camera{smallModel(), {.serialNumber = 0x0001ABCD, .scene = SceneKind::RAMP}, clock, log};
+    std::unique_ptr<AdvancedCamera> camera;
 };
 
 TEST_F(AdvancedCameraTest, AnswersBehindThePayload)
@@ -101,10 +106,10 @@ TEST_F(AdvancedCameraTest, AnswersBehindThePayload)
         {"drive lines 0, 2 and 4", "43 4D 44 84 00 15", 0, ""},
         {"lines 5 and 0 are high outside", "43 4D 44 82", 4, "00 08 00 25"},
     };
-    camera.setGpioInputs(0x21);
+    camera->setGpioInputs(0x21);
     for (const auto& row : rows)
         EXPECT_EQ(send(row.frame, row.replyLength), row.answer) << row.label;
-    EXPECT_EQ(camera.gpioOutputs(), 0x05);
+    EXPECT_EQ(camera->gpioOutputs(), 0x05);
     EXPECT_THAT(send("43 4D 44 01", 128),
                 testing::StartsWith("00 07 00 02 00 54 00 31 00 00 00 56 00 6F 00 72 00 6E 00 00 "
                                     "1A 18 00 18 00 10 02 85 02 85 00 04 00 04 46 50 00"));
@@ -112,13 +117,18 @@ TEST_F(AdvancedCameraTest, AnswersBehindThePayload)
     EXPECT_EQ(send("43 4D 44 87", 8), "00 05 00 01 00 01 00 02");
     clock.pass(1000000);
     EXPECT_EQ(send("43 4D 44 87", 8), "00 05 00 00 00 02 00 02");
+    CameraModel bare = smallModel();
+    bare.guidePort = bare.eightBit = false;
+    bare.filterCount = 0;
+    power(bare);
+    EXPECT_EQ(send("43 4D 44 01", 128).substr(60, 5), "03 18") << "GPIO, but no guide port";
 }
 
 TEST_F(AdvancedCameraTest, ApplicationTakesTimeToStart)
 {
     const auto status = [&] {
         Bytes in{0xFF};
-        (void)camera.spiExchange({2, 3, 1}, Bytes{0x42}, in);
+        (void)camera->spiExchange({2, 3, 1}, Bytes{0x42}, in);
         return in[0];
     };
     send("43 4D 44 2C");
@@ -138,16 +148,16 @@ TEST_F(AdvancedCameraTest, RunningExposureEndsAfterTheClearTime)
     clock.pass(100000);
     EXPECT_EQ(send("43 4D 44 50 00 7B", 2), "00 7C");
     EXPECT_EQ(send("43 4D 44 05"), "");
-    EXPECT_TRUE(camera.truth().integrating);
+    EXPECT_TRUE(camera->truth().integrating);
     clock.pass(880000);
     // Region 5 x 4 at 3, 2, binned 2 x 2: three columns, the last one half beside the region, and two rows.
     EXPECT_EQ(send("43 4D 44 06 00 00 00 02 00 02 00 03 00 02 00 05 00 04 00 43"), "");
-    EXPECT_NEAR(camera.truth().lightSeconds, 1.0, 1e-9);
+    EXPECT_NEAR(camera->truth().lightSeconds, 1.0, 1e-9);
     clock.pass(119000);
     EXPECT_EQ(words(), "");
     clock.pass(2000);
     EXPECT_EQ(words(), "FF FF FF FF 03 02 05 02 07 02 03 04 05 04 07 04");
-    EXPECT_THAT(camera.truth().lastImage, testing::ElementsAre(0x203, 0x205, 0x207, 0x403, 0x405, 0x407));
+    EXPECT_THAT(camera->truth().lastImage, testing::ElementsAre(0x203, 0x205, 0x207, 0x403, 0x405, 0x407));
 }
 
 TEST_F(AdvancedCameraTest, TimedExposures)
@@ -167,7 +177,7 @@ TEST_F(AdvancedCameraTest, TimedExposures)
     };
     for (const auto& row : rows) {
         EXPECT_EQ(send(row.command), "") << row.label;
-        EXPECT_NEAR(camera.truth().lightSeconds, static_cast<double>(row.us) * 1e-6, 1e-9) << row.label;
+        EXPECT_NEAR(camera->truth().lightSeconds, static_cast<double>(row.us) * 1e-6, 1e-9) << row.label;
         clock.pass(row.us - 1);
         EXPECT_EQ(words(), "") << row.label;
         clock.pass(10);
@@ -187,9 +197,9 @@ TEST_F(AdvancedCameraTest, GainRecordIsBusyAfterEachChange)
     };
     EXPECT_EQ(readGain(), "00 58 12 07 00 00 01 00 00 58 0B 31 00 00 01 00");
     EXPECT_EQ(send("43 4D 44 8C 00 19 00 58 12 07 00 0A 00 2B 00 58 0B 31 00 3F 02 00"), "");
-    EXPECT_EQ(camera.converter().setting(false).gain, 10U);
-    EXPECT_EQ(camera.converter().setting(false).offset, 300U) << "code 0x2B stands for 257 + 43";
-    EXPECT_EQ(camera.converter().setting(true).offset, 0U) << "code 0x200";
+    EXPECT_EQ(camera->converter().setting(false).gain, 10U);
+    EXPECT_EQ(camera->converter().setting(false).offset, 300U) << "code 0x2B stands for 257 + 43";
+    EXPECT_EQ(camera->converter().setting(true).offset, 0U) << "code 0x200";
     EXPECT_EQ(readGain(), "00 58 12 07 00 0A 00 2B 00 58 0B 31 00 3F 02 00");
     int busy = 0;
     for (int i = 0; i < 50; ++i)
@@ -203,8 +213,8 @@ TEST_F(AdvancedCameraTest, RelaysMoveTheStars)
     clock.pass(500000);
     EXPECT_EQ(send("43 4D 44 18"), "");
     clock.pass(500000);
-    EXPECT_NEAR(camera.truth().driftX, 2.0, 1e-9);
-    EXPECT_NEAR(camera.truth().driftY, -2.0, 1e-9);
+    EXPECT_NEAR(camera->truth().driftX, 2.0, 1e-9);
+    EXPECT_NEAR(camera->truth().driftY, -2.0, 1e-9);
     send("43 4D 44 14");
     EXPECT_THAT(send("43 4D 44 15"), HasSubstr("opposite directions"));
 }
@@ -240,7 +250,7 @@ TEST_F(AdvancedCameraTest, ComplainsAboutWhatItCannotUnderstand)
     };
     for (const auto& row : rows)
         EXPECT_THAT(send(row.frame, row.replyLength), HasSubstr(row.complaint)) << row.frame;
-    camera.portChanged(0, {.latch = 0x81, .direction = 0xE7});
+    camera->portChanged(0, {.latch = 0x81, .direction = 0xE7});
     EXPECT_THAT(send("43 4D 44 FD 00 7B", 2), HasSubstr("line 0 not low"));
 }
 
@@ -257,11 +267,11 @@ TEST_F(AdvancedCameraTest, BusTakesTheSlowWaveform)
         "0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F";
     const std::string noStrobe =
         "0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 FB FB FB FB FB FB FB FB 00 00 80 00 00 00 80 3F";
-    EXPECT_TRUE(camera.understandsWaveform(table(head, early)));
-    EXPECT_FALSE(camera.understandsWaveform(table(head, noStrobe)));
-    EXPECT_FALSE(camera.understandsWaveform(table("01 EE FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 ", early)));
-    EXPECT_FALSE(camera.understandsWaveform(handshakeTable()));
-    EXPECT_FALSE(camera.understandsWaveform({}));
+    EXPECT_TRUE(camera->understandsWaveform(table(head, early)));
+    EXPECT_FALSE(camera->understandsWaveform(table(head, noStrobe)));
+    EXPECT_FALSE(camera->understandsWaveform(table("01 EE FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 ", early)));
+    EXPECT_FALSE(camera->understandsWaveform(handshakeTable()));
+    EXPECT_FALSE(camera->understandsWaveform({}));
 }
 
 }  // namespace

@@ -69,6 +69,7 @@ protected:
         for (unsigned bit = bits; bit-- > 0;) {
             line(5, ((word >> bit) & 1) != 0);
             line(6, true);
+            line(5, ((word >> bit) & 1) == 0);  // only the rising edge counts
             line(6, false);
         }
         line(2, true);
@@ -105,7 +106,7 @@ TEST_F(QuickerCameraTest, RunningExposure)
     EXPECT_EQ(write("22 00 50 00"), "");
     clock.pass(900000);
     EXPECT_TRUE(camera->truth().integrating);
-    EXPECT_EQ(write("81 10 81 10 24 A0"), "");  // binning 2 x 2
+    EXPECT_EQ(write("81 00 81 00 24 A0"), "");  // binning 1 x 2
     clock.pass(100000);
     EXPECT_FALSE(busy());
     EXPECT_EQ(write("53 E8"), "");
@@ -114,7 +115,7 @@ TEST_F(QuickerCameraTest, RunningExposure)
     EXPECT_NEAR(camera->truth().lightSeconds, 1.0, 1e-9);
     clock.pass(5100);
     EXPECT_FALSE(busy());
-    EXPECT_EQ(words(), "FF FF 00 00 02 00") << "a dummy word, then two columns and one row";
+    EXPECT_EQ(words(), "FF FF 00 00 01 00 02 00 03 00 04 00") << "a dummy word, then five columns and one row";
 }
 
 TEST_F(QuickerCameraTest, TimedExposureOfTheWholeFrame)
