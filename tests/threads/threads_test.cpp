@@ -6,49 +6,17 @@
 
 #include <gtest/gtest.h>
 
-#include "camera_catalogue.h"
-#include "opened_camera.h"
-#include "simulated.h"
+#include "simulated_camera.h"
 #include "trace_capture.h"
 
 namespace {
 
 using vorntest::bus;
+using vorntest::SimulatedCamera;
 using vorntest::TraceCapture;
 using Image = std::vector<uint16_t>;
 
 constexpr unsigned SIDE = 8;  // of the square region that is read
-
-CAMERA_TYPE familyOf(const vornsim::ModelInfo& model)
-{
-    const std::string family = model.family;
-    return family == "ADVANCED"  ? ADVANCED
-           : family == "CLASSIC" ? CLASSIC
-           : family == "IIDC"    ? IIDC
-           : family == "QUICKER" ? QUICKER
-                                 : STANDARD;
-}
-
-/// A simulated camera that shows a pattern without noise, and the library's object for it.
-struct Bench {
-    explicit Bench(const char* name)
-        : model(*vornsim::findModel(name)),
-          simulated(vornsim::makeCamera(model, {.scene = vornsim::SceneKind::RAMP}, clock, log)),
-          usb(*simulated),
-          device(model.productId, usb),
-          camera(&device, model.name, familyOf(model))
-    {
-    }
-    ~Bench() { EXPECT_EQ(log.complaints, std::vector<std::string>()) << model.name; }
-
-    vorntest::BusClock clock;
-    vorntest::CollectedLog log;
-    const vornsim::ModelInfo& model;
-    std::unique_ptr<vornsim::UsbDevice> simulated;
-    vorntest::SimulatedUsb usb;
-    libusb_device device;
-    VornCameraImpl camera;
-};
 
 /// One exposure, long where the family has them. @return the image, empty after a failure.
 Image expose(VornCameraImpl& camera, bool longExposure)
@@ -67,8 +35,9 @@ Image expose(VornCameraImpl& camera, bool longExposure)
 }
 
 /// What a host does with a camera. @return its images.
-std::vector<Image> work(VornCameraImpl& camera)
+std::vector<Image> work(SimulatedCamera& simulated)
 {
+    VornCameraImpl& camera = simulated.camera;
     std::vector<Image> images;
     EXPECT_TRUE(camera.open()) << camera.getLastError();
     for (const bool longExposure : {false, true, false}) {
@@ -88,13 +57,14 @@ std::vector<Image> work(VornCameraImpl& camera)
         }
     }
     camera.close();
+    simulated.expectNoComplaints();
     return images;
 }
 
 std::vector<Image> workAlone(const char* name)
 {
-    Bench bench(name);
-    return work(bench.camera);
+    SimulatedCamera simulated(name);
+    return work(simulated);
 }
 
 class ThreadedCameras : public testing::Test {
@@ -114,12 +84,12 @@ TEST_F(ThreadedCameras, OfTwoFamiliesWorkSideBySide)
         SCOPED_TRACE(std::string(first) + " and " + second);
         const std::vector<Image> alone[] = {workAlone(first), workAlone(second)};
         for (const bool traced : {false, true}) {
-            Bench one(first);
-            Bench other(second);
+            SimulatedCamera one(first);
+            SimulatedCamera other(second);
             std::unique_ptr<TraceCapture> trace = traced ? std::make_unique<TraceCapture>() : nullptr;
             std::vector<Image> together[2];
-            std::thread thread([&] { together[1] = work(other.camera); });
-            together[0] = work(one.camera);
+            std::thread thread([&] { together[1] = work(other); });
+            together[0] = work(one);
             thread.join();
             EXPECT_EQ(together[0], alone[0]);
             EXPECT_EQ(together[1], alone[1]);
@@ -129,8 +99,8 @@ TEST_F(ThreadedCameras, OfTwoFamiliesWorkSideBySide)
 
 TEST_F(ThreadedCameras, AreTracedWhileTheSwitchesChange)
 {
-    Bench quicker("Vorn K01");
-    Bench standard("Vorn K12");
+    SimulatedCamera quicker("Vorn K01");
+    SimulatedCamera standard("Vorn K12");
     TraceCapture trace;
     std::atomic<bool> finished = false;
     std::thread switching([&] {
@@ -140,8 +110,8 @@ TEST_F(ThreadedCameras, AreTracedWhileTheSwitchesChange)
         }
     });
     // each opening silences the trace of both for a while
-    std::thread thread([&] { (void)work(quicker.camera); });
-    (void)work(standard.camera);
+    std::thread thread([&] { (void)work(quicker); });
+    (void)work(standard);
     thread.join();
     finished = true;
     switching.join();
@@ -152,26 +122,27 @@ TEST_F(ThreadedCameras, PollTemperatureBesideExposures)
 {
     for (const char* name : {"Vorn K12", "Vorn K16", "Vorn K30"}) {
         SCOPED_TRACE(name);
-        Bench bench(name);
-        ASSERT_TRUE(bench.camera.open());
-        ASSERT_GT(bench.camera.tempSensorCount, 0U);
-        const Image alone = expose(bench.camera, false);
+        SimulatedCamera simulated(name);
+        ASSERT_TRUE(simulated.camera.open());
+        ASSERT_GT(simulated.camera.tempSensorCount, 0U);
+        const Image alone = expose(simulated.camera, false);
         std::atomic<bool> finished = false;
         std::atomic<int> polls = 0;
         std::thread polling([&] {
             while (!finished) {
                 float celsius = -300.0F;
-                EXPECT_TRUE(bench.camera.getTemperatureSensorStatus(1, &celsius));
+                EXPECT_TRUE(simulated.camera.getTemperatureSensorStatus(1, &celsius));
                 EXPECT_GT(celsius, -60.0F);
                 EXPECT_LT(celsius, 60.0F);
                 polls++;
             }
         });
         for (int i = 0; i < 10 || polls < 10; i++)  // both get their turn
-            EXPECT_EQ(expose(bench.camera, i % 2 == 1), alone) << bench.camera.getLastError();
+            EXPECT_EQ(expose(simulated.camera, i % 2 == 1), alone) << simulated.camera.getLastError();
         finished = true;
         polling.join();
-        bench.camera.close();
+        simulated.camera.close();
+        simulated.expectNoComplaints();
     }
 }
 
@@ -179,8 +150,8 @@ TEST_F(ThreadedCameras, KeepTheLockFromReadoutToImage)
 {
     for (const char* name : {"Vorn K12", "Vorn K16", "Vorn K30", "Vorn K01", "Vorn XRC"}) {
         SCOPED_TRACE(name);
-        Bench bench(name);
-        VornCameraImpl& camera = bench.camera;
+        SimulatedCamera simulated(name);
+        VornCameraImpl& camera = simulated.camera;
         ASSERT_TRUE(camera.open());
         TraceCapture trace;
         std::atomic<bool> aborted = false;
@@ -199,13 +170,14 @@ TEST_F(ThreadedCameras, KeepTheLockFromReadoutToImage)
         EXPECT_FALSE(camera.getImage(image.data(), SIDE * SIDE));
         EXPECT_STREQ(camera.getLastError(), "Operation out of sequence");
         camera.close();
+        simulated.expectNoComplaints();
     }
 }
 
 TEST_F(ThreadedCameras, AbortAnExposureFromElsewhere)
 {
-    Bench bench("Vorn K12");
-    VornCameraImpl& camera = bench.camera;
+    SimulatedCamera simulated("Vorn K12");
+    VornCameraImpl& camera = simulated.camera;
     ASSERT_TRUE(camera.open());
     std::atomic<bool> finished = false;
     std::thread aborting([&] {
@@ -227,6 +199,7 @@ TEST_F(ThreadedCameras, AbortAnExposureFromElsewhere)
     aborting.join();
     EXPECT_FALSE(expose(camera, true).empty());
     camera.close();
+    simulated.expectNoComplaints();
 }
 
 }  // namespace

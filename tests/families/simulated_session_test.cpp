@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: MIT
+// The library and simulated cameras of the families with a dialect of their own, in whole sessions on virtual time.
+#include "simulated_camera.h"
+
+#include "eight_bit.h"
+
+namespace {
+
+using vorntest::bus;
+using vorntest::Fault;
+using vorntest::SimulatedCamera;
+
+constexpr uint16_t UNTOUCHED = 0xCCCC;
+constexpr unsigned LEADING_VALUES = 2;  // that ADVANCED cameras send ahead of an image
+
+class FamilySession : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        bus().reset();
+        bus().logging = false;
+    }
+    void TearDown() override { bus().reset(); }
+};
+
+TEST_F(FamilySession, EveryModelOpensTwiceAsTheCatalogueDescribesIt)
+{
+    int count = 0;
+    for (const vornsim::ModelInfo& model : vornsim::models()) {
+        SimulatedCamera simulated(model.name);
+        if (simulated.type() == STANDARD)
+            continue;
+        SCOPED_TRACE(model.name);
+        for (int time = 0; time < 2; time++) {
+            ASSERT_TRUE(simulated.camera.open());
+            VornCapabilities capabilities;
+            ASSERT_TRUE(simulated.camera.getCapabilities(nullptr, nullptr, &capabilities));
+            EXPECT_EQ(capabilities.pixelCountX, model.pixelCountX);
+            EXPECT_EQ(capabilities.pixelCountY, model.pixelCountY);
+            if (simulated.type() != IIDC) {  // which has no colour record
+                EXPECT_EQ(capabilities.colour, model.colour ? COLOUR_RGGB : COLOUR_NONE);
+            }
+            EXPECT_NE(simulated.camera.getSerialNumber(), 0U);
+            simulated.camera.close();
+        }
+        simulated.expectNoComplaints();
+        count++;
+    }
+    EXPECT_EQ(count, 13);
+}
+
+/// One exposure of @p region into @p image. @return whether it worked.
+bool expose(VornCameraImpl& camera, const ReadoutRegion& region, bool longExposure, uint16_t* image, unsigned pixels)
+{
+    const auto& [x, y, width, height, binX, binY] = region;
+    bool ok = true;
+    if (longExposure) {
+        ok = camera.startExposure(false);
+        bus().advanceUs(camera.delay(4.0));
+        ok = camera.readCCD(x, y, width, height, binX, binY) && ok;
+    } else {
+        ok = camera.readCCD(x, y, width, height, binX, binY, 0.02);
+    }
+    return ok && camera.getImage(image, pixels);
+}
+
+/// Checks that the pixels are those of the ramp pattern: (y * 256 + x) of the top left sensor pixel of each binned one.
+void expectRamp(SimulatedCamera& simulated, const ReadoutRegion& region, bool longExposure)
+{
+    VornCameraImpl& camera = simulated.camera;
+    const unsigned columns = camera.imageWidth(region.width, region.binX);
+    const unsigned rows = camera.imageHeight(region.height, region.binY);
+    SCOPED_TRACE(testing::Message() << region.x << "," << region.y << " " << region.width << "x" << region.height
+                                    << " binned " << region.binX << "x" << region.binY);
+    const unsigned stride = camera.type == QUICKER && !camera.pcCds ? rows : columns;
+    const unsigned pixels = columns * rows + (camera.type == ADVANCED ? LEADING_VALUES : 0);
+    std::vector<uint16_t> image(size_t{std::max(stride, columns)} * rows + columns + LEADING_VALUES, UNTOUCHED);
+    ASSERT_TRUE(expose(camera, region, longExposure, image.data(), pixels)) << camera.getLastError();
+    for (unsigned row = 0; row < rows; row++) {
+        // where rows overlap, the next one begins
+        const unsigned shown = row + 1 < rows ? std::min(columns, stride) : columns;
+        for (unsigned column = 0; column < shown; column++) {
+            // whole frames are binned from their corner
+            const unsigned binX = region.binX;
+            const unsigned binY = region.binY;
+            const bool frame = camera.type == QUICKER || camera.type == IIDC;
+            const unsigned x = (frame ? region.x / binX * binX : region.x) + column * binX;
+            const unsigned y = (frame ? region.y / binY * binY : region.y) + row * binY;
+            auto expected = static_cast<uint16_t>(y * 256 + x);
+            if (camera.type == IIDC)
+                expected = static_cast<uint16_t>(vornsim::foldedRamp(expected) << 8);
+            else if (camera.eightBitMode)
+                expected = vornsim::foldedRamp(expected);
+            ASSERT_EQ(image[size_t{row} * stride + column], expected) << "row " << row << ", column " << column;
+        }
+    }
+    EXPECT_TRUE(simulated.lockFree());
+}
+
+TEST_F(FamilySession, ImagesShowEachPixelInItsPlace)
+{
+    // 8-bit ramps need an even width, or a row ends with a value of its own
+    for (const char* name : {"Vorn K16", "Vorn K01", "Vorn K30", "Vorn XRC"}) {
+        SCOPED_TRACE(name);
+        SimulatedCamera simulated(name);
+        VornCameraImpl& camera = simulated.camera;
+        ASSERT_TRUE(camera.open());
+        const unsigned width = camera.pixelCountX;
+        const unsigned height = camera.pixelCountY;
+        for (const bool eightBit : {false, true}) {
+            if (eightBit && !camera.set8BitMode(true))
+                continue;  // of ADVANCED cameras only
+            for (unsigned bin = 1; bin <= camera.maxBinX; bin++) {
+                const bool longExposure = bin % 2 == 0 && camera.type != IIDC;
+                const unsigned other = camera.type == IIDC ? bin : camera.maxBinX + 1 - bin;
+                const unsigned wide = 48;  // a multiple of most binnings
+                expectRamp(simulated, {0, 0, wide, 24, bin, other}, longExposure);
+                expectRamp(simulated, {width - wide, 0, wide, wide, bin, other}, longExposure);
+                expectRamp(simulated, {0, height - wide, wide, wide, bin, other}, longExposure);
+                expectRamp(simulated, {width - wide, height - wide, wide, wide, bin, other}, longExposure);
+                if (camera.type != ADVANCED) {  // whose width rounds up
+                    expectRamp(simulated, {7, 5, 33, 31, bin, other}, longExposure);
+                }
+            }
+        }
+        camera.close();
+        simulated.expectNoComplaints();
+    }
+}
+
+/// A night in short, as a host would go through it, stubborn after failures. @return whether everything worked.
+bool night(VornCameraImpl& camera)
+{
+    bool ok = camera.open();
+    float celsius = 0;
+    COOLING_STATE state = COOLING_INACTIVE;
+    if (camera.tempSensorCount > 0)
+        ok = camera.getTemperatureSensorStatus(1, &celsius) && ok;
+    if (camera.cooler > COOLER_ALWAYSON && camera.tempSensorType != 0)
+        ok = camera.setCooling(-10.0F) && camera.getCoolingStatus(&state, nullptr, nullptr) && ok;
+    uint16_t image[160] = {};
+    for (const bool longExposure : {true, false}) {
+        if (longExposure && camera.type == IIDC)
+            continue;
+        ok = expose(camera, {2, 3, 8, 8, 1, 1}, longExposure, image, 64) && ok;
+    }
+    if (camera.hasGuidePort)
+        ok = camera.setGuideRelays(5) && camera.setGuideRelays(0) && ok;
+    if (camera.hasGPIO) {
+        unsigned short levels = 0;
+        ok = camera.getGPIO(&levels) && ok;
+    }
+    if (camera.type == ADVANCED) {
+        int gain = 0;
+        int offset = 0;
+        ok = camera.getGain(&gain, &offset) && camera.setGain(gain, offset) && ok;
+    }
+    ok = camera.abortExposure() && ok;
+    camera.close();
+    return ok;
+}
+
+// Whatever call fails, in whatever way: the object ends closed and unlocked, in bounded time, nothing reaches libusb
+// that should not, and opened again it works, whatever was left in the camera.
+TEST_F(FamilySession, NoFaultLeavesACameraLockedOrHanging)
+{
+    constexpr int64_t HOUR_US = 3'600'000'000;
+    const Fault KINDS[] = {
+        {.result = LIBUSB_ERROR_PIPE},
+        {.result = LIBUSB_ERROR_TIMEOUT, .forEver = true},
+        {.result = LIBUSB_ERROR_NO_DEVICE, .forEver = true},
+        {.shortenTo = 1},
+    };
+    for (const char* name : {"Vorn K16", "Vorn K01", "Vorn K30", "Vorn XRC"}) {
+        SimulatedCamera whole(name);
+        ASSERT_TRUE(night(whole.camera)) << whole.camera.getLastError();
+        const int callCount = whole.device.callCount;
+        const bool bridge = whole.type() != IIDC;
+        const bool wholeFrames = whole.type() == QUICKER || !bridge;  // which take their time
+        const int stride = std::max(2, (callCount - (bridge ? 760 : 0)) / (wholeFrames ? 10 : 50));
+        for (const Fault& kind : KINDS) {
+            // samples: few of the firmware upload, then every stride-th call
+            for (int at = 1; at <= callCount; at += bridge && at > 5 && at < 760 ? 377 : at <= 5 ? 1 : stride) {
+                SCOPED_TRACE(testing::Message() << name << ", call " << at << ", result " << kind.result
+                                                << ", for ever " << kind.forEver << ", shortened " << kind.shortenTo);
+                SimulatedCamera simulated(name);
+                simulated.device.fault = kind;
+                simulated.device.fault.at = at;
+                const int64_t startUs = bus().nowUs();
+                const bool ok = night(simulated.camera);
+                if (kind.forEver && bridge && at < callCount) {
+                    EXPECT_FALSE(ok);
+                }
+                EXPECT_LT(bus().nowUs() - startUs, HOUR_US);
+                EXPECT_EQ(simulated.camera.handle, nullptr);
+                EXPECT_EQ(simulated.device.openCount, 0);
+                EXPECT_TRUE(simulated.lockFree());
+                simulated.device.fault = {};
+                EXPECT_TRUE(night(simulated.camera)) << simulated.camera.getLastError();
+                if (HasFailure())
+                    return;
+            }
+        }
+    }
+}
+
+}  // namespace
