@@ -9,23 +9,12 @@
 
 namespace {
 
-using vorntest::Script;
+using vorntest::Steps;
 using vorntest::TraceCapture;
-
-/// A closed camera on a script that holds the conversation of @p answers.
-struct ClosedCamera {
-    explicit ClosedCamera(const StandardOpen& answers, CAMERA_TYPE type = STANDARD)
-        : camera(&usb.device, "Vorn K12", type)
-    {
-        (void)answers.write(usb);
-    }
-    Script usb;
-    VornCameraImpl camera;
-};
 
 TEST(OpenStandard, HoldsTheWholeConversationAndDescribesTheCamera)
 {
-    ClosedCamera closed({.flags = "80 12", .wheelPolls = 2});
+    ClosedCamera closed(STANDARD, StandardOpen({.flags = "80 12", .wheelPolls = 2}).parts());
     VornCameraImpl& camera = closed.camera;
     ASSERT_TRUE(camera.open());
     ASSERT_TRUE(closed.usb.done());
@@ -58,7 +47,9 @@ TEST(OpenStandard, HoldsTheWholeConversationAndDescribesTheCamera)
 TEST(OpenStandard, DetachesAKernelDriverAndIgnoresTheOutcome)
 {
     for (const int result : std::initializer_list<int>{0, LIBUSB_ERROR_NOT_FOUND}) {
-        ClosedCamera closed({.driverActive = true, .detachResult = result});
+        Parts parts = StandardOpen().parts();
+        parts[1].steps = Steps().driverActive(true).detachDriver().fails(result).claim();
+        ClosedCamera closed(STANDARD, parts);
         TraceCapture trace;
         EXPECT_TRUE(closed.camera.open());
         EXPECT_TRUE(closed.usb.done());
@@ -127,7 +118,7 @@ TEST(OpenStandard, TakesWhatTheCameraSays)
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.label);
-        ClosedCamera closed(row.answers);
+        ClosedCamera closed(STANDARD, row.answers.parts());
         EXPECT_TRUE(closed.camera.open());
         EXPECT_TRUE(closed.usb.done());
         row.check(closed.camera);
@@ -136,7 +127,7 @@ TEST(OpenStandard, TakesWhatTheCameraSays)
 
 TEST(OpenStandard, TracesItsProgress)
 {
-    ClosedCamera closed({.colour = "84 D9 01 03 00", .flags = "8C 02"});
+    ClosedCamera closed(STANDARD, StandardOpen({.colour = "84 D9 01 03 00", .flags = "8C 02"}).parts());
     TraceCapture trace;
     ASSERT_TRUE(closed.camera.open());
     // what the primitives write inside primitives has a test of its own

@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // The library and the simulated cameras, which know nothing of each other, in whole sessions on virtual time.
-#include <thread>
-
 #include "simulated_camera.h"
 
 namespace {
@@ -159,52 +157,6 @@ TEST_F(SimulatedSession, NoFaultLeavesACameraLockedOrHanging)
                 return;
         }
     }
-}
-
-TEST_F(SimulatedSession, TwoCamerasWorkInTwoThreads)
-{
-    SimulatedCamera first("Vorn K12");
-    SimulatedCamera second("Vorn K17");
-    const auto work = [](SimulatedCamera& simulated, bool& ok) {
-        ok = true;
-        for (int i = 0; i < 3; i++)
-            ok = night(simulated.camera) && ok;
-    };
-    bool firstOk = false;
-    bool secondOk = false;
-    std::thread firstThread([&] { work(first, firstOk); });
-    std::thread secondThread([&] { work(second, secondOk); });
-    firstThread.join();
-    secondThread.join();
-    EXPECT_TRUE(firstOk) << first.camera.getLastError();
-    EXPECT_TRUE(secondOk) << second.camera.getLastError();
-    first.expectNoComplaints();
-    second.expectNoComplaints();
-}
-
-TEST_F(SimulatedSession, ExposuresGoOnBesideTemperaturePolling)
-{
-    SimulatedCamera simulated("Vorn K12");
-    VornCameraImpl& camera = simulated.camera;
-    ASSERT_TRUE(camera.open());
-    std::atomic<bool> exposing = true;
-    std::thread poller([&] {
-        while (exposing) {
-            float celsius = 0;
-            EXPECT_TRUE(camera.getTemperatureSensorStatus(1, &celsius));
-        }
-    });
-    uint16_t image[48] = {};
-    for (int i = 0; i < 20; i++) {
-        EXPECT_TRUE(camera.startExposure(false));
-        EXPECT_TRUE(camera.readCCD(2, 3, 8, 6, 1, 1));
-        EXPECT_TRUE(camera.getImage(image, 48));
-        EXPECT_EQ(image[0], 3 * 256 + 2);
-    }
-    exposing = false;
-    poller.join();
-    camera.close();
-    simulated.expectNoComplaints();
 }
 
 }  // namespace
