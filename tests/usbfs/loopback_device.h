@@ -62,11 +62,7 @@ public:
         }
     }
 
-    bool setInterface(unsigned interface, unsigned alternate) override
-    {
-        ++interfaceChanges_;
-        return interface == 0 && alternate <= 1;
-    }
+    bool setInterface(unsigned interface, unsigned alternate) override { return interface == 0 && alternate <= 1; }
 
     BulkResult bulkOut(uint8_t /*endpoint*/, std::span<const uint8_t> data) override
     {
@@ -95,9 +91,6 @@ public:
         return {TransferStatus::OK, count, count > 0, NEVER};  // whatever there is ends in a short packet
     }
 
-    /// How often the host selected an alternate setting.
-    int interfaceChanges() const { return interfaceChanges_; }
-
 private:
     const Clock& clock_;
     uint16_t productId_;
@@ -107,7 +100,6 @@ private:
     size_t patternPosition_ = 0;
     int64_t notBeforeUs_ = 0;
     TransferStatus nextStatus_ = TransferStatus::OK;
-    int interfaceChanges_ = 0;
 };
 
 }  // namespace vornsim::test

@@ -7,8 +7,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -26,15 +26,7 @@ namespace {
 
 int failures = 0;
 
-void check(bool holds, const char* what)
-{
-    if (!holds) {
-        std::printf("FAILED: %s\n", what);
-        ++failures;
-    }
-}
-
-void checkEqual(long value, long expected, const char* what)
+void check(long value, long expected, const char* what)
 {
     if (value != expected) {
         std::printf("FAILED: %s is %ld, not %ld\n", what, value, expected);
@@ -60,8 +52,8 @@ public:
             std::exit(1);
         }
         if (setUp) {
-            checkEqual(claim(), 0, "claim");
-            checkEqual(libusb_set_interface_alt_setting(handle_, 0, 1), 0, "alternate setting");
+            check(claim(), 0, "claim");
+            check(libusb_set_interface_alt_setting(handle_, 0, 1), 0, "alternate setting");
         }
     }
     ~Device()
@@ -91,7 +83,7 @@ private:
     libusb_device_handle* handle_ = nullptr;
 };
 
-void list()
+void list(uint16_t /*productId*/)
 {
     (void)libusb_init(nullptr);
     libusb_device** devices = nullptr;
@@ -112,35 +104,33 @@ void transfers(uint16_t productId)
     Device device(productId, false);
     std::vector<uint8_t> bytes(512);
     int moved = 0;
-    checkEqual(libusb_kernel_driver_active(device.handle(), 0), 0, "kernel driver");
-    checkEqual(device.claim(), 0, "claim");
-    checkEqual(device.bulk(0x04, bytes, 100, moved), LIBUSB_ERROR_IO, "bulk in alternate setting 0");
-    checkEqual(libusb_set_interface_alt_setting(device.handle(), 0, 2), LIBUSB_ERROR_NOT_FOUND, "alternate 2");
-    checkEqual(libusb_set_interface_alt_setting(device.handle(), 0, 1), 0, "alternate 1");
+    check(device.claim(), 0, "claim");
+    check(device.bulk(0x04, bytes, 100, moved), LIBUSB_ERROR_IO, "bulk in alternate setting 0");
+    check(libusb_set_interface_alt_setting(device.handle(), 0, 2), LIBUSB_ERROR_NOT_FOUND, "alternate 2");
+    check(libusb_set_interface_alt_setting(device.handle(), 0, 1), 0, "alternate 1");
 
     std::array<uint8_t, 14> block{2, 0, 0x2E, 0x32};
     std::array<uint8_t, 14> back{};
-    checkEqual(libusb_control_transfer(device.handle(), 0x40, 0xA0, 0xE600, 0, block.data(), 14, 1000), 14, "0xA0 out");
-    checkEqual(libusb_control_transfer(device.handle(), 0xC0, 0xA0, 0xE600, 0, back.data(), 14, 1000), 14, "0xA0 in");
-    check(block == back, "memory reads back what was written");
-    checkEqual(device.vendor(0xB3, 0), LIBUSB_ERROR_PIPE, "refused control request");
+    check(libusb_control_transfer(device.handle(), 0x40, 0xA0, 0xE600, 0, block.data(), 14, 1000), 14, "0xA0 out");
+    check(libusb_control_transfer(device.handle(), 0xC0, 0xA0, 0xE600, 0, back.data(), 14, 1000), 14, "0xA0 in");
+    check(block == back, true, "memory reads back what was written");
 
     for (size_t i = 0; i < bytes.size(); ++i)
         bytes[i] = static_cast<uint8_t>(i * 7);
     std::vector<uint8_t> echo(1024);
-    checkEqual(device.bulk(0x04, bytes, 1000, moved), 0, "bulk out");
-    checkEqual(device.bulk(0x86, echo, 1000, moved), 0, "bulk in");
-    checkEqual(moved, 512, "length of the echo");
-    check(std::memcmp(bytes.data(), echo.data(), bytes.size()) == 0, "the echo is what was sent");
+    check(device.bulk(0x04, bytes, 1000, moved), 0, "bulk out");
+    check(device.bulk(0x86, echo, 1000, moved), 0, "bulk in");
+    echo.resize(static_cast<size_t>(moved));
+    check(echo == bytes, true, "the echo is what was sent");
 
     std::vector<uint8_t> frame(33'000'000);
-    checkEqual(device.vendor(0xB2, 33'000'000 & 0xFFFF, 33'000'000 >> 16), 0, "order the pattern");
-    checkEqual(device.bulk(0x88, frame, 5000, moved), 0, "a large frame in one piece");
-    checkEqual(moved, 33'000'000, "length of the frame");
-    size_t wrong = 0;
+    check(device.vendor(0xB2, 33'000'000 & 0xFFFF, 33'000'000 >> 16), 0, "order the pattern");
+    check(device.bulk(0x88, frame, 5000, moved), 0, "a large frame in one piece");
+    check(moved, 33'000'000, "length of the frame");
+    long wrong = 0;
     for (size_t i = 0; i < frame.size(); ++i)
         wrong += frame[i] != i % 251;
-    checkEqual(static_cast<long>(wrong), 0, "wrong bytes in the frame");
+    check(wrong, 0, "wrong bytes in the frame");
 }
 
 void waiting(uint16_t productId)
@@ -150,21 +140,21 @@ void waiting(uint16_t productId)
     int moved = 0;
     double startMs = nowMs();
     const std::clock_t startCpu = std::clock();
-    checkEqual(device.bulk(0x86, bytes, 300, moved), LIBUSB_ERROR_TIMEOUT, "silent endpoint");
-    checkEqual(moved, 0, "bytes of a silent endpoint");
+    check(device.bulk(0x86, bytes, 300, moved), LIBUSB_ERROR_TIMEOUT, "silent endpoint");
+    check(moved, 0, "bytes of a silent endpoint");
     const double tookMs = nowMs() - startMs;
-    check(tookMs > 295 && tookMs < 2000, "the timeout is the one that was asked for");
-    check(static_cast<double>(std::clock() - startCpu) / CLOCKS_PER_SEC < 0.1, "the host sleeps while it waits");
+    check(tookMs > 295 && tookMs < 2000, true, "the timeout is the one that was asked for");
+    check(std::clock() - startCpu < CLOCKS_PER_SEC / 10, true, "the host sleeps while it waits");
 
-    checkEqual(device.vendor(0xB2, 60), 0, "60 bytes of pattern");
-    checkEqual(device.bulk(0x88, bytes, 50, moved), LIBUSB_ERROR_TIMEOUT, "endpoint that stops halfway");
-    checkEqual(moved, 60, "bytes before it stopped");
+    check(device.vendor(0xB2, 60), 0, "60 bytes of pattern");
+    check(device.bulk(0x88, bytes, 50, moved), LIBUSB_ERROR_TIMEOUT, "endpoint that stops halfway");
+    check(moved, 60, "bytes before it stopped");
 
-    checkEqual(device.bulk(0x04, bytes, 100, moved), 0, "bytes to wait for");
-    checkEqual(device.vendor(0xB0, 80), 0, "80 ms pause");
+    check(device.bulk(0x04, bytes, 100, moved), 0, "bytes to wait for");
+    check(device.vendor(0xB0, 80), 0, "80 ms pause");
     startMs = nowMs();
-    checkEqual(device.bulk(0x86, bytes, 2000, moved), 0, "late answer");
-    check(nowMs() - startMs > 75 && nowMs() - startMs < 1500, "the answer comes when the device is ready");
+    check(device.bulk(0x86, bytes, 2000, moved), 0, "late answer");
+    check(nowMs() - startMs > 75 && nowMs() - startMs < 1500, true, "the answer comes when the device is ready");
 
     // One thread waits, another does what the device was waiting for.
     std::vector<uint8_t> answer(512);
@@ -172,31 +162,14 @@ void waiting(uint16_t productId)
     int answerResult = -1;
     std::thread reader([&] { answerResult = device.bulk(0x86, answer, 5000, answerMoved); });
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    checkEqual(device.bulk(0x04, bytes, 1000, moved), 0, "bulk out while another thread reads");
+    check(device.bulk(0x04, bytes, 1000, moved), 0, "bulk out while another thread reads");
     reader.join();
-    checkEqual(answerResult, 0, "read in another thread");
-    checkEqual(answerMoved, 100, "bytes read in another thread");
+    check(answerResult, 0, "read in another thread");
+    check(answerMoved, 100, "bytes read in another thread");
 }
 
+/// All ways to fail. The last one is an unplug, of which the host's own context hears.
 void errors(uint16_t productId)
-{
-    Device device(productId, true);
-    std::vector<uint8_t> bytes(512);
-    int moved = 0;
-    constexpr std::array<std::array<int, 2>, 4> CASES{
-        {{1, LIBUSB_ERROR_PIPE}, {2, LIBUSB_ERROR_OVERFLOW}, {3, LIBUSB_ERROR_IO}, {4, LIBUSB_ERROR_NO_DEVICE}}};
-    for (auto [status, expected] : CASES) {
-        checkEqual(device.vendor(0xB1, static_cast<unsigned>(status)), 0, "order a failure");
-        checkEqual(device.bulk(0x88, bytes, 1000, moved), expected, "failing read");
-        if (expected == LIBUSB_ERROR_PIPE)
-            checkEqual(libusb_clear_halt(device.handle(), 0x88), 0, "clear halt");
-    }
-    checkEqual(device.bulk(0x88, bytes, 1000, moved), LIBUSB_ERROR_NO_DEVICE, "read from an unplugged device");
-    checkEqual(device.vendor(0xB0, 0), LIBUSB_ERROR_NO_DEVICE, "control request to an unplugged device");
-}
-
-/// The host's own context hears that the device is gone.
-void unplug(uint16_t productId)
 {
     Device device(productId, true);
     bool heard = false;
@@ -204,21 +177,28 @@ void unplug(uint16_t productId)
         *static_cast<bool*>(flag) = true;
         return 1;
     };
-    checkEqual(libusb_hotplug_register_callback(device.context(), LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0, 0x1234,
-                                                productId, LIBUSB_HOTPLUG_MATCH_ANY, onLeft, &heard, nullptr),
-               0, "ask for news");
-    checkEqual(device.vendor(0xB1, 4), 0, "order an unplug");
+    check(libusb_hotplug_register_callback(device.context(), LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT, 0, 0x1234, productId,
+                                           LIBUSB_HOTPLUG_MATCH_ANY, onLeft, &heard, nullptr),
+          0, "ask for news");
     std::vector<uint8_t> bytes(512);
     int moved = 0;
-    checkEqual(device.bulk(0x88, bytes, 1000, moved), LIBUSB_ERROR_NO_DEVICE, "read");
+    constexpr std::array<std::array<int, 2>, 4> CASES{
+        {{1, LIBUSB_ERROR_PIPE}, {2, LIBUSB_ERROR_OVERFLOW}, {3, LIBUSB_ERROR_IO}, {4, LIBUSB_ERROR_NO_DEVICE}}};
+    for (auto [status, expected] : CASES) {
+        check(device.vendor(0xB1, static_cast<unsigned>(status)), 0, "order a failure");
+        check(device.bulk(0x88, bytes, 1000, moved), expected, "failing read");
+        if (expected == LIBUSB_ERROR_PIPE)
+            check(libusb_clear_halt(device.handle(), 0x88), 0, "clear halt");
+    }
+    check(device.bulk(0x88, bytes, 1000, moved), LIBUSB_ERROR_NO_DEVICE, "read from an unplugged device");
+    check(device.vendor(0xB0, 0), LIBUSB_ERROR_NO_DEVICE, "control request to an unplugged device");
     for (const double startMs = nowMs(); !heard && nowMs() - startMs < 5000;) {
         timeval pause{0, 10000};
         (void)libusb_handle_events_timeout(device.context(), &pause);
     }
-    check(heard, "news of the unplug");
+    check(heard, true, "news of the unplug");
     libusb_device** devices = nullptr;
-    const ssize_t count = libusb_get_device_list(device.context(), &devices);
-    checkEqual(count, 2, "devices left: the other one and the root hub");
+    check(libusb_get_device_list(device.context(), &devices), 2, "devices left: the other one and the root hub");
     libusb_free_device_list(devices, 1);
 }
 
@@ -227,43 +207,19 @@ void busy(uint16_t productId)
     Device holder(productId, true);
     {
         Device other(productId, false);
-        checkEqual(other.claim(), LIBUSB_ERROR_BUSY, "claim of a busy interface");
-        checkEqual(other.vendor(0xB0, 0), 0, "vendor request without a claim");
+        check(other.claim(), LIBUSB_ERROR_BUSY, "claim of a busy interface");
+        check(other.vendor(0xB0, 0), 0, "vendor request without a claim");
     }
     Device free(static_cast<uint16_t>(productId + 1), true);  // the neighbour is not affected
-    checkEqual(libusb_release_interface(holder.handle(), 0), 0, "release");
+    check(libusb_release_interface(holder.handle(), 0), 0, "release");
     Device next(productId, true);
-    checkEqual(holder.claim(), LIBUSB_ERROR_BUSY, "claim after it was given away");
+    check(holder.claim(), LIBUSB_ERROR_BUSY, "claim after it was given away");
 }
 
 void refused(uint16_t productId)
 {
     Device device(productId, false);
-    checkEqual(device.vendor(0xB3, 0), LIBUSB_ERROR_PIPE, "request that no camera knows");
-}
-
-void bench(uint16_t productId)
-{
-    Device device(productId, true);
-    std::vector<uint8_t> bytes(64);
-    int moved = 0;
-    double startMs = nowMs();
-    for (int i = 0; i < 2000; ++i) {
-        checkEqual(device.bulk(0x04, bytes, 1000, moved), 0, "request");
-        checkEqual(device.bulk(0x86, bytes, 1000, moved), 0, "reply");
-    }
-    std::printf("request and reply: %.3f ms\n", (nowMs() - startMs) / 2000);
-    startMs = nowMs();
-    for (int i = 0; i < 2000; ++i)
-        checkEqual(device.vendor(0xB0, 0), 0, "control");
-    std::printf("control: %.3f ms\n", (nowMs() - startMs) / 2000);
-    std::vector<uint8_t> frame(32 << 20);
-    checkEqual(device.vendor(0xB2, 0, 5 * (32 << 4)), 0, "order the pattern");
-    startMs = nowMs();
-    for (int i = 0; i < 5; ++i)
-        checkEqual(device.bulk(0x88, frame, 5000, moved), 0, "frame");
-    const double took = (nowMs() - startMs) / 5;
-    std::printf("32 MiB frame: %.1f ms, %.0f MB/s\n", took, static_cast<double>(frame.size()) / took / 1000);
+    check(device.vendor(0xB3, 0), LIBUSB_ERROR_PIPE, "request that no camera knows");
 }
 
 }  // namespace
@@ -272,23 +228,9 @@ int main(int argc, char** argv)
 {
     const std::string what = argc > 1 ? argv[1] : "";
     const auto productId = static_cast<uint16_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 16) : 0x1001);
-    if (what == "list")
-        list();
-    else if (what == "transfers")
-        transfers(productId);
-    else if (what == "waiting")
-        waiting(productId);
-    else if (what == "errors")
-        errors(productId);
-    else if (what == "unplug")
-        unplug(productId);
-    else if (what == "busy")
-        busy(productId);
-    else if (what == "refused")
-        refused(productId);
-    else if (what == "bench")
-        bench(productId);
-    else
-        check(false, "known test name");
+    const std::map<std::string, void (*)(uint16_t)> checks = {{"list", list},       {"transfers", transfers},
+                                                              {"waiting", waiting}, {"errors", errors},
+                                                              {"busy", busy},       {"refused", refused}};
+    checks.at(what)(productId);
     return failures ? 1 : 0;
 }
