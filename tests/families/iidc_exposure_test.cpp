@@ -202,10 +202,9 @@ TEST(GetImageIidc, ReadsNothingBelowTheFrame)
     iidc.camera.readoutRegion = {0, 0, 2, 2, 1, 1};
     iidc.camera.imageReady = true;
     iidc.usb.in(0x81, 2, "11 22");
-    uint16_t image[4] = {};
-    EXPECT_TRUE(iidc.camera.getImage(image, 4));
-    EXPECT_EQ(image[0], 0x1100);
-    EXPECT_EQ(image[1], 0x2200);
+    std::vector<uint16_t> image(4, 0xCCCC);
+    EXPECT_TRUE(iidc.camera.getImage(image.data(), 4));
+    EXPECT_EQ(image, (std::vector<uint16_t>{0x1100, 0x2200, 0, 0}));
 }
 
 TEST(GetImageIidc, TellsTheTimeItTook)

@@ -217,9 +217,9 @@ TEST(GetImageQuicker, ReadsNothingBelowTheFrame)
         else
             quicker.usb.parIn(6, "02 00 04 00 06 00");
         quicker.usb.out(0x04, LOWER_TIMEOUT);
-        uint16_t image[9] = {};
-        EXPECT_TRUE(quicker.camera.getImage(image, 9));
-        EXPECT_EQ(std::vector<uint16_t>(image, image + 3), (std::vector<uint16_t>{2, 4, 6}));
+        std::vector<uint16_t> image(9, 0xCCCC);
+        EXPECT_TRUE(quicker.camera.getImage(image.data(), 9));
+        EXPECT_EQ(image, (std::vector<uint16_t>{2, 4, 6, 0, 0, 0, 0, 0, 0}));
     }
 }
 
