@@ -3,6 +3,7 @@
 /// Command line of vornctl: what can be asked, and what is refused before any camera is touched.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <string>
 
@@ -54,9 +55,7 @@ void addExposeOptions(CLI::App& expose, Options& options)
     expose.add_flag("-f,--force", options.force, "replace existing files");
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     Options options;
     bool trace = false;
@@ -93,4 +92,16 @@ int main(int argc, char** argv)
     if (*info)
         return vornctl::infoCommand(options);
     return *expose ? vornctl::exposeCommand(options) : vornctl::EXIT_USAGE;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) {  // memory that ran out, above all
+        (void)std::fprintf(stderr, "vornctl: %s\n", error.what());
+        return vornctl::EXIT_FAILED;
+    }
 }
