@@ -275,23 +275,23 @@ TEST(CoolingStatus, DecodesAdvancedAndClassicReplies)
 {
     struct {
         const char* label;
-        CAMERA_TYPE type;
         const char* reply;
+        CAMERA_TYPE type;
         COOLING_STATE state;
         float target;
         float power;
     } const CASES[] = {
-        {"set-point outranks warming", ADVANCED, "00 6E 00 A0 00 9B 00 00", COOLING_SETPOINT, -10.0F, 50.0F},
-        {"warming outranks on", ADVANCED, "00 6E 00 60 00 9B 00 00", WARMING_UP, -10.0F, 50.0F},
-        {"on", ADVANCED, "00 0A 00 40 03 FF 00 00", COOLING_ON, 270.0F, 0.0F},
-        {"the high byte of the flags means nothing", ADVANCED, "00 D2 E0 1F 00 00 00 00", COOLING_INACTIVE, -60.0F,
+        {"set-point outranks warming", "00 6E 00 A0 00 9B 00 00", ADVANCED, COOLING_SETPOINT, -10.0F, 50.0F},
+        {"warming outranks on", "00 6E 00 60 00 9B 00 00", ADVANCED, WARMING_UP, -10.0F, 50.0F},
+        {"on", "00 0A 00 40 03 FF 00 00", ADVANCED, COOLING_ON, 270.0F, 0.0F},
+        {"the high byte of the flags means nothing", "00 D2 E0 1F 00 00 00 00", ADVANCED, COOLING_INACTIVE, -60.0F,
          100.0F},
-        {"power of 16 bits", ADVANCED, "01 9A 00 80 00 9B 00 00", COOLING_SETPOINT, -10.0F, 200.0F},
-        {"power below the least", ADVANCED, "00 00 00 80 00 9B 00 00", COOLING_SETPOINT, -10.0F, -5.0F},
-        {"set-point outranks warming", CLASSIC, "6E 00 A0 00 9B 00 00 00", COOLING_SETPOINT, -10.0F, 50.0F},
-        {"warming outranks on", CLASSIC, "6E 00 60 00 FF 00 03 00", WARMING_UP, 270.0F, 50.0F},
-        {"on", CLASSIC, "D2 00 40 00 9B 00 00 00", COOLING_ON, -10.0F, 100.0F},
-        {"inactive", CLASSIC, "0A FF 1F FF 9B FF 00 FF", COOLING_INACTIVE, -10.0F, 0.0F},
+        {"power of 16 bits", "01 9A 00 80 00 9B 00 00", ADVANCED, COOLING_SETPOINT, -10.0F, 200.0F},
+        {"power below the least", "00 00 00 80 00 9B 00 00", ADVANCED, COOLING_SETPOINT, -10.0F, -5.0F},
+        {"set-point outranks warming", "6E 00 A0 00 9B 00 00 00", CLASSIC, COOLING_SETPOINT, -10.0F, 50.0F},
+        {"warming outranks on", "6E 00 60 00 FF 00 03 00", CLASSIC, WARMING_UP, 270.0F, 50.0F},
+        {"on", "D2 00 40 00 9B 00 00 00", CLASSIC, COOLING_ON, -10.0F, 100.0F},
+        {"inactive", "0A FF 1F FF 9B FF 00 FF", CLASSIC, COOLING_INACTIVE, -10.0F, 0.0F},
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(std::string(row.label) + ", type " + std::to_string(row.type));

@@ -2,20 +2,18 @@
 #include <gtest/gtest.h>
 
 #include "../lifecycle/standard_open.h"
-#include "opened_camera.h"
 
 namespace {
 
 // The reads of a description fill cleared buffers, and the fields take what is there.
 TEST(OpenStandard, FieldsTakeWhatAFailedReadLeft)
 {
-    vorntest::Steps whole;
-    const std::vector<StandardOpen::Phase> phases = StandardOpen{.flags = "80 11"}.write(whole);
-    const auto ping = std::find(phases.begin(), phases.end(), StandardOpen::PING) - phases.begin();
-    // behind the ping's six steps: three of the command, two of the version, two for each of fourteen characters
-    const size_t flags = static_cast<size_t>(ping) + 6 + 3 + 2 + 28;
+    Parts parts = StandardOpen{.flags = "80 11"}.parts();
+    // the description: three steps of the command, two of the version, two for each of fourteen characters, then flags
+    constexpr size_t FLAGS_READ = 3 + 2 + 28 + 1;
+    parts.back().steps.cut(FLAGS_READ + 1).fails(LIBUSB_ERROR_TIMEOUT).close();
     vorntest::Script usb;
-    usb.append(whole, 0, flags + 2).fails(LIBUSB_ERROR_TIMEOUT).close();
+    append(usb, parts);
     VornCameraImpl camera(&usb.device, "Vorn K12", STANDARD);
     camera.hasShutter = camera.hasFilterWheel = true;
     camera.pixelCountX = camera.pixelCountY = camera.maxBinX = camera.maxBinY = 77;

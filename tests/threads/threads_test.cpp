@@ -17,11 +17,12 @@ using vorntest::TraceCapture;
 using Image = std::vector<uint16_t>;
 
 constexpr unsigned SIDE = 8;  // of the square region that is read
+constexpr unsigned PIXELS = SIDE * SIDE;
 
 /// One exposure, long where the family has them. @return the image, empty after a failure.
 Image expose(VornCameraImpl& camera, bool longExposure)
 {
-    Image image(SIDE * SIDE + 1UL);
+    Image image(PIXELS + 1);
     bool ok = true;
     if (longExposure && camera.type != IIDC) {
         ok = camera.startExposure(false);
@@ -30,7 +31,7 @@ Image expose(VornCameraImpl& camera, bool longExposure)
     } else {
         ok = camera.readCCD(16, 8, SIDE, SIDE, 1, 1, 0.1);
     }
-    ok = ok && camera.getImage(image.data(), SIDE * SIDE);
+    ok = ok && camera.getImage(image.data(), PIXELS);
     return ok ? image : Image();
 }
 
@@ -155,7 +156,7 @@ TEST_F(ThreadedCameras, KeepTheLockFromReadoutToImage)
         ASSERT_TRUE(camera.open());
         TraceCapture trace;
         std::atomic<bool> aborted = false;
-        Image image(SIDE * SIDE + 1UL);
+        Image image(PIXELS + 1);
         ASSERT_TRUE(camera.readCCD(16, 8, SIDE, SIDE, 1, 1, 0.1));
         std::thread other([&] {
             EXPECT_TRUE(camera.abortExposure());
@@ -164,10 +165,10 @@ TEST_F(ThreadedCameras, KeepTheLockFromReadoutToImage)
         while (trace.textSoFar().find("    lock busy\n") == std::string::npos)
             std::this_thread::yield();
         EXPECT_FALSE(aborted);
-        EXPECT_TRUE(camera.getImage(image.data(), SIDE * SIDE));
+        EXPECT_TRUE(camera.getImage(image.data(), PIXELS));
         other.join();
         EXPECT_TRUE(aborted);
-        EXPECT_FALSE(camera.getImage(image.data(), SIDE * SIDE));
+        EXPECT_FALSE(camera.getImage(image.data(), PIXELS));
         EXPECT_STREQ(camera.getLastError(), "Operation out of sequence");
         camera.close();
         simulated.expectNoComplaints();
@@ -188,10 +189,10 @@ TEST_F(ThreadedCameras, AbortAnExposureFromElsewhere)
     });
     for (int i = 0; i < 50; i++) {
         EXPECT_TRUE(camera.startExposure(false));
-        Image image(SIDE * SIDE);
+        Image image(PIXELS);
         // whether an abortion came in between decides; it never hurts
         if (camera.readCCD(16, 8, SIDE, SIDE, 1, 1))
-            (void)camera.getImage(image.data(), SIDE * SIDE);
+            (void)camera.getImage(image.data(), PIXELS);
         else
             EXPECT_STREQ(camera.getLastError(), "Operation out of sequence");
     }
