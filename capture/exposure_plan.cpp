@@ -3,13 +3,13 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <sstream>
 
 namespace vorncapture {
 namespace {
 
 constexpr double LONGEST_EXPOSURE_SECONDS = 86400.0;
-constexpr unsigned int IIDC_MAX_BINNING = 2;
 
 /// Values the ADVANCED family sends ahead of the image; getImage() drops them.
 constexpr uint32_t ADVANCED_LEADING_COUNT = 2;
@@ -34,14 +34,6 @@ Status checkBinning(const CameraInfo& camera, const ExposureRequest& request)
     if (request.binX > maxX || request.binY > maxY)
         return refuse("binning ", request.binX, "x", request.binY, " is beyond this camera's largest, ", maxX, "x",
                       maxY);
-    if (camera.family != IIDC)
-        return Done{};
-    if (request.binX != request.binY)
-        return refuse("binning ", request.binX, "x", request.binY, " is not possible: a ", camera.name,
-                      " bins both ways alike");
-    if (request.binX > IIDC_MAX_BINNING)
-        return refuse("binning ", request.binX, "x", request.binY, " is not possible: a ", camera.name,
-                      " bins 1x1 or 2x2");
     return Done{};
 }
 
@@ -109,12 +101,36 @@ Status planRegion(const CameraInfo& camera, const ExposureRequest& request, Expo
     return Done{};
 }
 
+/// A QUICKER image can only be had as a square of binned pixels, whose rows may reach down to the sensor's width.
+bool fitsSquare(const CameraInfo& camera, const ExposurePlan& plan)
+{
+    const unsigned int side = std::max(plan.width, plan.height);
+    return side <= camera.caps.pixelCountX / plan.binX && side <= camera.caps.pixelCountX / plan.binY;
+}
+
+/// Unequal binning that a camera cannot do, or not in this shape: it bins what both directions share, and the host sums
+/// the rest.
+void planBinning(const CameraInfo& camera, ExposurePlan& plan)
+{
+    plan.readBinX = plan.binX;
+    plan.readBinY = plan.binY;
+    const bool possible = plan.binX == plan.binY || (camera.family == QUICKER && fitsSquare(camera, plan)) ||
+                          (camera.family != QUICKER && camera.family != IIDC);
+    if (possible)
+        return;
+    plan.readBinX = plan.readBinY = std::gcd(plan.binX, plan.binY);
+    std::ostringstream note;
+    note << "this picture of a " << camera.name << " was read out binned " << plan.readBinX << "x" << plan.readBinY
+         << " and summed to " << plan.binX << "x" << plan.binY << ", bias included";
+    plan.notes.push_back(note.str());
+}
+
 /// The region comes as it is asked for, row after row.
 void planDirect(ExposurePlan& plan, size_t rowStride)
 {
     plan.asked = plan.region;
     plan.rowStride = rowStride;
-    plan.transferCount = static_cast<uint32_t>(rowStride * plan.height);
+    plan.transferCount = static_cast<uint32_t>(rowStride * (plan.region.height / plan.readBinY));
     plan.bufferCount = plan.transferCount;
 }
 
@@ -131,45 +147,43 @@ void planAdvanced(ExposurePlan& plan, bool eightBit)
 /// The library crops these images itself, but advances by the region's height from row to row on some cameras and by
 /// its width on the others, and a host cannot tell which. In a square the two are the same, so a square around the
 /// region is asked for. It may reach below the sensor; those rows mean nothing and are dropped.
-Status planSquare(const CameraInfo& camera, ExposurePlan& plan)
+void planSquare(const CameraInfo& camera, ExposurePlan& plan)
 {
-    const unsigned int columns = camera.caps.pixelCountX / plan.binX;
-    const unsigned int rows = camera.caps.pixelCountY / plan.binY;
-    const unsigned int askableRows = camera.caps.pixelCountX / plan.binY;
-    const unsigned int side = std::max(plan.width, plan.height);
-    if (side > columns || side > askableRows)
-        return refuse("a ", camera.name, " reads a region of this shape only up to ", std::min(columns, askableRows),
-                      " binned pixels a side; make it smaller or bin both ways alike");
-
-    const unsigned int column = plan.region.x / plan.binX;
-    const unsigned int row = plan.region.y / plan.binY;
+    const unsigned int columns = camera.caps.pixelCountX / plan.readBinX;
+    const unsigned int rows = camera.caps.pixelCountY / plan.readBinY;
+    const unsigned int side = std::max(plan.region.width / plan.readBinX, plan.region.height / plan.readBinY);
+    const unsigned int column = plan.region.x / plan.readBinX;
+    const unsigned int row = plan.region.y / plan.readBinY;
     const unsigned int askedColumn = std::min(column, columns - side);
     const unsigned int askedRow = std::min(row, rows > side ? rows - side : 0);
-    plan.asked = {askedColumn * plan.binX, askedRow * plan.binY, side * plan.binX, side * plan.binY};
+    plan.asked = {askedColumn * plan.readBinX, askedRow * plan.readBinY, side * plan.readBinX, side * plan.readBinY};
     plan.rowStride = side;
     plan.bufferCount = size_t{side} * side;
     plan.transferCount = static_cast<uint32_t>(plan.bufferCount);
     plan.firstValue = (row - askedRow) * plan.rowStride + (column - askedColumn);
-    return Done{};
 }
 
 Status planReadout(const CameraInfo& camera, const ExposureRequest& request, ExposurePlan& plan)
 {
-    const uint64_t side = std::max(plan.width, plan.height);
-    const uint64_t count = camera.family == QUICKER ? side * side : uint64_t{plan.width} * plan.height;
+    planBinning(camera, plan);
+    const uint64_t columns = plan.region.width / plan.readBinX;
+    const uint64_t rows = plan.region.height / plan.readBinY;
+    const uint64_t side = std::max(columns, rows);
+    const uint64_t count = camera.family == QUICKER ? side * side : columns * rows;
     if (count > MAX_BUFFER_COUNT)
         return refuse("a picture of ", plan.width, " x ", plan.height, " pixels is larger than any sensor");
     switch (camera.family) {
         case CLASSIC:
         case STANDARD:
         case IIDC:
-            planDirect(plan, plan.width);
+            planDirect(plan, plan.region.width / plan.readBinX);
             return Done{};
         case ADVANCED:
             planAdvanced(plan, request.eightBit);
             return Done{};
         case QUICKER:
-            return planSquare(camera, plan);
+            planSquare(camera, plan);
+            return Done{};
     }
     return refuse("the camera is of an unknown family");
 }
@@ -214,12 +228,19 @@ Result<ExposurePlan> planExposure(const CameraInfo& camera, const ExposureReques
 
 void cropToPlan(std::vector<uint16_t>& pixels, const ExposurePlan& plan)
 {
-    const auto begin = pixels.begin();
-    if (plan.rowStride != plan.width || plan.firstValue != 0) {
-        for (size_t row = 0; row < plan.height; ++row) {
-            const auto source = begin + static_cast<std::ptrdiff_t>(plan.firstValue + row * plan.rowStride);
-            // Rows only ever move towards the front, so a forward copy is safe where they overlap.
-            std::copy(source, source + plan.width, begin + static_cast<std::ptrdiff_t>(row * plan.width));
+    const unsigned int sumX = plan.binX / plan.readBinX;
+    const unsigned int sumY = plan.binY / plan.readBinY;
+    const bool inPlace = plan.rowStride == plan.width && plan.firstValue == 0 && sumX == 1 && sumY == 1;
+    // Values only ever move towards the front, and none is read again after its place was taken.
+    for (size_t row = 0; !inPlace && row < plan.height; ++row) {
+        for (size_t column = 0; column < plan.width; ++column) {
+            uint32_t sum = 0;
+            for (size_t y = 0; y < sumY; ++y) {
+                const size_t first = plan.firstValue + (row * sumY + y) * plan.rowStride + column * sumX;
+                for (size_t x = 0; x < sumX; ++x)
+                    sum += pixels[first + x];
+            }
+            pixels[row * plan.width + column] = static_cast<uint16_t>(std::min<uint32_t>(sum, 65535));
         }
     }
     pixels.resize(size_t{plan.width} * plan.height);

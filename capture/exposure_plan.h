@@ -17,8 +17,10 @@ namespace vorncapture {
 struct ExposurePlan {
     double seconds = 0.0;       ///< the request, raised to the camera's shortest exposure
     bool longExposure = false;  ///< startExposure() and the six-argument readCCD(), else the seven-argument one
-    unsigned int binX = 1;
+    unsigned int binX = 1;      ///< of the picture
     unsigned int binY = 1;
+    unsigned int readBinX = 1;  ///< of the readout: less than the picture's where the host bins the rest
+    unsigned int readBinY = 1;
     Region region;           ///< sensor pixels that the picture shows; a whole number of binned pixels
     unsigned int width = 0;  ///< of the picture
     unsigned int height = 0;
@@ -38,7 +40,8 @@ struct ExposurePlan {
 /// @return the plan, or ErrorKind::BAD_REQUEST with a text that names the limit
 Result<ExposurePlan> planExposure(const CameraInfo& camera, const ExposureRequest& request);
 
-/// Moves the picture from where getImage() put it to the front of @p pixels and drops all else, in place.
+/// Moves the picture from where getImage() put it to the front of @p pixels and drops all else, in place. Sums what the
+/// camera did not bin itself, up to 65535.
 /// @param pixels the buffer filled by getImage(), ExposurePlan::bufferCount values
 void cropToPlan(std::vector<uint16_t>& pixels, const ExposurePlan& plan);
 

@@ -122,8 +122,8 @@ Readout readImage(VornCamera& camera, const ExposurePlan& plan, Clock& clock, st
     const Region& asked = plan.asked;
     const bool commanded =
         plan.longExposure
-            ? camera.readCCD(asked.x, asked.y, asked.width, asked.height, plan.binX, plan.binY)
-            : camera.readCCD(asked.x, asked.y, asked.width, asked.height, plan.binX, plan.binY, plan.seconds);
+            ? camera.readCCD(asked.x, asked.y, asked.width, asked.height, plan.readBinX, plan.readBinY)
+            : camera.readCCD(asked.x, asked.y, asked.width, asked.height, plan.readBinX, plan.readBinY, plan.seconds);
     readout.commanded = clock.utc();
     transferring = true;
     if (!commanded) {

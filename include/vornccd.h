@@ -182,7 +182,8 @@ public:
     /// Transfers the image of the readCCD() before it and releases the camera's lock.
     /// @param buffer values row after row, `imageWidth(width, binX)` a row, in host byte order. It must hold
     ///     @p pixels values; one more on ADVANCED cameras, whose two leading values are dropped in place; on QUICKER
-    ///     cameras without precharge samples row r starts at index r x (height / binY), so read whole frames there.
+    ///     cameras without precharge samples row r starts at index r x (height / binY): rows of a region wider than
+    ///     high overlap, so ask for a square there (rows below the sensor come as 0).
     /// @param pixels number of values, `imageWidth(width, binX) * imageHeight(height, binY)`, not 0
     /// Errors: "Operation out of sequence", "Failed to get image".
     virtual bool getImage(unsigned short* buffer, unsigned int pixels) = 0;
