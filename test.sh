@@ -9,11 +9,15 @@ cd "$(dirname "$0")"
 # shellcheck disable=SC2086  # the lists are split on purpose
 install_missing $BUILD_PACKAGES $TEST_PACKAGES
 
-for preset in asan-ubsan tsan release; do
-    echo "==> Building $preset"
-    cmake --preset "$preset" -DVORNCCD_BUILD_TESTS=ON >/dev/null
-    cmake --build --preset "$preset"
-done
+# build PRESET [TARGET]
+build() {
+    echo "==> Building $1"
+    cmake --preset "$1" -DVORNCCD_BUILD_TESTS=ON >/dev/null
+    cmake --build --preset "$1" --target "${2:-all}"
+}
+build asan-ubsan
+build tsan threads_test
+build release
 
 jobs=$(nproc)
 echo "==> Tests under the address and undefined-behaviour sanitizers"
