@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "conversation_parts.h"
 
+#include <algorithm>
+#include <cstdio>
+
 #include "family_steps.h"
 
 using vorntest::Script;
@@ -51,6 +54,39 @@ void forEachFailure(const Parts& parts, const std::function<void(Script&, bool o
         }
         before.append(now.steps);
     }
+}
+
+std::string describe(const VornCameraImpl& camera)
+{
+    char text[400];
+    (void)snprintf(
+        text, sizeof text,
+        "version %u.%u, %u x %u of %.2f x %.2f um, binning %u x %u, sensors %u of type %u, cooler %d from %u "
+        "to %u, colour %d at %d %d, lines %u, serial %u, clear %ld, precharge %u:",
+        camera.versionMajor, camera.versionMinor, camera.pixelCountX, camera.pixelCountY, camera.pixelSizeX,
+        camera.pixelSizeY, camera.maxBinX, camera.maxBinY, camera.tempSensorCount, camera.tempSensorType, camera.cooler,
+        camera.minCoolerPower, camera.maxCoolerPower, camera.colour, camera.offsetX, camera.offsetY, camera.lineCount,
+        camera.serialNumber, camera.vregClearTime, camera.prechargeOffset);
+    std::string line = text;
+    const std::pair<bool, const char*> flags[] = {{camera.hasShutter, " shutter"}, {camera.hasGuidePort, " guide"},
+                                                  {camera.has8BitMode, " 8bit"},   {camera.hasFilterWheel, " wheel"},
+                                                  {camera.hasGPIO, " gpio"},       {camera.pcCds, " cds"}};
+    for (const auto& [set, flag] : flags)
+        line += set ? flag : "";
+    return line + ".";
+}
+
+void expectDescribed(const VornCameraImpl& camera, const std::string& expected)
+{
+    EXPECT_NE(describe(camera).find(expected), std::string::npos) << describe(camera) << "\n  lacks " << expected;
+}
+
+std::vector<std::string> detailsFrom(const std::string& first, const std::vector<std::string>& lines)
+{
+    std::vector<std::string> details;
+    std::copy_if(std::find(lines.begin(), lines.end(), first), lines.end(), std::back_inserter(details),
+                 [](const std::string& line) { return line.starts_with("    "); });
+    return details;
 }
 
 Parts bridgeParts(CAMERA_TYPE type, const std::string& productId, const Steps& afterFailure, const char* error)

@@ -41,6 +41,16 @@ struct ClosedCamera {
     VornCameraImpl camera;
 };
 
+/// @return what identification found, as one line: "version 2.5, 4000 x 3000 of 7.70 x 6.75 um, binning 3 x 4,
+/// sensors 1 of type 2, cooler 4 from 32 to 255, colour 2 at 0 1, lines 8, serial 12345, clear 100000, precharge 0:
+/// shutter guide 8bit wheel gpio cds."
+std::string describe(const VornCameraImpl& camera);
+/// Checks that the description holds @p expected.
+void expectDescribed(const VornCameraImpl& camera, const std::string& expected);
+
+/// @return the detail lines of a trace from the line @p first on, without the entry and exit lines of what is nested.
+std::vector<std::string> detailsFrom(const std::string& first, const std::vector<std::string>& lines);
+
 /// The parts that all families with a bridge begin open() with, from libusb_open to the colour record.
 /// @param type decides on the bridge's set-up and on what is flushed
 /// @param productId two bytes of the EEPROM
