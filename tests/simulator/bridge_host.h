@@ -83,19 +83,15 @@ public:
         const int64_t deadline = clock.nowUs() + timeoutMs * 1000;
         size_t moved = 0;
         timedOut = false;
-        for (;;) {
+        do {
             last = device.bulkIn(endpoint, std::span(data).subspan(moved));
             moved += last.length;
-            if (last.complete)
-                break;
-            const int64_t next = std::min(last.retryAtUs, deadline);
-            timedOut = next == deadline;
-            clock.pass(std::max<int64_t>(0, next - clock.nowUs()));
-            if (timedOut)
-                break;
-        }
-        data.resize(moved);
-        return data;
+            if (!last.complete) {
+                timedOut = last.retryAtUs >= deadline;
+                clock.pass(std::max<int64_t>(0, std::min(last.retryAtUs, deadline) - clock.nowUs()));
+            }
+        } while (!last.complete && !timedOut);
+        return {data.begin(), data.begin() + static_cast<ptrdiff_t>(moved)};
     }
 
     /// One bridge request with its payload; code, sequence, flag, sub-code, value, index as written in @p header.
@@ -108,11 +104,16 @@ public:
     }
     std::string reply(size_t length) { return toHex(receive(0x86, length)); }
 
-    /// Reads @p n bytes from the parallel bus, and the one that always follows. Empty after a timeout.
-    Bytes parIn(size_t n, int64_t timeoutMs = 30000)
+    /// Asks for @p n bytes from the parallel bus.
+    void requestWords(size_t n)
     {
         const auto byte = [&](unsigned shift) { return static_cast<uint8_t>(n >> shift); };
         send(0x04, Bytes{9, 0, 0, 0, byte(16), byte(24), byte(0), byte(8), 0, 0, 0, 0, 0, 0, 0, 0});
+    }
+    /// Reads @p n bytes from the parallel bus, and the one that always follows. Empty after a timeout.
+    Bytes parIn(size_t n, int64_t timeoutMs = 30000)
+    {
+        requestWords(n);
         Bytes data;
         while (data.size() < n + 1) {
             const Bytes part = receive(0x88, n + 1 - data.size(), timeoutMs);
