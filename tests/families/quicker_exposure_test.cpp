@@ -12,6 +12,7 @@ using vorntest::spiWrite;
 using vorntest::Steps;
 using vorntest::toHex;
 using vorntest::TraceCapture;
+using Image = std::vector<uint16_t>;
 
 const char* const RAISE_TIMEOUT = "0C ?? 00 00 30 75 ...";  // 30000 ms
 const char* const LOWER_TIMEOUT = "0C ?? 00 00 E8 03 ...";  // 1000 ms
@@ -168,12 +169,33 @@ std::vector<uint8_t> ramp(unsigned width, unsigned height)
     return bytes;
 }
 
+/// A camera after a readout of @p region; its frame arrives when line 4 has fallen and a dummy word was read.
+struct ReadOutQuicker : ExposureCamera {
+    ReadOutQuicker(unsigned width, unsigned height, const ReadoutRegion& region) : ExposureCamera(QUICKER)
+    {
+        setSensor(camera, width, height);
+        camera.readoutRegion = region;
+        camera.imageReady = true;
+        readLine4(usb, 0).parIn(2, "AA BB");
+    }
+    /// @return the buffer after getImage(), CCCC where nothing was written.
+    Image imageOf(const std::string& frame, size_t values)
+    {
+        const auto length = static_cast<unsigned>(vorntest::parseHex(frame).size());
+        usb.parIn(length, frame).out(0x04, LOWER_TIMEOUT);
+        Image image(values, 0xCCCC);
+        EXPECT_TRUE(camera.getImage(image.data(), 1));  // the count is only traced
+        EXPECT_TRUE(usb.done());
+        return image;
+    }
+};
+
 TEST(GetImageQuicker, PutsRowRAtRTimesTheHeightOfTheRegion)
 {
     struct {
         const char* label;
         ReadoutRegion region;
-        std::vector<uint16_t> image;  ///< CCCC is never written
+        Image image;
     } const CASES[] = {
         {"square corner", {4, 2, 2, 2, 1, 1}, {204, 205, 304, 305, 0xCCCC}},
         {"wide: rows overlap, the later wins", {1, 1, 3, 2, 1, 1}, {101, 102, 201, 202, 203, 0xCCCC}},
@@ -185,52 +207,26 @@ TEST(GetImageQuicker, PutsRowRAtRTimesTheHeightOfTheRegion)
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.label);
-        ExposureCamera quicker(QUICKER);
-        setSensor(quicker.camera, 6, 4);
-        const unsigned width = 6 / row.region.binX;
-        const unsigned height = 4 / row.region.binY;
-        quicker.camera.readoutRegion = row.region;
-        quicker.camera.imageReady = true;
-        readLine4(quicker.usb, 0);
-        quicker.usb.parIn(2, "").parIn(2 * width * height, toHex(ramp(width, height))).out(0x04, LOWER_TIMEOUT);
-        quicker.usb[3].reply = {0, 0, 0};
-        std::vector<uint16_t> image(row.image.size(), 0xCCCC);
-        EXPECT_TRUE(quicker.camera.getImage(image.data(), 1));  // the count is only traced
-        EXPECT_EQ(image, row.image);
-        EXPECT_TRUE(quicker.usb.done());
+        ReadOutQuicker quicker(6, 4, row.region);
+        EXPECT_EQ(quicker.imageOf(toHex(ramp(6 / row.region.binX, 4 / row.region.binY)), row.image.size()), row.image);
     }
 }
 
 // The height is checked against the width, so a region may reach below the frame.
 TEST(GetImageQuicker, ReadsNothingBelowTheFrame)
 {
-    for (const bool precharge : {false, true}) {
-        ExposureCamera quicker(QUICKER);
-        setSensor(quicker.camera, 3, 1);
-        quicker.camera.pcCds = precharge;
-        quicker.camera.imageReady = true;
-        quicker.camera.readoutRegion = {0, 0, 3, 3, 1, 1};
-        readLine4(quicker.usb, 0);
-        quicker.usb.parIn(2, "00 00");
-        if (precharge)
-            quicker.usb.parIn(12, "00 00 01 00 00 00 02 00 00 00 03 00");
-        else
-            quicker.usb.parIn(6, "02 00 04 00 06 00");
-        quicker.usb.out(0x04, LOWER_TIMEOUT);
-        std::vector<uint16_t> image(9, 0xCCCC);
-        EXPECT_TRUE(quicker.camera.getImage(image.data(), 9));
-        EXPECT_EQ(image, (std::vector<uint16_t>{2, 4, 6, 0, 0, 0, 0, 0, 0}));
-    }
+    const Image expected = {2, 4, 6, 0, 0, 0, 0, 0, 0};
+    ReadOutQuicker plain(3, 1, {0, 0, 3, 3, 1, 1});
+    EXPECT_EQ(plain.imageOf("02 00 04 00 06 00", 9), expected);
+    ReadOutQuicker pairs(3, 1, {0, 0, 3, 3, 1, 1});
+    pairs.camera.pcCds = true;
+    EXPECT_EQ(pairs.imageOf("00 00 01 00 00 00 02 00 00 00 03 00", 9), expected);
 }
 
 TEST(GetImageQuicker, RefusesAFrameThatNobodyCanHold)
 {
-    ExposureCamera quicker(QUICKER);
-    setSensor(quicker.camera, 0xFFFF9000, 0xFFFF9000);
-    quicker.camera.readoutRegion = {0, 0, 2, 2, 1, 1};
-    quicker.camera.imageReady = true;
-    readLine4(quicker.usb, 0);
-    quicker.usb.parIn(2, "00 00").out(0x04, LOWER_TIMEOUT);
+    ReadOutQuicker quicker(0xFFFF9000, 0xFFFF9000, {0, 0, 2, 2, 1, 1});
+    quicker.usb.out(0x04, LOWER_TIMEOUT);
     uint16_t image[4] = {};
     EXPECT_FALSE(quicker.camera.getImage(image, 4));
     EXPECT_EQ(quicker.error(), "Failed to get image");
@@ -239,39 +235,21 @@ TEST(GetImageQuicker, RefusesAFrameThatNobodyCanHold)
 
 TEST(GetImageQuicker, SubtractsPrechargeRowAfterRow)
 {
-    // a frame of 4 x 2 pairs; the region is the right 3 x 2
-    ExposureCamera quicker(QUICKER);
-    setSensor(quicker.camera, 4, 2);
+    ReadOutQuicker quicker(4, 2, {1, 0, 3, 2, 1, 1});
     quicker.camera.pcCds = true;
     quicker.camera.prechargeOffset = 256;
-    quicker.camera.readoutRegion = {1, 0, 3, 2, 1, 1};
-    quicker.camera.imageReady = true;
-    readLine4(quicker.usb, 0);
-    quicker.usb.parIn(2, "00 00");
-    quicker.usb.parIn(32,
-                      "EE EE EE EE  E8 03 DC 05  DC 05 E8 03  00 00 80 7F "   // 1000 1500, 1500 1000, 0 32640
-                      "EE EE EE EE  00 00 7F 7F  FF FF FF FF  00 00 FF FF");  // 0 32639, 65535 65535, 0 65535
-    quicker.usb.out(0x04, LOWER_TIMEOUT);
     TraceCapture trace;
-    std::vector<uint16_t> image(7, 0xCCCC);
-    EXPECT_TRUE(quicker.camera.getImage(image.data(), 6));
-    EXPECT_EQ(image, (std::vector<uint16_t>{1256, 0, 65535, 65534, 256, 65535, 0xCCCC}));
+    const Image image = quicker.imageOf(
+        "EE EE EE EE  E8 03 DC 05  DC 05 E8 03  00 00 80 7F "  // 1000 1500, 1500 1000, 0 32640
+        "EE EE EE EE  00 00 7F 7F  FF FF FF FF  00 00 FF FF",  // 0 32639, 65535 65535, 0 65535
+        7);
+    EXPECT_EQ(image, (Image{1256, 0, 65535, 65534, 256, 65535, 0xCCCC}));
     EXPECT_TRUE(trace.has("    copying buffer with precharge substraction 4 x 2 to 1, 0 - 3, 2"));
-}
 
-TEST(GetImageQuicker, ANegativePrechargeOffsetLowersAndClamps)
-{
-    ExposureCamera quicker(QUICKER);
-    setSensor(quicker.camera, 3, 1);
-    quicker.camera.pcCds = true;
-    quicker.camera.prechargeOffset = 4294967264U;  // -32
-    quicker.camera.readoutRegion = {0, 0, 3, 1, 1, 1};
-    quicker.camera.imageReady = true;
-    readLine4(quicker.usb, 0);
-    quicker.usb.parIn(2, "00 00").parIn(12, "64 00 74 00 64 00 75 00 64 00 73 00").out(0x04, LOWER_TIMEOUT);
-    uint16_t image[3] = {9, 9, 9};
-    EXPECT_TRUE(quicker.camera.getImage(image, 3));
-    EXPECT_EQ(std::vector<uint16_t>(image, image + 3), (std::vector<uint16_t>{0, 2, 0}));
+    ReadOutQuicker negative(3, 1, {0, 0, 3, 1, 1, 1});
+    negative.camera.pcCds = true;
+    negative.camera.prechargeOffset = 4294967264U;  // -32
+    EXPECT_EQ(negative.imageOf("64 00 74 00 64 00 75 00 64 00 73 00", 3), (Image{0, 2, 0}));
 }
 
 TEST(TraceQuicker, OfAnExposure)
@@ -282,37 +260,22 @@ TEST(TraceQuicker, OfAnExposure)
     usb.out(0x04, RAISE_TIMEOUT);
     for (const char* write : {"80 00", "80 00", "27 A0", "51 24"})
         spiWrite(usb, write);
-    usb.pause(99669);
-    readLine4(usb, 0);
-    usb.parIn(2, "00 00").parIn(2, "34 12").out(0x04, LOWER_TIMEOUT);
+    readLine4(usb.pause(99669), 0).parIn(2, "00 00").parIn(2, "34 12").out(0x04, LOWER_TIMEOUT);
     TraceCapture trace;
     uint16_t image[1] = {};
     EXPECT_TRUE(quicker.camera.readCCD(0, 0, 1, 1, 1, 1, 0.1));
     EXPECT_TRUE(quicker.camera.getImage(image, 1));
-    const std::vector<std::string> expected = {
-        "-> VornCameraImpl::readCCD(0, 0, 1, 1, 1, 1, 0.100000)",
-        "    lock()",
-        " -> VornCameraImpl::setParTimeout(30000)",
-        " <- VornCameraImpl::setParTimeout 1",
-        " -> VornCameraImpl::spiWrite(8, 0x00)",
-        " <- VornCameraImpl::spiWrite 1",
-        " -> VornCameraImpl::spiWrite(8, 0x00)",
-        " <- VornCameraImpl::spiWrite 1",
-        "    expCode 292",
-        " -> VornCameraImpl::spiWrite(2, 0x7a0)",
-        " <- VornCameraImpl::spiWrite 1",
-        " -> VornCameraImpl::spiWrite(5, 0x124)",
-        " <- VornCameraImpl::spiWrite 1",
-        "<- VornCameraImpl::readCCD 1",
-        "-> VornCameraImpl::getImage(..., 1)",
-        " -> VornCameraImpl::getIOState(4)",
-        " <- VornCameraImpl::getIOState 1 0",
-        " -> VornCameraImpl::setParTimeout(1000)",
-        " <- VornCameraImpl::setParTimeout 1",
-        "    unlock()",
-        "<- VornCameraImpl::getImage 1 [0x34]",
-    };
-    EXPECT_EQ(trace.lines(), expected);
+    EXPECT_EQ(trace.text(),
+              "-> VornCameraImpl::readCCD(0, 0, 1, 1, 1, 1, 0.100000)\n    lock()\n"
+              " -> VornCameraImpl::setParTimeout(30000)\n <- VornCameraImpl::setParTimeout 1\n"
+              " -> VornCameraImpl::spiWrite(8, 0x00)\n <- VornCameraImpl::spiWrite 1\n"
+              " -> VornCameraImpl::spiWrite(8, 0x00)\n <- VornCameraImpl::spiWrite 1\n    expCode 292\n"
+              " -> VornCameraImpl::spiWrite(2, 0x7a0)\n <- VornCameraImpl::spiWrite 1\n"
+              " -> VornCameraImpl::spiWrite(5, 0x124)\n <- VornCameraImpl::spiWrite 1\n<- VornCameraImpl::readCCD 1\n"
+              "-> VornCameraImpl::getImage(..., 1)\n"
+              " -> VornCameraImpl::getIOState(4)\n <- VornCameraImpl::getIOState 1 0\n"
+              " -> VornCameraImpl::setParTimeout(1000)\n <- VornCameraImpl::setParTimeout 1\n    unlock()\n"
+              "<- VornCameraImpl::getImage 1 [0x34]\n");
 }
 
 TEST(TraceQuicker, TellsTheTimeOfALongReadout)
