@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include "family_steps.h"
 #include "opened_camera.h"
 
 namespace {
@@ -9,6 +10,7 @@ using vorntest::OpenedCamera;
 using vorntest::Operation;
 using vorntest::parseBytes;
 using vorntest::Steps;
+using vorntest::zeros;
 
 /// An operation on a buffer of @p length bytes CC, and what the buffer holds when it succeeds.
 Operation reading(unsigned length, const char* expected,
@@ -36,17 +38,19 @@ Operation readingLine13(unsigned expected)
     };
 }
 
-std::string zeros(size_t count)
-{
-    std::string hex;
-    for (size_t i = 0; i < count; i++)
-        hex += " 00";
-    return hex;
-}
-
 uint8_t shortTable[172] = {0x01, 0x02};
 uint8_t longTable[172] = {0x81, 0x02};
 const uint8_t THREE_BYTES[] = {0x00, 0x03, 0x05};
+
+/// {mask, value} of each of the five ports.
+Steps states(const std::string& ports)
+{
+    return Steps().out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 " + ports + zeros(6));
+}
+Steps directions(const std::string& ports)
+{
+    return Steps().out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 " + ports);
+}
 
 struct Primitive {
     const char* label;
@@ -81,18 +85,12 @@ std::vector<Primitive> primitives()
              .out(0x02, "00 03 05")
              .out(0x04, "0A ?? FF 00 00 00 00 00 00 00 00 00 00 00 00 00")
              .in(0x86, 4, "00 00 00 00")},
-        {"port direction", STANDARD, CALL(setPortDirection(0, 0x9f)),
-         Steps().out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 00 9F FF 00 FF 00 FF 00 FF 00")},
-        {"port state", STANDARD, CALL(setPortState(4, 0x80)),
-         Steps().out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 FF 00 FF 00 FF 00 FF 00 00 80" + zeros(6))},
-        {"line an output", STANDARD, CALL(setIODir(4, 1)),
-         Steps().out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 EF 10 FF 00 FF 00 FF 00 FF 00")},
-        {"line an input", STANDARD, CALL(setIODir(16, 0)),
-         Steps().out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 FF 00 FF 00 FE 00 FF 00 FF 00")},
-        {"line set", STANDARD, CALL(setIOState(13, 1)),
-         Steps().out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 FF 00 DF 20 FF 00 FF 00 FF 00" + zeros(6))},
-        {"line cleared", STANDARD, CALL(setIOState(39, 0)),
-         Steps().out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 FF 00 FF 00 FF 00 FF 00 7F 00" + zeros(6))},
+        {"port direction", STANDARD, CALL(setPortDirection(0, 0x9f)), directions("00 9F FF 00 FF 00 FF 00 FF 00")},
+        {"port state", STANDARD, CALL(setPortState(4, 0x80)), states("FF 00 FF 00 FF 00 FF 00 00 80")},
+        {"line an output", STANDARD, CALL(setIODir(4, 1)), directions("EF 10 FF 00 FF 00 FF 00 FF 00")},
+        {"line an input", STANDARD, CALL(setIODir(16, 0)), directions("FF 00 FF 00 FE 00 FF 00 FF 00")},
+        {"line set", STANDARD, CALL(setIOState(13, 1)), states("FF 00 DF 20 FF 00 FF 00 FF 00")},
+        {"line cleared", STANDARD, CALL(setIOState(39, 0)), states("FF 00 FF 00 FF 00 FF 00 7F 00")},
         {"line read, high", STANDARD, readingLine13(1),
          Steps()
              .out(0x04, "03 ?? 00 00 00 00 00 00 05 00 00 00 00 00 00 00")
@@ -110,13 +108,9 @@ std::vector<Primitive> primitives()
              .out(0x04, "04 ?? FF 00 00 00 01 00 05 00 00 00 01 00 00 00 A3")
              .in(0x86, 9, "00 84 D9 01 02 00 00 00 00")},
         {"SPI lines, QUICKER", QUICKER, CALL(spiInit()),
-         Steps()
-             .out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 1F C0 FF 00 FF 00 FF 00 FF 00" + zeros(6))
-             .out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 0F E0 FF 00 FF 00 FF 00 FF 00")},
+         states("1F C0 FF 00 FF 00 FF 00 FF 00").append(directions("0F E0 FF 00 FF 00 FF 00 FF 00"))},
         {"SPI lines, ADVANCED", ADVANCED, CALL(spiInit()),
-         Steps()
-             .out(0x04, "01 ?? 00 00 00 00 00 00 00 00 00 00 10 00 00 00 1F 80 FF 00 FF 00 FF 00 FF 00" + zeros(6))
-             .out(0x04, "02 ?? 00 00 00 00 00 00 00 00 00 00 0A 00 00 00 0F E0 FF 00 FF 00 FF 00 FF 00")},
+         states("1F 80 FF 00 FF 00 FF 00 FF 00").append(directions("0F E0 FF 00 FF 00 FF 00 FF 00"))},
         {"SPI write, 12 bits of value", QUICKER, CALL(spiWrite(5, 0xF3E8)),
          Steps().out(0x04, "06 ?? 00 01 00 00 01 00 02 00 00 00 02 00 00 00 53 E8").in(0x86, 6, "00 01 02 00 00 00")},
         {"data by the parallel bus", CLASSIC, reading(2, "01 02", READ(getData(bytes, n))), Steps().parIn(2, "01 02")},
@@ -182,28 +176,25 @@ TEST(GetData, WordFillsTheLowHalf)
 TEST(GetString, EndsAtNulAtTheLimitOrAtAFailure)
 {
     struct {
-        const char* label;
         const char* sent;  ///< '!' fails
         unsigned max;
         std::string expected;
     } const CASES[] = {
-        {"NUL ends it", "AB", 32, std::string("AB\0", 3)},
-        {"empty", "", 32, std::string("\0", 1)},
-        {"the 13th character is the last of 16", "ABCDEFGHIJKLMNOPQ", 16, "ABCDEFGHIJKLM"},
-        {"failure after two", "AB!", 32, "AB"},
+        {"AB", 32, std::string("AB\0", 3)},
+        {"", 32, std::string("\0", 1)},
+        {"ABCDEFGHIJKLMNOPQ", 16, "ABCDEFGHIJKLM"},  // the 13th character is the last of 16
+        {"AB!", 32, "AB"},
     };
     for (const auto& row : CASES) {
-        SCOPED_TRACE(row.label);
+        SCOPED_TRACE(row.sent);
         OpenedCamera standard;
         const std::string text = row.sent;
-        bool ok = true;
-        for (size_t i = 0; ok && i <= text.size() && i < row.max - 3; i++) {
-            standard.usb.out(0x04, "09 ?? 00 00 00 00 02 00 ...");
-            standard.usb.in(0x88, 3, std::vector<uint8_t>{static_cast<uint8_t>(text.c_str()[i]), 0x20, 0xEE});
-            ok = text.c_str()[i] != '!';
-            if (!ok)
-                standard.usb.fails();
-        }
+        const bool ok = !text.ends_with('!');
+        vorntest::streamedText(standard.usb, text);
+        if (!ok || text.size() > row.max)
+            standard.usb.cut(2 * std::min(text.size(), size_t{row.max} - 3));
+        if (!ok)
+            standard.usb.fails();
         char buffer[40];
         EXPECT_EQ(standard.camera.getString(buffer, row.max), ok);
         EXPECT_EQ(std::string(buffer, row.expected.size()), row.expected);

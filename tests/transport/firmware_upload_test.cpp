@@ -100,18 +100,13 @@ TEST(WriteFirmware, FollowsTheTableAHostPutThere)
 // Without an end mark the walk must stop at the table's end; the address sanitizer watches.
 TEST(WriteFirmware, NeverReadsPastTheTable)
 {
-    for (const uint8_t padding : std::initializer_list<uint8_t>{1, 2}) {
-        SCOPED_TRACE(padding);
-        OpenedCamera standard;
-        const OtherFirmware table("", padding);
-        standard.usb.controlOut(0xA0, 0xE600, 0, "01");
-        const size_t record = 3UL + padding;
-        const std::string data = padding == 1 ? "01" : "02 02";
-        for (size_t at = 0; at + record <= sizeof FIRMWARE; at += record)
-            standard.usb.controlOut(0xA0, padding * 0x101U, 0, data);
-        (void)standard.camera.writeFW();
-        EXPECT_TRUE(standard.usb.done());
-    }
+    OpenedCamera standard;
+    const OtherFirmware table("", 2);
+    standard.usb.controlOut(0xA0, 0xE600, 0, "01");
+    for (size_t at = 0; at + 5 <= sizeof FIRMWARE; at += 5)
+        standard.usb.controlOut(0xA0, 0x0202, 0, "02 02");
+    (void)standard.camera.writeFW();
+    EXPECT_TRUE(standard.usb.done());
 }
 
 }  // namespace

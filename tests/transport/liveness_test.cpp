@@ -7,41 +7,33 @@
 namespace {
 
 using vorntest::OpenedCamera;
+using vorntest::Steps;
 using vorntest::TraceCapture;
 
 TEST(AppInit, PollsUpTo64Times)
 {
-    struct {
-        const char* label;
-        int emptyPolls;
-        bool ok;
-    } const CASES[] = {{"at once", 0, true}, {"at the last poll", 63, true}, {"never", 64, false}};
-    for (const auto& row : CASES) {
-        SCOPED_TRACE(row.label);
+    for (const int emptyPolls : {0, 63, 64}) {
+        SCOPED_TRACE(emptyPolls);
         OpenedCamera standard;
         standard.usb.command("2C 00");
-        for (int poll = 0; poll < row.emptyPolls; poll++)
+        for (int poll = 0; poll < emptyPolls; poll++)
             standard.usb.pause(10000).parIn(2, "00 49");  // only the first byte counts
-        if (row.ok)
+        if (emptyPolls < 64)
             standard.usb.pause(10000).parIn(2, "49 00");
-        EXPECT_EQ(standard.camera.appInit(), row.ok);
+        EXPECT_EQ(standard.camera.appInit(), emptyPolls < 64);
         EXPECT_TRUE(standard.usb.done());
     }
 }
 
 TEST(AppInit, GivesUpAfterAFailedStep)
 {
-    OpenedCamera refused;
-    refused.usb.out(0x02, "43 00 4D 00 44 00 2C 00").fails();
-    TraceCapture trace;
-    EXPECT_FALSE(refused.camera.appInit());
-    EXPECT_TRUE(refused.usb.done());
-    EXPECT_TRUE(trace.has("    failed to get APPINIT completion status"));
-
-    OpenedCamera dumb;
-    dumb.usb.command("2C 00").pause(10000).parIn(2, "00 00").pause(10000).parIn(2, "").fails(LIBUSB_ERROR_TIMEOUT);
-    EXPECT_FALSE(dumb.camera.appInit());
-    EXPECT_TRUE(VornDebugOn);
+    forEachFailure(Steps().command("2C 00").pause(10000).parIn(2, "49 00"), [](const Steps& steps, bool ok) {
+        OpenedCamera standard;
+        standard.usb.append(steps);
+        EXPECT_EQ(standard.camera.appInit(), ok);
+        EXPECT_TRUE(standard.usb.done());
+        EXPECT_TRUE(VornDebugOn);
+    });
 }
 
 TEST(Ping, StandardAnswersOneMoreWithinFiveTries)
