@@ -76,7 +76,7 @@ void GetImage(benchmark::State& state, FamilyCase family)
     prepare(camera, device, family);
     // Room for the rows of a QUICKER image, which lie as far apart as the region is high.
     std::vector<uint16_t> image(std::max(size_t{HEIGHT} * HEIGHT, PIXELS) + WIDTH + 1);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         if (!camera.readCCD(0, 0, WIDTH, HEIGHT, 1, 1, 0.1))
             state.SkipWithError(camera.getLastError());
         const auto start = std::chrono::steady_clock::now();
@@ -95,7 +95,7 @@ void UnavoidableCopies(benchmark::State& state, FamilyCase family)
     const size_t imageBytes = 2 * PIXELS;
     const std::vector<uint8_t> device(family.wireBytes);
     std::vector<uint8_t> image(imageBytes);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
         // Buffers new for each image, as in the library: the system zeroes their pages.
         auto* received = static_cast<uint8_t*>(std::calloc(family.wireBytes, 1));
@@ -166,7 +166,7 @@ void Open(benchmark::State& state, const char* model)
     SilentLog log;
     const vornsim::ModelInfo* info = vornsim::findModel(model);
     double mandatedSeconds = 0.0;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         state.PauseTiming();
         vorntest::bus().reset();
         auto simulated = vornsim::makeCamera(*info, {}, clock, log);

@@ -38,7 +38,7 @@ void copyBytes(benchmark::State& state, uint64_t bytes)
 {
     const auto from = samples<uint8_t>(bytes / 2);
     std::vector<uint8_t> to(bytes / 2);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         std::memcpy(to.data(), from.data(), from.size());
         benchmark::DoNotOptimize(to.data());
         benchmark::ClobberMemory();
@@ -56,7 +56,7 @@ void CropRows(benchmark::State& state)
 {
     const auto frame = samples<uint16_t>(PIXELS);
     std::vector<uint16_t> image(PIXELS);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         cropRows(frame, WHOLE, image.data(), WIDTH);
         benchmark::DoNotOptimize(image.data());
         benchmark::ClobberMemory();
@@ -68,7 +68,7 @@ void SubtractPrecharge(benchmark::State& state)
 {
     const auto frame = samples<uint16_t>(2 * PIXELS);
     std::vector<uint16_t> image(PIXELS);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         subtractPrecharge(frame, WHOLE, 256, image.data());
         benchmark::DoNotOptimize(image.data());
         benchmark::ClobberMemory();
@@ -80,7 +80,7 @@ void CropToHighBytes(benchmark::State& state)
 {
     const auto frame = samples<uint8_t>(PIXELS);
     std::vector<uint16_t> image(PIXELS);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         cropToHighBytes(frame, WHOLE, image.data());
         benchmark::DoNotOptimize(image.data());
         benchmark::ClobberMemory();
@@ -91,7 +91,7 @@ void CropToHighBytes(benchmark::State& state)
 void WidenInPlace(benchmark::State& state)
 {
     auto image = samples<uint16_t>(PIXELS);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         widenInPlace(image.data(), PIXELS);
         benchmark::DoNotOptimize(image.data());
         benchmark::ClobberMemory();
@@ -102,7 +102,7 @@ void WidenInPlace(benchmark::State& state)
 void DropLeadingValues(benchmark::State& state)
 {
     auto image = samples<uint16_t>(PIXELS + 1);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto _ : state) {
         dropLeadingValues(image.data(), PIXELS);
         benchmark::DoNotOptimize(image.data());
         benchmark::ClobberMemory();
