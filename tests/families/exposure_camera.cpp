@@ -27,19 +27,3 @@ void expectEachFailureOfStep(ExposureStep step, CAMERA_TYPE type, const Parts& p
             camera.unlock();
     });
 }
-
-std::vector<uint16_t> takeImage(VornCameraImpl& camera, const ReadoutRegion& region, double seconds, size_t values,
-                                unsigned pixels)
-{
-    constexpr uint16_t UNTOUCHED = 0xCCCC;
-    std::vector<uint16_t> image(values, UNTOUCHED);
-    const auto& [x, y, width, height, binX, binY] = region;
-    if (seconds < 0) {
-        EXPECT_TRUE(camera.startExposure(false));
-        EXPECT_TRUE(camera.readCCD(x, y, width, height, binX, binY)) << camera.getLastError();
-    } else {
-        EXPECT_TRUE(camera.readCCD(x, y, width, height, binX, binY, seconds)) << camera.getLastError();
-    }
-    EXPECT_TRUE(camera.getImage(image.data(), pixels)) << camera.getLastError();
-    return image;
-}

@@ -21,8 +21,3 @@ struct ExposureCamera : vorntest::OpenedCamera {
 enum ExposureStep { START, READ, IMAGE };
 void expectEachFailureOfStep(ExposureStep step, CAMERA_TYPE type, const Parts& parts,
                              const std::function<bool(VornCameraImpl&)>& act);
-
-/// The steps of @p parts, for a whole exposure, go to @p usb; the three calls are then made and must succeed.
-/// @param seconds negative for a long exposure
-std::vector<uint16_t> takeImage(VornCameraImpl& camera, const ReadoutRegion& region, double seconds, size_t values,
-                                unsigned pixels);
