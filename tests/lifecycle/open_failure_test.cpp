@@ -7,35 +7,12 @@
 
 namespace {
 
-using vorntest::bus;
 using vorntest::Script;
-using vorntest::Steps;
 using vorntest::TraceCapture;
 
 TEST(OpenStandard, EachFailingTransferLeavesItClosed)
 {
     expectEachFailureOfOpen(STANDARD, StandardOpen({.flags = "80 12", .wheelPolls = 1}).parts());
-}
-
-TEST(OpenStandard, AnUnpluggedCameraEndsItSoonAndClosed)
-{
-    Steps whole;
-    append(whole, StandardOpen({.flags = "80 12", .wheelPolls = 1}).parts());
-    Script usb;
-    for (size_t last = 0; last<whole.size(); last += last> 10 && last < 740 ? 50 : 1) {
-        SCOPED_TRACE("unplugged after step " + std::to_string(last));
-        usb.clear();
-        usb.append(whole, 0, last);
-        usb.thenUnplugged();
-        VornCameraImpl camera(&usb.device, "Vorn K12", STANDARD);
-        bus().clearLog();
-        const int64_t startUs = bus().nowUs();
-        ASSERT_FALSE(camera.open());
-        EXPECT_EQ(camera.handle, nullptr);
-        EXPECT_EQ(usb.device.openCount, 0);
-        EXPECT_LT(bus().log().size(), last + 30);
-        EXPECT_LT(bus().nowUs() - startUs, 7000000);
-    }
 }
 
 TEST(OpenStandard, FivePingsWithoutAnswerFailIt)
