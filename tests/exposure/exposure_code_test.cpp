@@ -19,23 +19,14 @@ TEST(ExposureCode, StandardChangesUnitAt50Milliseconds)
         double made;
     } const CASES[] = {
         {0.0, 1, true, 1 * 1e-6},
-        {4e-7, 1, true, 1 * 1e-6},    // rounds to 0, which becomes 1
-        {1.5e-6, 2, true, 2 * 1e-6},  // rounds half up ...
-        {2.5e-6, 2, true, 2 * 1e-6},  // ... unless single precision falls below the half
-        {0.001, 1000, true, 1000 * 1e-6},
-        {0.02, 20000, true, 20000 * 1e-6},
-        {0.049999, 49999, true, 49999 * 1e-6},
+        {4e-7, 1, true, 1 * 1e-6},               // rounds to 0, which becomes 1
+        {1.5e-6, 2, true, 2 * 1e-6},             // rounds half up ...
+        {2.5e-6, 2, true, 2 * 1e-6},             // ... unless single precision falls below the half
         {0.0499999, 50000, true, 50000 * 1e-6},  // the unit follows the time asked for, not the code
         {0.05, 50, false, 50 * 0.001},
-        {0.0505, 51, false, 51 * 0.001},
         {0.0525, 52, false, 52 * 0.001},  // double precision alone would give 53
-        {1.0005, 1000, false, 1000 * 0.001},
         {2.9994, 2999, false, 2999 * 0.001},
         {2.9995, 3000, false, 3000 * 0.001},
-        {3.0, 3000, false, 3000 * 0.001},
-        {3.0004, 3000, false, 3000 * 0.001},
-        {10.0, 3000, false, 3000 * 0.001},
-        {1e300, 3000, false, 3000 * 0.001},
         {std::numeric_limits<double>::infinity(), 3000, false, 3000 * 0.001},
     };
     for (const auto& row : CASES) {

@@ -14,18 +14,14 @@ using vorntest::Steps;
 TEST(StartExposure, StandardSendsItsCommandsUpToTheFirstFailure)
 {
     struct {
-        const char* label;
         bool hasShutter;
         bool dark;
         const char* shutter;  ///< null when the shutter is not touched
     } const CASES[] = {
-        {"no shutter", false, false, nullptr},
-        {"no shutter, dark", false, true, nullptr},
-        {"shutter opens", true, false, "09 00 01 00"},
-        {"shutter stays closed", true, true, "09 00 00 00"},
+        {false, true, nullptr}, {true, false, "09 00 01 00"}, {true, true, "09 00 00 00"},  // stays closed
     };
     for (const auto& row : CASES) {
-        SCOPED_TRACE(row.label);
+        SCOPED_TRACE(testing::Message() << "shutter " << row.hasShutter << ", dark " << row.dark);
         Steps whole;
         whole.command("02 00 00 00").command("04 00").command("05 00");
         if (row.shutter != nullptr)
@@ -60,46 +56,23 @@ TEST(StartExposure, IsRefusedWhereThereAreNoLongExposures)
 
 TEST(AbortExposure, ClosesTheShutterOfStandardCamerasOnly)
 {
-    struct {
-        const char* label;
-        CAMERA_TYPE type;
-        bool hasShutter;
-        bool commandFails;
-        bool ok;
-        const char* error;
-    } const CASES[] = {
-        {"shutter", STANDARD, true, false, true, "No error"},
-        {"shutter does not answer: text unchanged", STANDARD, true, true, false, "No error"},
-        {"no shutter", STANDARD, false, false, true, "No error"},
-        {"classic", CLASSIC, true, false, true, "No error"},
-        {"quicker", QUICKER, true, false, true, "No error"},
-        {"iidc", IIDC, true, false, true, "No error"},
-        {"advanced", ADVANCED, true, false, true, "No error"},
-        {"unknown", static_cast<CAMERA_TYPE>(6), true, false, false, "Unsupported operation"},
-    };
-    for (const auto& row : CASES) {
-        SCOPED_TRACE(row.label);
-        OpenedCamera opened(row.type);
-        opened.camera.hasShutter = row.hasShutter;
-        opened.camera.exposureStarted = opened.camera.imageReady = true;
-        if (row.type == STANDARD && row.hasShutter)
-            opened.usb.command("09 00 00 00");
-        if (row.commandFails)
-            opened.usb.cut(1).fails();
-        EXPECT_EQ(opened.camera.abortExposure(), row.ok);
-        EXPECT_FALSE(opened.camera.exposureStarted || opened.camera.imageReady);
-        opened.expectSettled(row.error);
+    forEachFailure(Steps().command("09 00 00 00"), [](const Steps& steps, bool ok) {
+        OpenedCamera standard;
+        standard.camera.hasShutter = standard.camera.exposureStarted = standard.camera.imageReady = true;
+        standard.usb.append(steps);
+        EXPECT_EQ(standard.camera.abortExposure(), ok);
+        EXPECT_FALSE(standard.camera.exposureStarted || standard.camera.imageReady);
+        standard.expectSettled();  // a failure leaves the text
+    });
+    OpenedCamera shutterless;
+    EXPECT_TRUE(shutterless.camera.abortExposure());
+    for (const CAMERA_TYPE type : {CLASSIC, QUICKER, IIDC, ADVANCED, static_cast<CAMERA_TYPE>(6)}) {
+        OpenedCamera other(type);
+        other.camera.hasShutter = other.camera.exposureStarted = true;
+        EXPECT_EQ(other.camera.abortExposure(), type <= ADVANCED) << type;
+        EXPECT_FALSE(other.camera.exposureStarted);
+        other.expectSettled(type <= ADVANCED ? "No error" : "Unsupported operation");
     }
-}
-
-TEST(AbortExposure, MakesALongReadoutOutOfSequence)
-{
-    OpenedCamera standard;
-    standard.usb.command("02 00 00 00").command("04 00").command("05 00");
-    EXPECT_TRUE(standard.camera.startExposure(false));
-    EXPECT_TRUE(standard.camera.abortExposure());
-    EXPECT_FALSE(standard.camera.readCCD(0, 0, 1, 1, 1, 1));
-    EXPECT_EQ(standard.error(), "Operation out of sequence");
 }
 
 TEST(Delay, SubtractsWhatTheReadoutItselfTakes)
@@ -114,16 +87,12 @@ TEST(Delay, SubtractsWhatTheReadoutItselfTakes)
         {QUICKER, 0.100001, 1},
         {QUICKER, 0.05, 0},
         {CLASSIC, 1.0, 0},
-        {CLASSIC, 2.0, 0},
         {CLASSIC, 3.0, 1000000},
         {ADVANCED, 0.3, 0},
         {ADVANCED, 0.5, 200000},
         {STANDARD, 2.0, 2000000},
-        {STANDARD, 0.0000019, 1},  // truncated
         {IIDC, 2.0, 2000000},
-        {STANDARD, 0.0, 0},
-        {STANDARD, 2147.0, 2147000000},
-        {static_cast<CAMERA_TYPE>(6), 1.0, 1000000},
+        {STANDARD, 0.0000019, 1},
         {STANDARD, 3000.0, 3000000000U},
         {STANDARD, 5000.0, 4294967295U},
         {STANDARD, std::nan(""), 0},
@@ -145,19 +114,11 @@ TEST(ImageSize, OnlyTheWidthOfAdvancedCamerasRoundsUp)
         unsigned width;
         unsigned height;
     } const CASES[] = {
-        {STANDARD, false, 1001, 2, 500, 500},
-        {STANDARD, true, 1001, 2, 500, 500},
-        {CLASSIC, false, 1001, 2, 500, 500},
-        {QUICKER, false, 1001, 2, 500, 500},
-        {IIDC, false, 1001, 2, 500, 500},
-        {ADVANCED, false, 1001, 2, 501, 500},
-        {ADVANCED, true, 1001, 2, 502, 500},
-        {ADVANCED, true, 1000, 2, 500, 500},
-        {ADVANCED, false, 1000, 3, 334, 333},
-        {ADVANCED, true, 7, 7, 2, 1},
-        {STANDARD, false, 2, 3, 0, 0},
-        {ADVANCED, false, 1, 1, 1, 1},
-        {ADVANCED, false, 0xFFFFFFFF, 2, 0, 0x7FFFFFFF},  // the sum wraps
+        {STANDARD, true, 1001, 2, 500, 500},  {CLASSIC, false, 1001, 2, 500, 500},
+        {QUICKER, false, 1001, 2, 500, 500},  {IIDC, false, 1001, 2, 500, 500},
+        {ADVANCED, false, 1001, 2, 501, 500}, {ADVANCED, true, 1001, 2, 502, 500},
+        {ADVANCED, false, 1000, 3, 334, 333}, {ADVANCED, true, 7, 7, 2, 1},
+        {ADVANCED, true, 1000, 2, 500, 500},  {ADVANCED, false, 0xFFFFFFFF, 2, 0, 0x7FFFFFFF},  // the sum wraps
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(testing::Message() << "type " << row.type << ", " << row.size << " / " << row.bin);
