@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Runs a host program with two loopback devices in place of cameras: usbfs_loopback_run PROGRAM ARGS...
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstring>
 #include <deque>
@@ -22,7 +21,6 @@ namespace {
 ///
 /// | Request | value, index         | Effect                                                            |
 /// |---------|----------------------|-------------------------------------------------------------------|
-/// | 0xA0    | address, -           | reads or writes 64 KiB of memory                                  |
 /// | 0xB0    | milliseconds, -      | 0x86 gives nothing before that time has passed                    |
 /// | 0xB1    | TransferStatus, -    | the next step of any bulk transfer ends with it                   |
 /// | 0xB2    | length low, high     | 0x88 has so many more bytes to give: 0, 1, ... 250, 0, 1, ...     |
@@ -42,18 +40,11 @@ public:
                 7,  5, 0x04, 2, 0,    2,    0,    7,    5,    0x86, 2,   0,    2, 0, 7, 5, 0x88, 2, 0, 2, 0};
     }
 
-    ControlResult control(const SetupPacket& setup, std::span<uint8_t> data) override
+    ControlResult control(const SetupPacket& setup, std::span<uint8_t> /*data*/) override
     {
-        const bool isIn = setup.requestType & 0x80;
         switch (setup.request) {
             case 0x01:  // CLEAR_FEATURE
                 return {};
-            case 0xA0:
-                for (size_t i = 0; i < data.size(); ++i) {
-                    uint8_t& cell = memory_[(setup.value + i) % memory_.size()];
-                    (isIn ? data[i] : cell) = isIn ? cell : data[i];
-                }
-                return {TransferStatus::OK, data.size()};
             case 0xB0:
                 notBeforeUs_ = clock_.nowUs() + int64_t{1000} * setup.value;
                 return {};
@@ -100,7 +91,6 @@ public:
 private:
     const Clock& clock_;
     uint16_t productId_;
-    std::array<uint8_t, 65536> memory_{};
     std::deque<uint8_t> echo_;
     size_t patternLength_ = 0;
     size_t patternPosition_ = 0;
