@@ -69,21 +69,11 @@ Parts ClassicOpen::parts() const
 
 TEST(OpenClassic, HoldsTheWholeConversationAndDescribesTheCamera)
 {
-    ClosedCamera closed(CLASSIC, ClassicOpen().parts());
-    VornCameraImpl& camera = closed.camera;
-    camera.hasShutter = camera.hasGuidePort = camera.hasFilterWheel = camera.hasGPIO = camera.has8BitMode = true;
-    ASSERT_TRUE(camera.open());
-    ASSERT_TRUE(closed.usb.done());
     // one pixel less than the camera counts, and no accessories whatever the flags say
-    EXPECT_EQ(
-        describe(camera),
+    const std::string described =
         "version 2.5, 999 x 799 of 7.70 x 6.75 um, binning 3 x 260, sensors 1 of type 2, cooler 3 from 10 to 100, "
-        "colour 2 at 0 1, lines 0, serial 70196, clear 300000, precharge 0:.");
-    EXPECT_EQ(camera.openRetried, 0);
-}
-
-TEST(OpenClassic, EachFailingTransferHasItsConsequence)
-{
+        "colour 2 at 0 1, lines 0, serial 70196, clear 300000, precharge 0:.";
+    expectOpens(CLASSIC, ClassicOpen().parts(), {described});
     expectEachFailureOfOpen(CLASSIC, ClassicOpen().parts());
 }
 
@@ -105,10 +95,7 @@ TEST(OpenClassic, TakesWhatTheCameraSays)
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.label);
-        ClosedCamera closed(CLASSIC, row.answers.parts());
-        EXPECT_TRUE(closed.camera.open());
-        EXPECT_TRUE(closed.usb.done());
-        expectDescribed(closed.camera, row.described);
+        expectOpens(CLASSIC, row.answers.parts(), {row.described});
     }
 }
 
@@ -166,13 +153,11 @@ TEST(OpenClassic, TriesAgainAfterFiveSecondsUntilTheCameraAnswers)
     EXPECT_TRUE(closed.usb.done());
     EXPECT_EQ(closed.camera.openRetried, 1);  // never counted up
     EXPECT_STREQ(closed.camera.getLastError(), "No error");
-    const std::vector<std::string> lines = trace.lines();
-    const auto failed = std::find(lines.begin(), lines.end(), "    failed to connect device!!!");
-    ASSERT_LT(failed, lines.end() - 3);
-    EXPECT_EQ(*(failed - 1), "    unlock()");
-    EXPECT_EQ(*(failed + 1), "<- VornCameraImpl::open 00 - retry");
-    EXPECT_EQ(*(failed + 2), "-> VornCameraImpl::open()");
-    EXPECT_EQ(lines.back(), "<- VornCameraImpl::open 1");
+    const std::string text = trace.text();
+    EXPECT_NE(text.find("    unlock()\n    failed to connect device!!!\n<- VornCameraImpl::open 00 - retry\n"
+                        "-> VornCameraImpl::open()\n"),
+              std::string::npos);
+    EXPECT_TRUE(text.ends_with("\n<- VornCameraImpl::open 1\n"));
 }
 
 /// A camera whose interface belongs to somebody else, and which is unplugged at some time.
@@ -204,32 +189,14 @@ TEST(OpenClassic, GoesOnTryingOnAFlatStackUntilTheCameraIsGone)
 
 TEST(OpenClassic, TracesItsDescription)
 {
-    ClosedCamera closed(CLASSIC, ClassicOpen{.flags = "5F 00 00 00"}.parts());
-    TraceCapture trace;
-    ASSERT_TRUE(closed.camera.open());
-    const std::vector<std::string> expected = {"    pid = df28",
-                                               "     ping -> 100",
-                                               "     ping <- 100",
-                                               "    version: 2.5",
-                                               "    model: Vorn K30",
-                                               "    manufacturer: Vorn",
-                                               "    flags: 0x5f  FIFO INTERLACED EXT_TRIGGER PREVIEW SUBSAMPLE OVERLAP",
-                                               "    pixel count: 999 x 799",
-                                               "    pixel size: 7.7 x 6.8",
-                                               "    max bin: 3 x 260",
-                                               "    well capacity: 50000",
-                                               "     ----- DEBUG OFF -----",
-                                               "     ----- DEBUG ON -----",
-                                               "     APPINIT completed",
-                                               "    temperature sensor count: 1",
-                                               "     lock()",
-                                               "     unlock()",
-                                               "    temperature sensor type: 2",
-                                               "    cooler: COOLER_SELECTPOWER",
-                                               "    min cooler power: 10",
-                                               "    max cooler power: 100",
-                                               "    serial # 0000070196"};
-    EXPECT_EQ(detailsFrom("    pid = df28", trace.lines()), expected);
+    EXPECT_EQ(tracedOpening(CLASSIC, ClassicOpen{.flags = "5F 00 00 00"}.parts()),
+              "    pid = df28\n     ping -> 100\n     ping <- 100\n"
+              "    version: 2.5\n    model: Vorn K30\n    manufacturer: Vorn\n"
+              "    flags: 0x5f  FIFO INTERLACED EXT_TRIGGER PREVIEW SUBSAMPLE OVERLAP\n    pixel count: 999 x 799\n"
+              "    pixel size: 7.7 x 6.8\n    max bin: 3 x 260\n    well capacity: 50000\n"
+              "     ----- DEBUG OFF -----\n     ----- DEBUG ON -----\n     APPINIT completed\n"
+              "    temperature sensor count: 1\n    temperature sensor type: 2\n    cooler: COOLER_SELECTPOWER\n"
+              "    min cooler power: 10\n    max cooler power: 100\n    serial # 0000070196\n");
 }
 
 }  // namespace

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "conversation_parts.h"
 
-#include <algorithm>
 #include <cstdio>
 
 #include "family_steps.h"
+#include "trace_capture.h"
 
 using vorntest::Script;
 using vorntest::Steps;
@@ -81,11 +81,33 @@ void expectDescribed(const VornCameraImpl& camera, const std::string& expected)
     EXPECT_NE(describe(camera).find(expected), std::string::npos) << describe(camera) << "\n  lacks " << expected;
 }
 
-std::vector<std::string> detailsFrom(const std::string& first, const std::vector<std::string>& lines)
+void expectOpens(CAMERA_TYPE type, const Parts& parts, const std::vector<std::string>& expected)
 {
-    std::vector<std::string> details;
-    std::copy_if(std::find(lines.begin(), lines.end(), first), lines.end(), std::back_inserter(details),
-                 [](const std::string& line) { return line.starts_with("    "); });
+    ClosedCamera closed(type, parts);
+    VornCameraImpl& camera = closed.camera;
+    camera.hasShutter = type != ADVANCED;  // never reported, and so never changed
+    camera.hasGuidePort = camera.hasFilterWheel = camera.hasGPIO = camera.has8BitMode = true;
+    camera.tempSensorCount = 77;
+    camera.cooler = COOLER_ONOFF;
+    EXPECT_TRUE(camera.open());
+    EXPECT_TRUE(closed.usb.done());
+    EXPECT_STREQ(camera.getLastError(), "No error");
+    for (const std::string& each : expected)
+        expectDescribed(camera, each);
+}
+
+std::string tracedOpening(CAMERA_TYPE type, const Parts& parts)
+{
+    ClosedCamera closed(type, parts);
+    vorntest::TraceCapture trace;
+    EXPECT_TRUE(closed.camera.open());
+    std::string details;
+    for (const std::string& line : trace.lines()) {
+        if (line.starts_with("    pid"))
+            details.clear();
+        if (line.starts_with("    ") && !line.ends_with("lock()"))
+            details += line + "\n";
+    }
     return details;
 }
 

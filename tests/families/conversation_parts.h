@@ -48,8 +48,11 @@ std::string describe(const VornCameraImpl& camera);
 /// Checks that the description holds @p expected.
 void expectDescribed(const VornCameraImpl& camera, const std::string& expected);
 
-/// @return the detail lines of a trace from the line @p first on, without the entry and exit lines of what is nested.
-std::vector<std::string> detailsFrom(const std::string& first, const std::vector<std::string>& lines);
+/// Opens a camera that was open before, as something else, and checks that its description holds each of @p expected.
+void expectOpens(CAMERA_TYPE type, const Parts& parts, const std::vector<std::string>& expected);
+/// @return what open() traces from the product id on, without the entry and exit lines of what is nested, and without
+/// the lines about the lock.
+std::string tracedOpening(CAMERA_TYPE type, const Parts& parts);
 
 /// The parts that all families with a bridge begin open() with, from libusb_open to the colour record.
 /// @param type decides on the bridge's set-up and on what is flushed

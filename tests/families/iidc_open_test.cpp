@@ -3,12 +3,10 @@
 
 #include "conversation_parts.h"
 #include "family_steps.h"
-#include "trace_capture.h"
 
 namespace {
 
 using vorntest::OpenedCamera;
-using vorntest::TraceCapture;
 
 const char* const FAILED = "Failed to initialize device";
 
@@ -50,17 +48,9 @@ Parts iidcParts(bool readBack)
 
 TEST(OpenIidc, HoldsTheWholeConversationAndDescribesTheCamera)
 {
-    ClosedCamera closed(IIDC, iidcParts(false));
-    VornCameraImpl& camera = closed.camera;
-    camera.hasShutter = camera.hasGuidePort = camera.hasFilterWheel = camera.hasGPIO = camera.has8BitMode = true;
-    camera.tempSensorCount = 3;
-    camera.cooler = COOLER_ONOFF;
-    ASSERT_TRUE(camera.open());
-    ASSERT_TRUE(closed.usb.done());
-    expectDescribed(camera, "version 2.5, 1280 x 960 of 3.75 x 3.75 um, binning 2 x 2, sensors 0 of");
-    expectDescribed(camera, "cooler 0 from");
-    expectDescribed(camera, "serial 123456789, clear 300000, precharge 0:.");
-    EXPECT_NE(camera.colour, static_cast<COLOUR_TYPE>(0));  // there is no such colour
+    expectOpens(IIDC, iidcParts(false),
+                {"version 2.5, 1280 x 960 of 3.75 x 3.75 um, binning 2 x 2, sensors 0 of", "cooler 0 from",
+                 "serial 123456789, clear 300000, precharge 0:."});
 }
 
 TEST(OpenIidc, NoRegisterCanFailIt)
@@ -70,25 +60,9 @@ TEST(OpenIidc, NoRegisterCanFailIt)
 
 TEST(OpenIidc, ReadsWhatItTracesOnlyThen)
 {
-    ClosedCamera closed(IIDC, iidcParts(true));
-    TraceCapture trace;
-    ASSERT_TRUE(closed.camera.open());
-    const std::vector<std::string> expected = {"-> VornCameraImpl::open()",
-                                               "    libusb_claim_interface() -> LIBUSB_SUCCESS",
-                                               "    pid = 2005",
-                                               " -> VornCameraImpl::writeAbsValue(fffff0f00938, 2)",
-                                               " <- VornCameraImpl::writeAbsValue",
-                                               " -> VornCameraImpl::writeAbsValue(fffff0f00948, 1)",
-                                               " <- VornCameraImpl::writeAbsValue",
-                                               " -> VornCameraImpl::writeAbsValue(fffff0f00928, 1)",
-                                               " <- VornCameraImpl::writeAbsValue",
-                                               "    initialized",
-                                               "    board:    0x3a (0x83a45678)",
-                                               "    version:  2.5 rev 4095 (0x02053fff)",
-                                               "    serial:   123456789",
-                                               "    up time:  2 min 5 s",
-                                               "<- VornCameraImpl::open 1"};
-    EXPECT_EQ(trace.lines(), expected);
+    EXPECT_EQ(tracedOpening(IIDC, iidcParts(true)),
+              "    pid = 2005\n    initialized\n    board:    0x3a (0x83a45678)\n"
+              "    version:  2.5 rev 4095 (0x02053fff)\n    serial:   123456789\n    up time:  2 min 5 s\n");
 }
 
 TEST(Register, IsFourBytesAtThirtyTwoBitsOfAddress)

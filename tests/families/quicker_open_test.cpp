@@ -86,23 +86,10 @@ Parts QuickerOpen::parts() const
 
 TEST(OpenQuicker, HoldsTheWholeConversationAndDescribesTheCamera)
 {
-    for (const char* productId : {"2E DF", "2F DF"}) {
-        ClosedCamera closed(QUICKER, QuickerOpen{.productId = productId}.parts());
-        VornCameraImpl& camera = closed.camera;
-        camera.hasShutter = camera.hasFilterWheel = camera.hasGPIO = camera.has8BitMode = true;
-        camera.tempSensorCount = 4;
-        camera.cooler = COOLER_SETPOINT;
-        ASSERT_TRUE(camera.open());
-        ASSERT_TRUE(closed.usb.done());
-        expectDescribed(camera, "version 3.7, 656 x 494 of 7.40 x 5.60 um, binning 4 x 2, sensors 0 of");
-        expectDescribed(camera, "cooler 0 from");
-        expectDescribed(camera, "serial 2864434397, clear 300000, precharge 96: guide cds.");
-        EXPECT_EQ(camera.timeout, 30000U);
-    }
-}
-
-TEST(OpenQuicker, EachFailingTransferHasItsConsequence)
-{
+    for (const char* productId : {"2E DF", "2F DF"})
+        expectOpens(QUICKER, QuickerOpen{.productId = productId}.parts(),
+                    {"version 3.7, 656 x 494 of 7.40 x 5.60 um, binning 4 x 2, sensors 0 of", "cooler 0 from",
+                     "serial 2864434397, clear 300000, precharge 96: guide cds."});
     expectEachFailureOfOpen(QUICKER, QuickerOpen().parts());
 }
 
@@ -130,11 +117,7 @@ TEST(OpenQuicker, TakesWhatTheDescriptionSays)
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.label);
-        ClosedCamera closed(QUICKER, QuickerOpen{.bytes = row.bytes}.parts());
-        EXPECT_TRUE(closed.camera.open());
-        EXPECT_TRUE(closed.usb.done());
-        expectDescribed(closed.camera, row.described);
-        expectDescribed(closed.camera, row.flags);
+        expectOpens(QUICKER, QuickerOpen{.bytes = row.bytes}.parts(), {row.described, row.flags});
     }
 }
 
@@ -178,42 +161,14 @@ TEST(FlushQuicker, DrainsBlocksThenBytes)
     EXPECT_EQ(quicker.camera.timeout, 30000U);
 }
 
-TEST(SetAdc, ClocksEightWordsInAndKeepsQuiet)
-{
-    OpenedCamera quicker(QUICKER);
-    quicker.usb.eepRead(10, 16, WORDS);
-    const size_t afterRead = quicker.usb.size();
-    writeConverterBits(quicker.usb);
-    EXPECT_EQ(quicker.usb.size() - afterRead, 408U);
-    TraceCapture trace;
-    EXPECT_TRUE(quicker.camera.setADC());
-    EXPECT_TRUE(quicker.usb.done());
-    EXPECT_TRUE(VornDebugOn);
-    std::vector<std::string> lines = trace.lines();
-    std::erase_if(lines, [](const std::string& line) { return line.starts_with(" ") && !line.starts_with("    "); });
-    EXPECT_EQ(lines, (std::vector<std::string>{"-> VornCameraImpl::setADC()", "    ----- DEBUG OFF -----",
-                                               "    ----- DEBUG ON -----", "<- VornCameraImpl::setADC 1"}));
-}
-
 TEST(OpenQuicker, TracesItsDescription)
 {
-    ClosedCamera closed(QUICKER, QuickerOpen{.bytes = "07 03 4B 00 56 00 07 90 02 EE 01 4A 38 04 02 FF"}.parts());
-    TraceCapture trace;
-    ASSERT_TRUE(closed.camera.open());
-    const std::vector<std::string> expected = {"    pid = df2e",
-                                               "     ping ok",
-                                               "    version: 3.7",
-                                               "    model: K",
-                                               "    manufacturer: V",
-                                               "    flags: 0x7  HAS_GUIDE_PORT NO_FAST_USB PC_CDS",
-                                               "    pixel count: 656 x 494",
-                                               "    pixel size: 7.4 x 5.6",
-                                               "    max bin: 4 x 2",
-                                               "    precharge offset: -32",
-                                               "    serial # 2864434397",
-                                               "     ----- DEBUG OFF -----",
-                                               "     ----- DEBUG ON -----"};
-    EXPECT_EQ(detailsFrom("    pid = df2e", trace.lines()), expected);
+    const QuickerOpen answers = {.bytes = "07 03 4B 00 56 00 07 90 02 EE 01 4A 38 04 02 FF"};
+    EXPECT_EQ(tracedOpening(QUICKER, answers.parts()),
+              "    pid = df2e\n     ping ok\n    version: 3.7\n    model: K\n    manufacturer: V\n"
+              "    flags: 0x7  HAS_GUIDE_PORT NO_FAST_USB PC_CDS\n    pixel count: 656 x 494\n"
+              "    pixel size: 7.4 x 5.6\n    max bin: 4 x 2\n    precharge offset: -32\n    serial # 2864434397\n"
+              "     ----- DEBUG OFF -----\n     ----- DEBUG ON -----\n");
 }
 
 }  // namespace
