@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <cstdarg>
 #include <cstdio>
+#include <map>
 
 namespace vorntest {
 
@@ -29,34 +30,18 @@ bool BusCall::countable() const
 
 std::string BusCall::text() const
 {
+    const char* const NAMES[] = {"open",  "close",        "kernel driver active?", "detach kernel driver",
+                                 "claim", "set interface"};
+    if (kind < BULK_OUT)
+        return format("%s, interface %u, alternate setting %u", NAMES[kind], value, index);
+    if (kind == PAUSE)
+        return format("pause of %ld us", pauseUs);
     std::string line;
-    switch (kind) {
-        case OPEN:
-            return "open";
-        case CLOSE:
-            return "close";
-        case DRIVER_ACTIVE:
-            return format("kernel driver active on interface %u?", value);
-        case DETACH_DRIVER:
-            return format("detach kernel driver from interface %u", value);
-        case CLAIM:
-            return format("claim interface %u", value);
-        case ALT_SETTING:
-            return format("interface %u, alternate setting %u", value, index);
-        case PAUSE:
-            return format("pause of %ld us", pauseUs);
-        case BULK_OUT:
-            line = format("out 0x%02X, %d bytes, %u ms:", endpoint, length, timeoutMs);
-            break;
-        case BULK_IN:
-            line = format("in 0x%02X, %d bytes, %u ms:", endpoint, length, timeoutMs);
-            break;
-        case CONTROL_OUT:
-        case CONTROL_IN:
-            line = format("control 0x%02X 0x%02X, value 0x%04X, index 0x%04X, %d bytes, %u ms:", requestType, request,
-                          value, index, length, timeoutMs);
-            break;
-    }
+    if (kind == BULK_OUT || kind == BULK_IN)
+        line = format("%s 0x%02X, %d bytes, %u ms:", kind == BULK_OUT ? "out" : "in", endpoint, length, timeoutMs);
+    else
+        line = format("control 0x%02X 0x%02X, value 0x%04X, index 0x%04X, %d bytes, %u ms:", requestType, request,
+                      value, index, length, timeoutMs);
     constexpr size_t SHOWN_BYTES = 64;
     for (size_t i = 0; i < bytes.size() && i < SHOWN_BYTES; i++)
         line += format(" %02X", bytes[i]);
@@ -292,34 +277,21 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t re
                     data);
 }
 
+// the names of the real one differ from version to version
 const char* LIBUSB_CALL libusb_error_name(int code)
 {
-    switch (code) {
-        case LIBUSB_SUCCESS:
-            return "LIBUSB_SUCCESS";
-        case LIBUSB_ERROR_IO:
-            return "LIBUSB_ERROR_IO";
-        case LIBUSB_ERROR_INVALID_PARAM:
-            return "LIBUSB_ERROR_INVALID_PARAM";
-        case LIBUSB_ERROR_ACCESS:
-            return "LIBUSB_ERROR_ACCESS";
-        case LIBUSB_ERROR_NO_DEVICE:
-            return "LIBUSB_ERROR_NO_DEVICE";
-        case LIBUSB_ERROR_NOT_FOUND:
-            return "LIBUSB_ERROR_NOT_FOUND";
-        case LIBUSB_ERROR_BUSY:
-            return "LIBUSB_ERROR_BUSY";
-        case LIBUSB_ERROR_TIMEOUT:
-            return "LIBUSB_ERROR_TIMEOUT";
-        case LIBUSB_ERROR_OVERFLOW:
-            return "LIBUSB_ERROR_OVERFLOW";
-        case LIBUSB_ERROR_PIPE:
-            return "LIBUSB_ERROR_PIPE";
-        case LIBUSB_ERROR_NO_MEM:
-            return "LIBUSB_ERROR_NO_MEM";
-        default:
-            return "**UNKNOWN**";
+#define NAME(name)  \
+    {               \
+        name, #name \
     }
+    static const std::map<int, const char*> NAMES = {
+        NAME(LIBUSB_SUCCESS),      NAME(LIBUSB_ERROR_IO),        NAME(LIBUSB_ERROR_INVALID_PARAM),
+        NAME(LIBUSB_ERROR_ACCESS), NAME(LIBUSB_ERROR_NO_DEVICE), NAME(LIBUSB_ERROR_NOT_FOUND),
+        NAME(LIBUSB_ERROR_BUSY),   NAME(LIBUSB_ERROR_TIMEOUT),   NAME(LIBUSB_ERROR_OVERFLOW),
+        NAME(LIBUSB_ERROR_PIPE),   NAME(LIBUSB_ERROR_NO_MEM)};
+#undef NAME
+    const auto found = NAMES.find(code);
+    return found != NAMES.end() ? found->second : "**UNKNOWN**";
 }
 
 int usleep(useconds_t us)

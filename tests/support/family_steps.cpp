@@ -38,6 +38,14 @@ Steps& exchange(Steps& usb, const std::string& sent, const std::string& received
     return usb.in(0x86, static_cast<int>(length) + 4, "EE " + received + " EE EE EE", place);
 }
 
+/// A waveform table and its acknowledgement.
+Steps& loadTable(Steps& usb, const std::string& table, Place place)
+{
+    const std::string length = hexByte(parseHex(table).size());
+    usb.out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 " + length + " 00 00 00 " + table, place);
+    return usb.in(0x86, 4, "00 00 00 00", place);
+}
+
 }  // namespace
 
 std::string zeros(size_t count)
@@ -125,42 +133,36 @@ Steps& readRegister(Steps& usb, unsigned offset, const std::string& hex, Place p
 
 Steps& loadGpifMode1(Steps& usb, Place place)
 {
-    usb.out(0x04,
-            "08 ?? FF 00 00 00 00 00 00 00 00 00 AC 00 00 00 "
-            "81 EE 00 E0 00 00 07 4E 00 00 00 00 00 00 00 00 01 01 01 01 01 01 01 07 00 00 00 00 00 00 00 00 "
-            "07 07 07 07 07 07 07 07 00 00 00 00 00 00 00 3F 01 01 01 01 01 01 01 07 00 00 00 00 00 00 00 00 "
-            "07 07 07 07 07 07 07 07 00 00 00 00 00 00 00 3F 01 01 01 3B 01 01 01 07 00 00 00 03 02 02 02 00 "
-            "07 03 01 07 07 07 07 07 00 00 00 2D 00 00 00 3F 01 39 01 01 01 01 01 07 00 03 02 02 02 02 02 00 "
-            "07 07 07 07 07 07 07 07 00 2D 00 00 00 00 00 3F 00 00 00 00 00 00 00 00 00 00 83 00 13 11 00 24 "
-            "03 02 01 81 09 17 16 00 24 03 02 01",
-            place);
-    return usb.in(0x86, 4, "00 00 00 00", place);
+    return loadTable(usb,
+                     "81 EE 00 E0 00 00 07 4E 00 00 00 00 00 00 00 00 01 01 01 01 01 01 01 07 00 00 00 00 00 00 00 00 "
+                     "07 07 07 07 07 07 07 07 00 00 00 00 00 00 00 3F 01 01 01 01 01 01 01 07 00 00 00 00 00 00 00 00 "
+                     "07 07 07 07 07 07 07 07 00 00 00 00 00 00 00 3F 01 01 01 3B 01 01 01 07 00 00 00 03 02 02 02 00 "
+                     "07 03 01 07 07 07 07 07 00 00 00 2D 00 00 00 3F 01 39 01 01 01 01 01 07 00 03 02 02 02 02 02 00 "
+                     "07 07 07 07 07 07 07 07 00 2D 00 00 00 00 00 3F 00 00 00 00 00 00 00 00 00 00 83 00 13 11 00 24 "
+                     "03 02 01 81 09 17 16 00 24 03 02 01",
+                     place);
 }
 
 Steps& loadParInitData(Steps& usb, Place place)
 {
-    usb.out(0x04,
-            "08 ?? FF 00 00 00 00 00 00 00 00 00 98 00 00 00 "
-            "01 E2 FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 0E 01 01 3F 01 01 00 07 01 00 00 03 00 00 01 00 "
-            "FB F9 FB FB FB FB FB FB 00 00 00 80 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
-            "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 0E 01 01 3F 01 01 00 07 01 00 00 03 00 00 01 00 "
-            "FB F9 FB FB FB FB FB FB 00 00 00 80 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
-            "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 00 00 00 00 00 00 00 00",
-            place);
-    return usb.in(0x86, 4, "00 00 00 00", place);
+    return loadTable(usb,
+                     "01 E2 FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 0E 01 01 3F 01 01 00 07 01 00 00 03 00 00 01 00 "
+                     "FB F9 FB FB FB FB FB FB 00 00 00 80 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
+                     "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 0E 01 01 3F 01 01 00 07 01 00 00 03 00 00 01 00 "
+                     "FB F9 FB FB FB FB FB FB 00 00 00 80 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
+                     "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 00 00 00 00 00 00 00 00",
+                     place);
 }
 
 Steps& loadParInitQSlowData(Steps& usb, Place place)
 {
-    usb.out(0x04,
-            "08 ?? FF 00 00 00 00 00 00 00 00 00 98 00 00 00 "
-            "01 E2 FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 "
-            "FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
-            "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 "
-            "FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
-            "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 00 00 00 00 00 00 00 00",
-            place);
-    return usb.in(0x86, 4, "00 00 00 00", place);
+    return loadTable(usb,
+                     "01 E2 FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 "
+                     "FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
+                     "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 "
+                     "FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
+                     "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 00 00 00 00 00 00 00 00",
+                     place);
 }
 
 Steps& claimDevice(Steps& usb, Place place)

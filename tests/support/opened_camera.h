@@ -23,13 +23,7 @@ struct OpenedCamera {
     }
 
     /// @return whether nobody holds the camera's lock.
-    bool lockFree()
-    {
-        if (pthread_mutex_trylock(&camera.mutex) != 0)
-            return false;
-        (void)pthread_mutex_unlock(&camera.mutex);
-        return true;
-    }
+    bool lockFree() { return pthread_mutex_trylock(&camera.mutex) == 0 && pthread_mutex_unlock(&camera.mutex) == 0; }
     /// @return the text of the last failure.
     std::string error() { return camera.getLastError(); }
 

@@ -128,36 +128,6 @@ Steps& Steps::add(BusCall call, Place place, std::vector<int> sent)
     return *this;
 }
 
-Steps& Steps::open(Place place)
-{
-    return add({.kind = BusCall::OPEN}, place);
-}
-
-Steps& Steps::close(Place place)
-{
-    return add({.kind = BusCall::CLOSE}, place);
-}
-
-Steps& Steps::driverActive(bool active, Place place)
-{
-    return add({.kind = BusCall::DRIVER_ACTIVE}, place).fails(active ? 1 : 0);
-}
-
-Steps& Steps::detachDriver(Place place)
-{
-    return add({.kind = BusCall::DETACH_DRIVER}, place);
-}
-
-Steps& Steps::claim(Place place)
-{
-    return add({.kind = BusCall::CLAIM}, place);
-}
-
-Steps& Steps::altSetting(unsigned setting, Place place)
-{
-    return add({.kind = BusCall::ALT_SETTING, .index = setting}, place);
-}
-
 Steps& Steps::out(unsigned endpoint, const std::string& hex, Place place)
 {
     return add({.kind = BusCall::BULK_OUT, .endpoint = endpoint, .timeoutMs = timeoutMs_}, place, parseHex(hex));

@@ -57,12 +57,18 @@ std::vector<uint8_t> parseBytes(const std::string& hex);
 /// A list of expected calls. Each function that names a call adds a step and notes where it was written.
 class Steps {
 public:
-    Steps& open(Place place = Place::here());
-    Steps& close(Place place = Place::here());
-    Steps& driverActive(bool active, Place place = Place::here());
-    Steps& detachDriver(Place place = Place::here());
-    Steps& claim(Place place = Place::here());
-    Steps& altSetting(unsigned setting, Place place = Place::here());
+    Steps& open(Place place = Place::here()) { return add({.kind = BusCall::OPEN}, place); }
+    Steps& close(Place place = Place::here()) { return add({.kind = BusCall::CLOSE}, place); }
+    Steps& driverActive(bool active, Place place = Place::here())
+    {
+        return add({.kind = BusCall::DRIVER_ACTIVE}, place).fails(active ? 1 : 0);
+    }
+    Steps& detachDriver(Place place = Place::here()) { return add({.kind = BusCall::DETACH_DRIVER}, place); }
+    Steps& claim(Place place = Place::here()) { return add({.kind = BusCall::CLAIM}, place); }
+    Steps& altSetting(unsigned setting, Place place = Place::here())
+    {
+        return add({.kind = BusCall::ALT_SETTING, .index = setting}, place);
+    }
     Steps& out(unsigned endpoint, const std::string& hex, Place place = Place::here());
     Steps& in(unsigned endpoint, int length, const std::string& hex, Place place = Place::here());
     Steps& in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place = Place::here());

@@ -35,13 +35,7 @@ struct SimulatedCamera {
                                       : ADVANCED;
     }
     /// @return whether nobody holds the camera's lock.
-    bool lockFree()
-    {
-        if (pthread_mutex_trylock(&camera.mutex) != 0)
-            return false;
-        (void)pthread_mutex_unlock(&camera.mutex);
-        return true;
-    }
+    bool lockFree() { return pthread_mutex_trylock(&camera.mutex) == 0 && pthread_mutex_unlock(&camera.mutex) == 0; }
     /// Fails the test for everything the simulated firmware could not understand.
     void expectNoComplaints() const
     {
