@@ -80,19 +80,17 @@ TEST_F(Discovery, TakesCamerasInBusOrderAndSkipsTheRest)
     EXPECT_EQ(camera(0).device, devices_[1].get());
     EXPECT_EQ(camera(1).device, devices_[3].get());
     EXPECT_EQ(devices_[0]->references + devices_[2]->references, 0);
-    const std::vector<std::string> expected = {
-        "-> VornCamera::list(...)",
-        "    'Vorn K17' [0x1, 0xdf3c] found...",
-        " -> VornCameraImpl::VornCameraImpl(..., Vorn K17, 2)",
-        "     maxPacketSize = 25165824",
-        " <- VornCameraImpl::VornCameraImpl",
-        "    'Vorn K17' [0x16d0, 0xdf3c] found...",
-        " -> VornCameraImpl::VornCameraImpl(..., Vorn K17, 2)",
-        "     maxPacketSize = 25165824",
-        " <- VornCameraImpl::VornCameraImpl",
-        "<- VornCamera::list 2",
-    };
-    EXPECT_EQ(trace.lines(), expected);
+    EXPECT_EQ(trace.text(), R"(-> VornCamera::list(...)
+    'Vorn K17' [0x1, 0xdf3c] found...
+ -> VornCameraImpl::VornCameraImpl(..., Vorn K17, 2)
+     maxPacketSize = 25165824
+ <- VornCameraImpl::VornCameraImpl
+    'Vorn K17' [0x16d0, 0xdf3c] found...
+ -> VornCameraImpl::VornCameraImpl(..., Vorn K17, 2)
+     maxPacketSize = 25165824
+ <- VornCameraImpl::VornCameraImpl
+<- VornCamera::list 2
+)");
     VornCamera_destroy(cameras_[0]);
     VornCamera_destroy(std::exchange(cameras_[1], nullptr));
     EXPECT_EQ(VornCamera_list(cameras_.data(), 1), 1);  // no more than fit
@@ -105,9 +103,7 @@ TEST_F(Discovery, SurvivesALockedOutBus)
     TraceCapture trace;
     EXPECT_EQ(list(), 0);
     // the one detail line that deliberately has no end of its own
-    const std::vector<std::string> expected = {"-> VornCamera::list(...)",
-                                               "    Can't get device list<- VornCamera::list 00"};
-    EXPECT_EQ(trace.lines(), expected);
+    EXPECT_EQ(trace.text(), "-> VornCamera::list(...)\n    Can't get device list<- VornCamera::list 00\n");
 }
 
 using DiscoveryDeathTest = Discovery;

@@ -90,7 +90,6 @@ TEST(OpenStandard, TakesWhatTheCameraSays)
         {"no temperature sensor",
          {.temperatureDetails = "00 05", .hasTemperature = false},
          IS(camera.tempSensorCount == 0)},
-        {"a sensor of type 0 is only noted", {.temperature = "00 00 00 00 00 00"}, IS(camera.tempSensorType == 0)},
         {"cooler: set-point first",
          {.coolerDetails = "1D 00 FF 01 20 01"},
          IS(camera.cooler == COOLER_SETPOINT && camera.maxCoolerPower == 255 && camera.minCoolerPower == 32)},

@@ -42,12 +42,8 @@ TEST(TraceLines, OfOperationsWithoutTraffic)
          "-> VornCameraImpl::getParam(3)\n    maxPacketSize = 25165824\n<- VornCameraImpl::getParam -> 25165824\n"},
         {"getParam refused", DO(camera.getParam(QUICKER_START_EXPOSURE_DELAY)),
          "-> VornCameraImpl::getParam(1)\n<- VornCameraImpl::getParam -> 00\n"},
-        {"getImage out of sequence", DO(camera.getImage(nullptr, 4)),
-         "-> VornCameraImpl::getImage(..., 4)\n<- VornCameraImpl::getImage 00\n"},
         {"long readCCD out of sequence", DO(camera.readCCD(1, 2, 3, 4, 5, 6)),
          "-> VornCameraImpl::readCCD(1, 2, 3, 4, 5, 6)\n<- VornCameraImpl::readCCD 00\n"},
-        {"short readCCD refused", DO(camera.readCCD(1, 2, 3, 4, 5, 6, 0.25)),
-         "-> VornCameraImpl::readCCD(1, 2, 3, 4, 5, 6, 0.250000)\n<- VornCameraImpl::readCCD 00\n"},
         {"preview mode twice", DO(camera.setPreviewMode(true); camera.setPreviewMode(true)),
          "-> VornCameraImpl::setPreviewMode(1)\n<- VornCameraImpl::setPreviewMode 1\n"
          "-> VornCameraImpl::setPreviewMode(1)\n    not changed\n<- VornCameraImpl::setPreviewMode 1\n"},
@@ -104,12 +100,6 @@ TEST(TraceLines, OfOperationsThatTalkToTheCamera)
          " <- VornCameraImpl::sendCommand 1 [0x05 0x00 0x01 0x00...]\n    filter count: 5\n    moving: 1\n"
          "    current: 2\n    unlock()\n<- VornCameraImpl::getFilterWheelStatus 1\n",
          Steps().command("87 00").parIn(8, "05 00 01 00 02 00 04 00")},
-        {"temperature", DO(float celsius; camera.tempSensorCount = 1; camera.getTemperatureSensorStatus(1, &celsius)),
-         "-> VornCameraImpl::getTemperatureSensorStatus(1, ...)\n    lock()\n"
-         " -> VornCameraImpl::sendCommand(55, [0x01 0x00], ..., 2, 6)\n"
-         " <- VornCameraImpl::sendCommand 1 [0x01 0x00 0xa0 0x00...]\n    current temperature: -8.4\n"
-         "    unlock()\n<- VornCameraImpl::getTemperatureSensorStatus 1\n",
-         Steps().command("37 00 01 00").pause(100000).parIn(6, "01 00 A0 00 00 00")},
         {"cooling status",
          DO(COOLING_STATE state; float target; float power; camera.cooler = COOLER_SETPOINT; camera.tempSensorType = 1;
             camera.maxCoolerPower = 200; camera.getCoolingStatus(&state, &target, &power)),

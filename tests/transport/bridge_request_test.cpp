@@ -38,7 +38,6 @@ Operation readingLine13(unsigned expected)
     };
 }
 
-uint8_t shortTable[172] = {0x01, 0x02};
 uint8_t longTable[172] = {0x81, 0x02};
 const uint8_t THREE_BYTES[] = {0x00, 0x03, 0x05};
 
@@ -62,16 +61,10 @@ struct Primitive {
 std::vector<Primitive> primitives()
 {
     return {
-        {"parallel timeout 50", STANDARD, CALL(setParTimeout(50)),
-         Steps().out(0x04, "0C ?? 00 00 32 00 00 00 00 00 00 00 00 00 00 00")},
         {"parallel timeout, low 16 bits", STANDARD, CALL(setParTimeout(0x12345)),
-         Steps().out(0x04, "0C ?? 00 00 45 23 ...")},
+         Steps().out(0x04, "0C ?? 00 00 45 23 00 00 00 00 00 00 00 00 00 00")},
         {"I2C timeout 5000", STANDARD, CALL(i2cSetTimeout(5000)), Steps().out(0x04, "0C ?? 00 01 88 13 ...")},
         {"I2C speed", STANDARD, CALL(i2cSetSpeed(1)), Steps().out(0x04, "05 ?? 00 01 00 00 ...")},
-        {"short waveform table", STANDARD, CALL(parInit(shortTable)),
-         Steps()
-             .out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 98 00 00 00 01 02" + zeros(150))
-             .in(0x86, 4, "11 22 33 44")},
         {"long waveform table", STANDARD, CALL(parInit(longTable)),
          Steps()
              .out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 AC 00 00 00 81 02" + zeros(170))
@@ -85,7 +78,6 @@ std::vector<Primitive> primitives()
              .out(0x02, "00 03 05")
              .out(0x04, "0A ?? FF 00 00 00 00 00 00 00 00 00 00 00 00 00")
              .in(0x86, 4, "00 00 00 00")},
-        {"port direction", STANDARD, CALL(setPortDirection(0, 0x9f)), directions("00 9F FF 00 FF 00 FF 00 FF 00")},
         {"port state", STANDARD, CALL(setPortState(4, 0x80)), states("FF 00 FF 00 FF 00 FF 00 00 80")},
         {"line an output", STANDARD, CALL(setIODir(4, 1)), directions("EF 10 FF 00 FF 00 FF 00 FF 00")},
         {"line an input", STANDARD, CALL(setIODir(16, 0)), directions("FF 00 FF 00 FE 00 FF 00 FF 00")},
@@ -97,10 +89,6 @@ std::vector<Primitive> primitives()
              .in(0x86, 9, "AA 00 20 00 00 00 BB BB BB")},
         {"line read, low", STANDARD, readingLine13(0),
          Steps().out(0x04, "03 ?? 00 00 00 00 00 00 05 ...").in(0x86, 9, "FF FF DF FF FF FF FF FF FF")},
-        {"I2C write", STANDARD, CALL(i2cWrite(0x51, THREE_BYTES, 2)),
-         Steps().out(0x04, "04 ?? FF 00 00 00 01 00 00 00 00 00 03 00 00 00 A2 00 03").in(0x86, 4, "FF FF FF FF")},
-        {"I2C read", STANDARD, reading(2, "34 DF", READ(i2cRead(0x51, bytes, n))),
-         Steps().out(0x04, "04 ?? FF 00 00 00 01 00 02 00 00 00 01 00 00 00 A3").in(0x86, 6, "EE 34 DF 01 02 03")},
         {"EEPROM, address wraps", STANDARD, reading(5, "84 D9 01 02 00", READ(eepRead(1000, bytes, n))),
          Steps()
              .out(0x04, "04 ?? FF 00 00 00 01 00 00 00 00 00 03 00 00 00 A2 00 E8")
@@ -113,7 +101,6 @@ std::vector<Primitive> primitives()
          states("1F 80 FF 00 FF 00 FF 00 FF 00").append(directions("0F E0 FF 00 FF 00 FF 00 FF 00"))},
         {"SPI write, 12 bits of value", QUICKER, CALL(spiWrite(5, 0xF3E8)),
          Steps().out(0x04, "06 ?? 00 01 00 00 01 00 02 00 00 00 02 00 00 00 53 E8").in(0x86, 6, "00 01 02 00 00 00")},
-        {"data by the parallel bus", CLASSIC, reading(2, "01 02", READ(getData(bytes, n))), Steps().parIn(2, "01 02")},
         {"data by SPI, the buffer goes out", ADVANCED, reading(2, "01 02", READ(getData(bytes, n))),
          Steps().out(0x04, "06 ?? 00 02 03 00 01 00 02 00 00 00 02 00 00 00 CC CC").in(0x86, 6, "EE 01 02 00 00 00")},
     };
@@ -143,11 +130,13 @@ TEST(BridgePrimitive, ParInStoresWhatArrivedBeforeTheFailure)
     EXPECT_NE(bytes[2], 0xCC);  // copied from a buffer that started as zeros
 }
 
-TEST(BridgePrimitive, UnknownParInitModeSendsNothing)
+TEST(GetData, WordFillsTheLowHalf)
 {
-    OpenedCamera opened;
-    for (const unsigned mode : {0U, 2U, 8U, 10U})
-        EXPECT_FALSE(opened.camera.parInit(mode)) << mode;
+    OpenedCamera standard;
+    unsigned value = 0xABCD0000;
+    standard.usb.parIn(2, "34 12");
+    EXPECT_TRUE(standard.camera.getData(&value));
+    EXPECT_EQ(value, 0xABCD1234U);  // the upper half stays
 }
 
 TEST(BridgeRequest, SequenceByteCountsAndWraps)
@@ -157,20 +146,6 @@ TEST(BridgeRequest, SequenceByteCountsAndWraps)
         opened.usb.out(0x04, "05 ?? 00 00 00 00 ...");
         EXPECT_TRUE(opened.camera.i2cSetSpeed(0));
     }
-}
-
-TEST(GetData, WordFillsTheLowHalf)
-{
-    OpenedCamera standard;
-    unsigned value = 0xABCD0000;
-    standard.usb.parIn(2, "34 12");
-    EXPECT_TRUE(standard.camera.getData(&value));
-    EXPECT_EQ(value, 0xABCD1234U);  // the upper half stays
-
-    OpenedCamera classic(CLASSIC);
-    classic.usb.parIn(4, "78 EE 56 EE");
-    EXPECT_TRUE(classic.camera.getData(&value));
-    EXPECT_EQ(value, 0x5678U);
 }
 
 TEST(GetString, EndsAtNulAtTheLimitOrAtAFailure)
