@@ -316,29 +316,18 @@ TEST(TraceFamilies, OfAccessories)
     gpio(0x1234)(equipped.camera);
     equipped.camera.hasGPIO = false;
     equipped.camera.setGPIO(0xAB);
-    EXPECT_EQ(trace.text(), R"(-> VornCameraImpl::getTemperatureSensorStatus(1, ...)
-    lock()
- -> VornCameraImpl::sendCommand(55, [0x00 0x01], ..., 2, 6)
- <- VornCameraImpl::sendCommand 1 [0x00 0x01 0x00 0x9b...]
-    temperature senzor type: 1
-    current temperature: -10.0
-    unlock()
-<- VornCameraImpl::getTemperatureSensorStatus 1
--> VornCameraImpl::setGPIODirection(0x000f)
-    lock()
- -> VornCameraImpl::sendCommand(131, [0x00 0x0f], ..., 2, 0)
- <- VornCameraImpl::sendCommand 1 NULL
-    unlock()
-<- VornCameraImpl::setGPIODirection 1
--> VornCameraImpl::getGPIO(...)
-    lock()
- -> VornCameraImpl::sendCommand(130, NULL, ..., 0, 4)
- <- VornCameraImpl::sendCommand 1 [0x00 0x10 0x12 0x34]
-    unlock()
-<- VornCameraImpl::getGPIO 1 -> 0x1234
--> VornCameraImpl::setGPIO(0x00ab)
-<- VornCameraImpl::setGPIO 00
-)");
+    EXPECT_EQ(trace.text(),
+              "-> VornCameraImpl::getTemperatureSensorStatus(1, ...)\n    lock()\n"
+              " -> VornCameraImpl::sendCommand(55, [0x00 0x01], ..., 2, 6)\n"
+              " <- VornCameraImpl::sendCommand 1 [0x00 0x01 0x00 0x9b...]\n"
+              "    temperature senzor type: 1\n    current temperature: -10.0\n    unlock()\n"
+              "<- VornCameraImpl::getTemperatureSensorStatus 1\n-> VornCameraImpl::setGPIODirection(0x000f)\n"
+              "    lock()\n -> VornCameraImpl::sendCommand(131, [0x00 0x0f], ..., 2, 0)\n"
+              " <- VornCameraImpl::sendCommand 1 NULL\n    unlock()\n<- VornCameraImpl::setGPIODirection 1\n"
+              "-> VornCameraImpl::getGPIO(...)\n    lock()\n -> VornCameraImpl::sendCommand(130, NULL, ..., 0, 4)\n"
+              " <- VornCameraImpl::sendCommand 1 [0x00 0x10 0x12 0x34]\n    unlock()\n"
+              "<- VornCameraImpl::getGPIO 1 -> 0x1234\n"
+              "-> VornCameraImpl::setGPIO(0x00ab)\n<- VornCameraImpl::setGPIO 00\n");
 }
 
 }  // namespace

@@ -220,27 +220,4 @@ TEST(OpenAdvanced, TracesItsDescription)
               "    max cooler power: 255\n    GPIO line count: 8\n    serial # 0000012345\n     moving: 0\n");
 }
 
-/// A host's subclass: identification asks its operations, not the base class's.
-struct DerivedCamera : VornCameraImpl {
-    using VornCameraImpl::VornCameraImpl;
-    bool getFilterWheelStatus(unsigned* count, bool* moving, unsigned* current, unsigned* target) override
-    {
-        EXPECT_TRUE(count == nullptr && current == nullptr && target == nullptr);
-        *moving = polls++ == 0;
-        return true;
-    }
-    int polls = 0;
-};
-
-TEST(OpenAdvanced, AsksItsOwnVirtualOperations)
-{
-    ClosedCamera closed(ADVANCED, AdvancedOpen{.wheelPolls = -1}.parts());
-    DerivedCamera camera(&closed.usb.device, "Vorn K16", ADVANCED);
-    closed.usb.cut(closed.usb.size() - 2).pause(5000000).pause(100000);
-    vorntest::finalTimeouts(closed.usb);
-    EXPECT_TRUE(camera.open());
-    EXPECT_TRUE(closed.usb.done());
-    EXPECT_EQ(camera.polls, 2);
-}
-
 }  // namespace
