@@ -56,8 +56,7 @@ Part fatalCommand(const std::string& hex, const std::string& reply)
 
 Parts AdvancedOpen::parts() const
 {
-    Steps closing;
-    closing.close();
+    const Steps closing = Steps().close();
     Parts parts = bridgeParts(ADVANCED, "3B DF", closing);
 
     Part setUp = {.afterwards = closing, .error = FAILED};

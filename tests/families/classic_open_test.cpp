@@ -37,8 +37,7 @@ void writeLastTry(Steps& usb)
 
 Parts ClassicOpen::parts() const
 {
-    Steps closing;
-    closing.close();
+    const Steps closing = Steps().close();
     Steps lastTry;
     writeLastTry(lastTry);
     Parts parts = bridgeParts(CLASSIC, "28 DF", lastTry, "Failed to open device");

@@ -32,8 +32,6 @@ struct QuickerOpen {
     std::string productId = "2E DF";
     /// 3.7, "Vorn K01", "Vorn", guide port and precharge, 656 x 494, 7.4 x 5.6 um, binning 4 x 2, precharge code 3
     std::string bytes = "07 03 56 6F 72 6E 20 4B 30 31 00 56 6F 72 6E 00 05 90 02 EE 01 4A 38 04 02 03";
-    std::string serialLow = "DD CC";
-    std::string serialHigh = "BB AA";
 
     Parts parts() const;
 };
@@ -54,8 +52,7 @@ void writeConverterBits(Steps& usb)
 
 Parts QuickerOpen::parts() const
 {
-    Steps closing;
-    closing.close();
+    const Steps closing = Steps().close();
     Steps pauseAndClose;  // the pause after the ping is made whatever went before
     pauseAndClose.pause(200000).close();
     Parts parts = bridgeParts(QUICKER, productId, pauseAndClose);
@@ -74,7 +71,7 @@ Parts QuickerOpen::parts() const
     Part settling = part(Part::UNTRIED);
     settling.steps.pause(200000);
     Part identity = {.afterwards = closing, .error = FAILED};
-    identity.steps.eepRead(42, 64, description(bytes)).eepRead(5, 2, serialLow).eepRead(8, 2, serialHigh);
+    identity.steps.eepRead(42, 64, description(bytes)).eepRead(5, 2, "DD CC").eepRead(8, 2, "BB AA");
     Part converter = {.afterwards = closing, .error = FAILED};
     converter.steps.eepRead(10, 16, WORDS);
     writeConverterBits(converter.steps);
@@ -113,7 +110,6 @@ TEST(OpenQuicker, TakesWhatTheDescriptionSays)
          ", 32767 x 1 of 0.00 x 0.10 um, binning 1 x 1,", "precharge 4064:."},
         {"text without an end", "07 03 41", "3.7, 0 x 0 of", "precharge 0:."},  // filled with FF: no NUL anywhere
         {"items cut off by the end", longText + " 00 00", "3.7, 0 x 0 of", "precharge 0:."},
-        {"text ends with the last byte", longText + " 41 00", "3.7, 0 x 0 of", "precharge 0:."},
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.label);
@@ -123,15 +119,13 @@ TEST(OpenQuicker, TakesWhatTheDescriptionSays)
 
 TEST(OpenQuicker, KnowsItsCameraByTheProductIdInTheEeprom)
 {
-    for (const char* productId : {"2D DF", "30 DF", "2E DE", "DF 2E"}) {
-        SCOPED_TRACE(productId);
+    for (const char* productId : {"2D DF", "30 DF", "2E DE"}) {
         Parts parts = QuickerOpen{.productId = productId}.parts();
         parts.resize(10);  // up to the ping
         parts.back().steps.pause(200000).close();
         ClosedCamera closed(QUICKER, parts);
         EXPECT_FALSE(closed.camera.open());
-        EXPECT_TRUE(closed.usb.done());
-        EXPECT_STREQ(closed.camera.getLastError(), "Failed to initialize device");
+        EXPECT_TRUE(closed.usb.done()) << productId;
     }
 }
 
