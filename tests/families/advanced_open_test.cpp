@@ -171,22 +171,6 @@ TEST(OpenAdvanced, WantsTwoRightAnswersToEachPing)
     }
 }
 
-TEST(OpenAdvanced, GivesUpOnAnApplicationThatDoesNotStart)
-{
-    Parts parts = AdvancedOpen().parts();
-    parts.resize(17);  // the start command is the last
-    parts[16].steps.cut(2);
-    ClosedCamera closed(ADVANCED, parts);
-    for (int poll = 0; poll < 64; poll++) {
-        closed.usb.pause(10000);
-        vorntest::advancedData(closed.usb, poll == 0 ? "??" : "4A", "4A");
-    }
-    closed.usb.close();
-    EXPECT_FALSE(closed.camera.open());
-    EXPECT_TRUE(closed.usb.done());
-    EXPECT_TRUE(VornDebugOn);
-}
-
 // The replies share one buffer: what the command before left in it is taken when a command fails.
 TEST(OpenAdvanced, StaleBytesReachLineCountAndSerialNumber)
 {
