@@ -7,6 +7,7 @@
 namespace {
 
 using namespace vornctltest;
+using capturetest::FitsFile;
 
 /// What the simulated test pattern shows at a sensor pixel; cameras with 8-bit samples show its two bytes folded.
 uint16_t patternValue(long x, long y, bool folded)
@@ -19,7 +20,6 @@ struct Camera {
     const char* model;
     long width, height;
     bool folded;
-    bool unequalBinning;
 };
 
 std::ostream& operator<<(std::ostream& out, const Camera& camera)
@@ -34,57 +34,50 @@ protected:
         const FitsFile fits = readFits(name);
         ASSERT_EQ(fits.width, width / binX) << name;
         ASSERT_EQ(fits.height, height / binY) << name;
-        for (long row = 0; row < fits.height; ++row) {
-            for (long column = 0; column < fits.width; ++column) {
-                ASSERT_EQ(fits.pixels[static_cast<size_t>(row * fits.width + column)],
-                          patternValue(x + column * binX, y + row * binY, GetParam().folded))
-                    << name << " at " << column << ", " << row;
-            }
+        for (long i = 0; i < fits.width * fits.height; ++i) {
+            const uint16_t wanted =
+                patternValue(x + i % fits.width * binX, y + i / fits.width * binY, GetParam().folded);
+            ASSERT_EQ(fits.pixels[static_cast<size_t>(i)], wanted) << name << " at pixel " << i;
         }
     }
 };
 
 TEST_P(Picture, ShowsThePixelsAskedFor)
 {
-    const Camera& camera = GetParam();
-    const std::string corner = std::to_string(camera.width - 61) + "," + std::to_string(camera.height - 33) + ",61,33";
-    // Opening takes most of the time, so each picture gets a camera of its own and all are taken at once.
+    const auto& [model, width, height, folded] = GetParam();
+    const std::string corner = std::to_string(width - 61) + "," + std::to_string(height - 33) + ",61,33";
     std::string cameras = "--scene ramp";
     for (int i = 0; i < 5; ++i)
-        cameras += std::string(" --camera ") + camera.model;
-    std::string text = R"(jobs=
-        picture() { "$VORNCTL" expose -q -t 0.01 "$@" & jobs="$jobs $!"; }
-        picture -d 0 -o whole.fits
-        picture -d 1 -o binned.fits --bin 2
-        picture -d 2 -o corner.fits --roi CORNER
-        picture -d 3 -o region.fits --roi 101,51,40,131 --bin 2
-        UNEQUAL
-        for job in $jobs; do wait $job || exit $?; done)";
-    text.replace(text.find("CORNER"), 6, corner);
-    text.replace(text.find("UNEQUAL"), 7,
-                 camera.unequalBinning ? "picture -d 4 -o unequal.fits --roi 8,31,60,40 --bin 1x2" : ":");
-    const Outcome outcome = script(cameras, text);
+        cameras += std::string(" --camera ") + model;
+    const std::string unequal = "\npicture -t 0.01 -d 4 -o unequal.fits --roi 8,31,60,40 --bin 1x2";
+    const Outcome outcome = script(cameras, R"(
+        picture -t 0.01 -d 0 -o whole.fits
+        picture -t 0.01 -d 1 -o binned.fits --bin 2
+        picture -t 0.01 -d 2 -o region.fits --roi 101,51,40,131 --bin 2
+        picture -t 0.01 -d 3 -o corner.fits --roi )" +
+                                                corner + (folded ? "" : unequal));
     ASSERT_EQ(outcome.status, 0) << outcome.err;
-    expectPattern("whole.fits", 0, 0, camera.width, camera.height, 1, 1);
-    expectPattern("binned.fits", 0, 0, camera.width, camera.height, 2, 2);
-    expectPattern("corner.fits", camera.width - 61, camera.height - 33, 61, 33, 1, 1);
+    expectPattern("whole.fits", 0, 0, width, height, 1, 1);
+    expectPattern("binned.fits", 0, 0, width, height, 2, 2);
     expectPattern("region.fits", 100, 50, 40, 130, 2, 2);
-    if (camera.unequalBinning)
+    expectPattern("corner.fits", width - 61, height - 33, 61, 33, 1, 1);
+    if (!folded)  // XRM cameras bin both ways alike
         expectPattern("unequal.fits", 8, 30, 60, 40, 1, 2);
 }
 
 // The whole sensor of the first three is wider than high.
 INSTANTIATE_TEST_SUITE_P(EveryFamily, Picture,
-                         ::testing::Values(Camera{"K06", 768, 512, false, true}, Camera{"K27", 1392, 1040, false, true},
-                                           Camera{"K01", 752, 580, false, true}, Camera{"K03", 656, 494, false, true},
-                                           Camera{"K30", 768, 512, false, true}, Camera{"XRM", 1280, 960, true, false}),
+                         ::testing::Values(Camera{"K06", 768, 512, false}, Camera{"K27", 1392, 1040, false},
+                                           Camera{"K01", 752, 580, false}, Camera{"K03", 656, 494, false},
+                                           Camera{"K30", 768, 512, false}, Camera{"XRM", 1280, 960, true}),
                          [](const auto& row) { return std::string(row.param.model); });
 
 class Expose : public CommandLine {};
 
 TEST_F(Expose, TwiceTheTimeGivesTwiceTheSignal)
 {
-    // Short exposures on a camera that times them itself, and a long one that vornctl times.
+    // Short exposures on a camera that times them itself, and a long one that vornctl times; one after the other,
+    // so that none waits for the processor.
     const Outcome outcome = script("--camera k12", R"(set -e
         "$VORNCTL" expose -q -t 0 --dark -o bias.fits --bin 4
         "$VORNCTL" expose -q -t 0.4 -o single.fits --bin 4
@@ -104,10 +97,10 @@ TEST_F(Expose, TwiceTheTimeGivesTwiceTheSignal)
 
 TEST_F(Expose, ColourCamerasSayWhereTheirPatternBegins)
 {
-    const Outcome outcome = script("--camera k07", R"(set -e
-        "$VORNCTL" expose -q -t 0.01 -o even.fits --roi 10,20,64,48
-        "$VORNCTL" expose -q -t 0.01 -o odd.fits --roi 11,20,64,48
-        "$VORNCTL" expose -q -t 0.01 -o binned.fits --roi 10,20,64,48 --bin 2)");
+    const Outcome outcome = script("--camera k07 --camera k07 --camera k07", R"(
+        picture -d 0 -t 0.01 -o even.fits --roi 10,20,64,48
+        picture -d 1 -t 0.01 -o odd.fits --roi 11,20,64,48
+        picture -d 2 -t 0.01 -o binned.fits --roi 10,20,64,48 --bin 2)");
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     const auto even = readFits("even.fits").keys;
     const auto odd = readFits("odd.fits").keys;
@@ -137,14 +130,12 @@ TEST_F(Expose, WritesWhatTheVerifierAcceptsAndTellsItInJson)
 
 TEST_F(Expose, RefusesWhatTheSensorCannotAndExposesNothing)
 {
-    for (const char* arguments : {"--roi 1300,0,100,100", "--roi 0,1000,100,100", "--bin 5", "--roi 0,0,3,3 --bin 4"}) {
+    for (const char* arguments : {"--roi 0,1000,100,100", "--bin 5"}) {
         const Outcome outcome = simulated("--camera k12 --log log", std::string("expose -t 0.01 ") + arguments);
-        EXPECT_EQ(outcome.status, 2) << arguments;
-        EXPECT_EQ(outcome.errorLines(), 1U) << outcome.err;
+        EXPECT_TRUE(outcome.refused(2, "")) << arguments;
     }
     EXPECT_EQ(files(), std::vector<std::string>{"log"});
-    const auto log = "! grep -qi expos '" + path("log").string() + "'";
-    EXPECT_EQ(std::system(log.c_str()), 0);
+    EXPECT_EQ(contents("log").find("expos"), std::string::npos);
 }
 
 }  // namespace
