@@ -123,20 +123,16 @@ public:
         state_->clock->sleep(1.0);
         if (!enter("getImage"))
             return false;
-        switch (state_->family) {
-            case CLASSIC:
-            case STANDARD:
-                return send(region({}), buffer, pixels);
-            case ADVANCED:
-                return sendAdvanced(buffer, pixels);
-            case QUICKER:
-                cropWholeFrame(buffer, state_->precharge ? width_ / binX_ : height_ / binY_);
-                return true;
-            case IIDC:
-                cropWholeFrame(buffer, width_ / binX_);
-                return true;
+        const CAMERA_TYPE family = state_->family;
+        if (family == QUICKER || family == IIDC) {
+            cropWholeFrame(buffer, family == IIDC || state_->precharge ? area_.width / binX_ : area_.height / binY_);
+            return true;
         }
-        return false;
+        if (family != ADVANCED)
+            return send(region({}), buffer, pixels);
+        const bool sent = send(region({JUNK, JUNK}), buffer, pixels);
+        std::memmove(buffer, buffer + 2, (pixels - 1) * sizeof *buffer);
+        return sent;
     }
 
     bool setShutter(bool) override { return enter("setShutter"); }
@@ -176,7 +172,7 @@ private:
         state_->log.push_back(operation);
         const int call = ++state_->calls[operation];
         while (state_->hangIn == operation && !state_->release)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::this_thread::sleep_for(1ms);
         const auto failure = state_->failAt.find(operation);
         if (failure == state_->failAt.end() || (failure->second != 0 && failure->second != call))
             return true;
@@ -191,10 +187,7 @@ private:
         if (binX == 0 || binX > state_->caps.maxBinX || binY == 0 || binY > state_->caps.maxBinY ||
             x + width > state_->caps.pixelCountX || y + height > state_->caps.pixelCountX)
             return false;
-        x_ = x;
-        y_ = y;
-        width_ = width;
-        height_ = height;
+        area_ = {x, y, width, height};
         binX_ = binX;
         binY_ = binY;
         return enter("readCCD");
@@ -203,12 +196,12 @@ private:
     /// The region's values behind @p stream, row after row; 8-bit rows are padded to an even count.
     std::vector<uint16_t> region(std::vector<uint16_t> stream) const
     {
-        for (unsigned int row = 0; row < height_ / binY_; ++row) {
-            for (unsigned int column = 0; column < width_ / binX_; ++column) {
-                const uint16_t value = sensorValue(x_ + column * binX_, y_ + row * binY_);
+        for (unsigned int row = 0; row < area_.height / binY_; ++row) {
+            for (unsigned int column = 0; column < area_.width / binX_; ++column) {
+                const uint16_t value = sensorValue(area_.x + column * binX_, area_.y + row * binY_);
                 stream.push_back(eightBit_ ? value % 256 : value);
             }
-            if (eightBit_ && width_ / binX_ % 2 != 0)
+            if (eightBit_ && area_.width / binX_ % 2 != 0)
                 stream.push_back(JUNK);
         }
         return stream;
@@ -220,21 +213,14 @@ private:
         return pixels <= stream.size();  // a camera asked for more than it has keeps its host waiting
     }
 
-    bool sendAdvanced(unsigned short* buffer, unsigned int pixels) const
-    {
-        const bool sent = send(region({JUNK, JUNK}), buffer, pixels);
-        std::memmove(buffer, buffer + 2, (pixels - 1) * sizeof *buffer);
-        return sent;
-    }
-
     void cropWholeFrame(unsigned short* buffer, size_t rowDistance) const
     {
         const unsigned int columns = state_->caps.pixelCountX / binX_;
         const unsigned int rows = state_->caps.pixelCountY / binY_;
-        for (unsigned int row = 0; row < height_ / binY_; ++row) {
-            for (unsigned int column = 0; column < width_ / binX_; ++column) {
-                const unsigned int sourceX = x_ / binX_ + column;
-                const unsigned int sourceY = y_ / binY_ + row;
+        for (unsigned int row = 0; row < area_.height / binY_; ++row) {
+            for (unsigned int column = 0; column < area_.width / binX_; ++column) {
+                const unsigned int sourceX = area_.x / binX_ + column;
+                const unsigned int sourceY = area_.y / binY_ + row;
                 const bool inside = sourceX < columns && sourceY < rows;
                 buffer[row * rowDistance + column] = inside ? sensorValue(sourceX * binX_, sourceY * binY_) : JUNK;
             }
@@ -245,10 +231,7 @@ private:
     const char* error_ = "No error";
     bool started_ = false;
     bool eightBit_ = false;
-    unsigned int x_ = 0;
-    unsigned int y_ = 0;
-    unsigned int width_ = 0;
-    unsigned int height_ = 0;
+    vorncapture::Region area_;
     unsigned int binX_ = 1;
     unsigned int binY_ = 1;
 };
@@ -285,6 +268,21 @@ std::shared_ptr<FakeState> makeState(CAMERA_TYPE family)
     caps.minShortExposure = 0.001;
     caps.maxShortExposure = family == CLASSIC ? 2.46 : family == QUICKER ? 1.398 : family == IIDC ? 0.5 : 3.0;
     return state;
+}
+
+FakeSession::FakeSession(std::shared_ptr<FakeState> camera, std::chrono::milliseconds patience)
+    : state(std::move(camera)),
+      session(vorncapture::Session::open(makeFake(state),
+                                         {.clock = state->clock, .watchdog = {.open = patience, .command = patience}}))
+{
+}
+
+FakeSession::~FakeSession()
+{
+    state->release = true;
+    session = vorncapture::Error{};
+    while (!state->gone)  // a thread that was left alone still has it
+        std::this_thread::sleep_for(1ms);
 }
 
 vorncapture::CameraHandle makeFake(std::shared_ptr<FakeState> state)

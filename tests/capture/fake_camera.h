@@ -13,8 +13,11 @@
 #include "capture/camera_worker.h"
 #include "capture/clock.h"
 #include "capture/exposure_request.h"
+#include "capture/session.h"
 
 namespace capturetest {
+
+using namespace std::chrono_literals;
 
 /// Time that passes only when somebody waits.
 class VirtualClock : public vorncapture::Clock {
@@ -58,6 +61,20 @@ std::shared_ptr<FakeState> makeState(CAMERA_TYPE family);
 
 /// Makes a camera that behaves as its family's contract says, oddities included, on the state's virtual time.
 vorncapture::CameraHandle makeFake(std::shared_ptr<FakeState> state);
+
+/// A fake camera and an open session with it. A camera that hangs is let go when this goes.
+struct FakeSession {
+    explicit FakeSession(CAMERA_TYPE family) : FakeSession(makeState(family)) {}
+    explicit FakeSession(std::shared_ptr<FakeState> camera, std::chrono::milliseconds patience = 5s);
+    ~FakeSession();
+    FakeSession(const FakeSession&) = delete;
+    FakeSession& operator=(const FakeSession&) = delete;
+
+    vorncapture::Session* operator->() const { return session.value().get(); }
+
+    std::shared_ptr<FakeState> state;
+    vorncapture::Result<std::unique_ptr<vorncapture::Session>> session;
+};
 
 /// What the fake sensor shows: a value for each of its pixels; a binned pixel shows that of its first one.
 constexpr uint16_t sensorValue(unsigned int x, unsigned int y)

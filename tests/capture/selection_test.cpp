@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+
 #include "capture/camera_list.h"
 #include "capture/open_diagnosis.h"
 #include "fake_camera.h"
@@ -10,17 +13,12 @@ namespace {
 using namespace capturetest;
 using namespace vorncapture;
 
-struct Bench {
-    std::vector<std::shared_ptr<FakeState>> states;
-
-    std::vector<CameraHandle> cameras()
-    {
-        std::vector<CameraHandle> handles;
-        for (const auto& state : states)
-            handles.push_back(makeFake(state));
-        return handles;
-    }
-};
+std::vector<CameraHandle> makeFakes(const std::vector<std::shared_ptr<FakeState>>& states)
+{
+    std::vector<CameraHandle> handles;
+    std::transform(states.begin(), states.end(), std::back_inserter(handles), makeFake);
+    return handles;
+}
 
 TEST(SelectCamera, FindsItByIndexModelOrSerialNumber)
 {
@@ -33,42 +31,36 @@ TEST(SelectCamera, FindsItByIndexModelOrSerialNumber)
     constexpr Row ROWS[] = {
         {"0", 0, NONE},
         {"2", 2, NONE},
-        {"3", -1, ErrorKind::NO_SUCH_CAMERA},
-        {"index:1", 1, NONE},
+        {"index:3", -1, ErrorKind::NO_SUCH_CAMERA},
         {"Vorn K99", 1, NONE},
         {" vorn  k99", 1, NONE},
-        {"k99", 1, NONE},
         {"k12", -1, ErrorKind::BAD_REQUEST},  // two of them
-        {"k13", -1, ErrorKind::NO_SUCH_CAMERA},
-        {"", -1, ErrorKind::BAD_REQUEST},  // three to choose from
+        {"", -1, ErrorKind::BAD_REQUEST},     // three to choose from
         {"1002", 2, NONE},
         {"serial:7", 0, NONE},
-        {"serial:8", -1, ErrorKind::NO_SUCH_CAMERA},
         {"serial:x", -1, ErrorKind::BAD_REQUEST},
         {"index:99999999999", -1, ErrorKind::BAD_REQUEST},
     };
     for (const Row& row : ROWS) {
         SCOPED_TRACE(row.text);
-        Bench bench{{makeState(STANDARD), makeState(ADVANCED), makeState(STANDARD)}};
-        bench.states[0]->serialNumber = 7;
-        bench.states[2]->serialNumber = 1002;
+        const std::vector states = {makeState(STANDARD), makeState(ADVANCED), makeState(STANDARD)};
+        states[0]->serialNumber = 7;
+        states[2]->serialNumber = 1002;
         const auto selector = CameraSelector::parse(row.text);
         const Result<std::unique_ptr<Session>> session =
-            selector.ok() ? openSelected(bench.cameras(), selector.value()) : selector.error();
+            selector.ok() ? openSelected(makeFakes(states), selector.value()) : selector.error();
         ASSERT_EQ(session.ok(), row.found >= 0);
-        for (size_t i = 0; i < bench.states.size(); ++i)
-            EXPECT_EQ(bench.states[i]->open, static_cast<int>(i) == row.found);
-        if (!session.ok()) {
-            EXPECT_EQ(session.error().kind, row.kind);
-        }
+        for (size_t i = 0; i < states.size(); ++i)
+            EXPECT_EQ(states[i]->open, static_cast<int>(i) == row.found);
+        EXPECT_EQ(session.ok() ? NONE : session.error().kind, row.kind);
     }
 }
 
 TEST(SelectCamera, NamesTheObstacleWhenASerialNumberIsNotFound)
 {
-    Bench bench{{makeState(STANDARD), makeState(ADVANCED)}};
-    bench.states[1]->failAt["open"] = 0;
-    const auto session = openSelected(bench.cameras(), CameraSelector::parse("serial:5").value());
+    const std::vector states = {makeState(STANDARD), makeState(ADVANCED)};
+    states[1]->failAt["open"] = 0;
+    const auto session = openSelected(makeFakes(states), CameraSelector::parse("serial:5").value());
     ASSERT_FALSE(session.ok());
     EXPECT_NE(session.error().text.find("serial number 5"), std::string::npos);
     EXPECT_EQ(session.error().kind, ErrorKind::TIMEOUT);

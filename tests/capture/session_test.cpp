@@ -2,38 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <thread>
 
-#include "capture/session.h"
 #include "fake_camera.h"
 
 namespace {
 
 using namespace capturetest;
 using namespace vorncapture;
-using std::chrono::milliseconds;
-
-SessionOptions optionsFor(const FakeState& state)
-{
-    return {.clock = state.clock, .watchdog = {.open = milliseconds(5000), .command = milliseconds(5000)}};
-}
-
-/// Lets a hanging fake go on and waits until its thread has let go of it, however a test ends.
-class Release {
-public:
-    explicit Release(std::shared_ptr<FakeState> state) : state_(std::move(state)) {}
-    ~Release()
-    {
-        state_->release = true;
-        while (!state_->gone)
-            std::this_thread::sleep_for(milliseconds(1));
-    }
-    Release(const Release&) = delete;
-    Release& operator=(const Release&) = delete;
-
-private:
-    std::shared_ptr<FakeState> state_;
-};
 
 double secondsBetween(Clock::Utc from, Clock::Utc to)
 {
@@ -43,40 +18,26 @@ double secondsBetween(Clock::Utc from, Clock::Utc to)
 TEST(OpenSession, LimitsTheReadsBeforeOpeningAndClosesAtTheEnd)
 {
     const auto state = makeState(STANDARD);
-    {
-        const auto session = Session::open(makeFake(state), optionsFor(*state));
-        ASSERT_TRUE(session.ok());
-        EXPECT_EQ(session.value()->info().serialNumber, 4711U);
-    }
+    EXPECT_EQ(FakeSession(state)->info().serialNumber, 4711U);
     EXPECT_EQ(state->log, (std::vector<std::string>{"setParam 3 1048576", "open", "close"}));
-    EXPECT_TRUE(state->gone);
 }
 
 TEST(OpenSession, TriesASecondTimeAndThenExplains)
 {
     const auto recovers = makeState(STANDARD);
     recovers->failAt["open"] = 1;
-    EXPECT_TRUE(Session::open(makeFake(recovers), optionsFor(*recovers)).ok());
+    EXPECT_TRUE(FakeSession(recovers).session.ok());
 
     const auto fails = makeState(STANDARD);
     fails->failAt["open"] = 0;
-    const auto session = Session::open(makeFake(fails), optionsFor(*fails));
-    ASSERT_FALSE(session.ok());
-    EXPECT_EQ(session.error().kind, ErrorKind::TIMEOUT);
-    EXPECT_EQ(fails->count("open"), 2);
-    EXPECT_TRUE(fails->gone);
-}
-
-TEST(OpenSession, GivesUpOnACameraThatNeverAnswers)
-{
-    const auto state = makeState(CLASSIC);
-    const Release release(state);
-    state->hangIn = "open";
-    SessionOptions options = optionsFor(*state);
-    options.watchdog.open = milliseconds(30);
-    const auto session = Session::open(makeFake(state), options);
-    ASSERT_FALSE(session.ok());
-    EXPECT_EQ(session.error().kind, ErrorKind::TIMEOUT);
+    const auto mute = makeState(CLASSIC);
+    mute->hangIn = "open";
+    for (const auto& state : {fails, mute}) {
+        const FakeSession session(state, 30ms);
+        ASSERT_FALSE(session.session.ok());
+        EXPECT_EQ(session.session.error().kind, ErrorKind::TIMEOUT);
+        EXPECT_EQ(state->count("open"), state == fails ? 2 : 1);
+    }
 }
 
 TEST(LongExposure, IsTimedByTheSensorsIntegration)
@@ -95,10 +56,9 @@ TEST(LongExposure, IsTimedByTheSensorsIntegration)
         SCOPED_TRACE(std::string(familyName(row.family)) + " " + std::to_string(row.asked));
         const auto state = makeState(row.family);
         state->leadSeconds = row.lead;
-        auto session = Session::open(makeFake(state), optionsFor(*state));
-        ASSERT_TRUE(session.ok());
+        const FakeSession session(state);
         double lastElapsed = 0.0;
-        const auto frame = session.value()->expose({.seconds = row.asked}, nullptr, [&](Phase, double elapsed, double) {
+        const auto frame = session->expose({.seconds = row.asked}, nullptr, [&](Phase, double elapsed, double) {
             EXPECT_GE(elapsed, lastElapsed);
             lastElapsed = elapsed;
         });
@@ -114,10 +74,9 @@ TEST(ShortExposure, BeginsItsTimeBeforeTheCommandReturns)
 {
     for (const CAMERA_TYPE family : {STANDARD, IIDC}) {
         const auto state = makeState(family);
-        auto session = Session::open(makeFake(state), optionsFor(*state));
-        ASSERT_TRUE(session.ok());
+        const FakeSession session(state);
         const auto before = state->clock->utc();
-        const auto frame = session.value()->expose({.seconds = 0.5});
+        const auto frame = session->expose({.seconds = 0.5});
         ASSERT_TRUE(frame.ok());
         EXPECT_EQ(state->count("startExposure"), 0);
         // A register camera's command returns when the exposure begins; the fake lets the time pass inside it.
@@ -128,18 +87,14 @@ TEST(ShortExposure, BeginsItsTimeBeforeTheCommandReturns)
 
 TEST(Exposure, KeepsTheShutterShutForDarks)
 {
-    const auto state = makeState(STANDARD);
-    auto session = Session::open(makeFake(state), optionsFor(*state));
-    ASSERT_TRUE(session.value()->expose({.seconds = 1.0, .dark = true}).ok());
-    ASSERT_TRUE(session.value()->expose({.seconds = 1.0}).ok());
-    EXPECT_EQ(state->count("setDarkFrameMode 1"), 1);
-    EXPECT_EQ(state->count("setDarkFrameMode 0"), 1);
-
-    const auto shutterless = makeState(ADVANCED);
-    auto other = Session::open(makeFake(shutterless), optionsFor(*shutterless));
-    const auto frame = other.value()->expose({.seconds = 1.0, .dark = true});
-    ASSERT_TRUE(frame.ok());
-    EXPECT_EQ(frame.value().notes.size(), 1U);
+    const FakeSession session(STANDARD);
+    ASSERT_TRUE(session->expose({.seconds = 1.0, .dark = true}).ok());
+    EXPECT_EQ(session.state->count("setDarkFrameMode 1"), 1);
+    ASSERT_TRUE(session->expose({.seconds = 1.0}).ok());
+    EXPECT_EQ(session.state->count("setDarkFrameMode 0"), 1);
+    const auto shutterless = FakeSession(ADVANCED)->expose({.seconds = 1.0, .dark = true});
+    ASSERT_TRUE(shutterless.ok());
+    EXPECT_EQ(shutterless.value().notes.size(), 1U);
 }
 
 TEST(Exposure, CancelledInAnyPhaseClosesTheShutterAndKeepsTheCameraUsable)
@@ -148,12 +103,10 @@ TEST(Exposure, CancelledInAnyPhaseClosesTheShutterAndKeepsTheCameraUsable)
         for (const double seconds : {1.0, 10.0}) {
             SCOPED_TRACE(static_cast<int>(when));
             const auto state = makeState(STANDARD);
-            auto session = Session::open(makeFake(state), optionsFor(*state));
-            ASSERT_TRUE(session.ok());
+            const FakeSession session(state);
             CancelToken cancel;
-            if (when == Phase::READING) {  // asked for while the camera is busy transferring
+            if (when == Phase::READING)  // asked for while the camera is busy transferring
                 state->hangIn = "getImage";
-            }
             const auto stopAt = [&](Phase phase, double elapsed, double) {
                 if (phase != when || (when == Phase::EXPOSING && seconds > 5.0 && elapsed < 5.0))
                     return;
@@ -161,48 +114,34 @@ TEST(Exposure, CancelledInAnyPhaseClosesTheShutterAndKeepsTheCameraUsable)
                     cancel.request();
                 state->release = true;
             };
-            const auto frame = session.value()->expose({.seconds = seconds}, &cancel, stopAt);
+            const auto frame = session->expose({.seconds = seconds}, &cancel, stopAt);
             ASSERT_FALSE(frame.ok());
             EXPECT_EQ(frame.error().kind, ErrorKind::CANCELLED);
             EXPECT_EQ(state->log.back(), "abortExposure");
             EXPECT_EQ(state->count("readCCD"), state->count("getImage"));  // a lock is never left behind
             EXPECT_EQ(state->count("getImage"), when == Phase::READING ? 1 : 0);
-            EXPECT_TRUE(session.value()->expose({.seconds = seconds}).ok());
+            EXPECT_TRUE(session->expose({.seconds = seconds}).ok());
         }
     }
 }
 
-TEST(Exposure, CancelledTwiceLeavesAHangingReadout)
+TEST(Exposure, CancelledTwiceOrTimedOutLeavesAHangingReadout)
 {
-    const auto state = makeState(QUICKER);
-    const Release release(state);
-    state->hangIn = "getImage";
-    auto session = Session::open(makeFake(state), optionsFor(*state));
-    ASSERT_TRUE(session.ok());
-    CancelToken cancel;
-    const auto stop = [&cancel](Phase phase, double, double) {
-        if (phase == Phase::READING)
-            cancel.request();
-    };
-    const auto frame = session.value()->expose({.seconds = 1.0}, &cancel, stop);
-    ASSERT_FALSE(frame.ok());
-    EXPECT_EQ(frame.error().kind, ErrorKind::CANCELLED);
-    EXPECT_TRUE(session.value()->stuck());
-}
-
-TEST(Exposure, WatchdogEndsAReadoutThatNeverEnds)
-{
-    const auto state = makeState(QUICKER);
-    const Release release(state);
-    state->hangIn = "getImage";
-    SessionOptions options = optionsFor(*state);
-    options.watchdog.command = milliseconds(50);
-    auto session = Session::open(makeFake(state), options);
-    ASSERT_TRUE(session.ok());
-    const auto frame = session.value()->expose({.seconds = 0.01});
-    ASSERT_FALSE(frame.ok());
-    EXPECT_EQ(frame.error().kind, ErrorKind::TIMEOUT);
-    EXPECT_FALSE(session.value()->expose({.seconds = 0.01}).ok());  // and nothing more is asked of the camera
+    for (const bool cancels : {true, false}) {
+        const auto state = makeState(QUICKER);
+        state->hangIn = "getImage";
+        const FakeSession session(state, cancels ? 5000ms : 50ms);
+        CancelToken cancel;
+        const auto stop = [&](Phase phase, double, double) {
+            if (cancels && phase == Phase::READING)
+                cancel.request();
+        };
+        const auto frame = session->expose({.seconds = 0.01}, &cancel, stop);
+        ASSERT_FALSE(frame.ok());
+        EXPECT_EQ(frame.error().kind, cancels ? ErrorKind::CANCELLED : ErrorKind::TIMEOUT);
+        EXPECT_TRUE(session->stuck());
+        EXPECT_FALSE(session->expose({.seconds = 0.01}).ok());  // nothing more is asked of the camera
+    }
 }
 
 TEST(Exposure, FailingOperationsCloseTheShutterAndTellWhetherTheCameraIsThere)
@@ -224,21 +163,20 @@ TEST(Exposure, FailingOperationsCloseTheShutterAndTellWhetherTheCameraIsThere)
     for (const Row& row : ROWS) {
         SCOPED_TRACE(std::string(row.operation) + " " + std::to_string(row.seconds));
         const auto state = makeState(STANDARD);
-        auto session = Session::open(makeFake(state), optionsFor(*state));
-        ASSERT_TRUE(session.ok());
+        const FakeSession session(state);
         state->failAt[row.operation] = 1;
         if (row.openError != nullptr) {
             state->openError = row.openError;
             state->failAt["open"] = 2;
         }
-        const auto frame = session.value()->expose({.seconds = row.seconds});
+        const auto frame = session->expose({.seconds = row.seconds});
         ASSERT_FALSE(frame.ok());
         EXPECT_EQ(frame.error().kind, row.kind) << frame.error().text;
         EXPECT_NE(frame.error().text.find("says the fake"), std::string::npos);
         const std::vector<std::string> tail(state->log.end() - 3, state->log.end());
         EXPECT_EQ(tail, (std::vector<std::string>{"abortExposure", "close", "open"}));
         if (row.openError == nullptr) {
-            EXPECT_TRUE(session.value()->expose({.seconds = row.seconds}).ok());
+            EXPECT_TRUE(session->expose({.seconds = row.seconds}).ok());
         }
     }
 }
@@ -247,22 +185,20 @@ TEST(Telemetry, AsksOnlyWhatCannotEndTheProcess)
 {
     const auto state = makeState(ADVANCED);
     state->celsius = std::nanf("");  // the camera names no encoding of its temperatures
-    auto session = Session::open(makeFake(state), optionsFor(*state));
-    const Telemetry blind = session.value()->readTelemetry();
+    const Telemetry blind = FakeSession(state)->readTelemetry();
     EXPECT_FALSE(blind.ccdCelsius());
     EXPECT_FALSE(blind.targetCelsius);
     EXPECT_EQ(state->count("getCoolingStatus"), 0);
     EXPECT_EQ(blind.gain, 17);
 
-    const auto standard = makeState(STANDARD);
-    const Telemetry known = Session::open(makeFake(standard), optionsFor(*standard)).value()->readTelemetry();
+    const Telemetry known = FakeSession(STANDARD)->readTelemetry();
     EXPECT_EQ(known.ccdCelsius(), -10.0);
     EXPECT_EQ(known.targetCelsius, -12.5);
     EXPECT_FALSE(known.gain);  // success without a value is no value
 
     const auto frozen = makeState(IIDC);
     frozen->celsius = -273.15F;  // what a register that cannot be read amounts to
-    EXPECT_FALSE(Session::open(makeFake(frozen), optionsFor(*frozen)).value()->readTelemetry().ccdCelsius());
+    EXPECT_FALSE(FakeSession(frozen)->readTelemetry().ccdCelsius());
 }
 
 }  // namespace
