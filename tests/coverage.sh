@@ -8,10 +8,11 @@ build=build/coverage
 cmake --preset coverage -DVORNCCD_BUILD_TESTS=ON >/dev/null
 cmake --build --preset coverage
 
+# The counters add symbols to the library, which the test of its exported names would find.
 rm -rf "$build/profiles"
 mkdir -p "$build/profiles"
 export LLVM_PROFILE_FILE="$PWD/$build/profiles/%8m.profraw"
-(cd "$build" && ctest -j "$(nproc)" --output-on-failure) >"$build/ctest.log" || {
+(cd "$build" && ctest -j "$(nproc)" -E abi_dynamic_symbols --output-on-failure) >"$build/ctest.log" || {
     tail -n 30 "$build/ctest.log" >&2
     exit 1
 }
