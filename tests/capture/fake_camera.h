@@ -42,7 +42,6 @@ struct FakeState {
     std::string openError = "Failed to initialize device";
     std::string hangIn;  ///< operation that does not return until `release`
     std::atomic<bool> release{false};
-    std::atomic<bool>* cancelled = nullptr;
     std::shared_ptr<VirtualClock> clock = std::make_shared<VirtualClock>();
 
     std::vector<std::string> log;  ///< operations in order, "startExposure"

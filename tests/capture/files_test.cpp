@@ -3,7 +3,6 @@
 #include <png.h>
 #include <signal.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -13,6 +12,7 @@
 #include "capture/output_file.h"
 #include "capture/png_writer.h"
 #include "fits_file.h"
+#include "test_directory.h"
 
 namespace {
 
@@ -21,33 +21,7 @@ using capturetest::FitsFile;
 using capturetest::readFits;
 namespace fs = std::filesystem;
 
-/// A directory of its own for each test.
-class Files : public ::testing::Test {
-protected:
-    Files() : directory_(fs::path(::testing::TempDir()) / ("capture-" + std::to_string(getpid())))
-    {
-        fs::remove_all(directory_);
-        fs::create_directory(directory_);
-    }
-    ~Files() override
-    {
-        fs::permissions(directory_, fs::perms::owner_all);
-        fs::remove_all(directory_);
-    }
-
-    std::string path(const std::string& name) const { return (directory_ / name).string(); }
-
-    std::vector<std::string> names() const
-    {
-        std::vector<std::string> found;
-        for (const auto& entry : fs::directory_iterator(directory_))
-            found.push_back(entry.path().filename().string());
-        return found;
-    }
-
-private:
-    fs::path directory_;
-};
+class Files : public ::testing::Test, protected capturetest::TestDirectory {};
 
 Frame sampleFrame()
 {

@@ -56,16 +56,6 @@ TEST(SelectCamera, FindsItByIndexModelOrSerialNumber)
     }
 }
 
-TEST(SelectCamera, NamesTheObstacleWhenASerialNumberIsNotFound)
-{
-    const std::vector states = {makeState(STANDARD), makeState(ADVANCED)};
-    states[1]->failAt["open"] = 0;
-    const auto session = openSelected(makeFakes(states), CameraSelector::parse("serial:5").value());
-    ASSERT_FALSE(session.ok());
-    EXPECT_NE(session.error().text.find("serial number 5"), std::string::npos);
-    EXPECT_EQ(session.error().kind, ErrorKind::TIMEOUT);
-}
-
 TEST(ExplainOpenFailure, KnowsTheCauseByTheUsbErrorInTheTrace)
 {
     struct Row {
@@ -86,22 +76,6 @@ TEST(ExplainOpenFailure, KnowsTheCauseByTheUsbErrorInTheTrace)
         EXPECT_EQ(error.kind, row.kind) << row.trace;
         EXPECT_NE(error.advice.find(row.advice), std::string::npos) << error.advice;
     }
-}
-
-TEST(TraceCapture, CatchesStandardErrorAndGivesItBack)
-{
-    ::testing::internal::CaptureStderr();
-    std::string caught;
-    {
-        TraceCapture trace;
-        EXPECT_TRUE(VornDebug);
-        (void)std::fputs("inside\n", stderr);
-        caught = trace.finish();
-    }
-    EXPECT_FALSE(VornDebug);
-    (void)std::fputs("after\n", stderr);
-    EXPECT_EQ(caught, "inside\n");
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "after\n");
 }
 
 }  // namespace

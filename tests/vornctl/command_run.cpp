@@ -2,16 +2,12 @@
 #include "command_run.h"
 
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 
 namespace vornctltest {
-
-namespace fs = std::filesystem;
 
 ::testing::AssertionResult Outcome::refused(int wanted, const std::string& part) const
 {
@@ -21,35 +17,14 @@ namespace fs = std::filesystem;
     return ::testing::AssertionFailure() << "ended with " << status << " and said " << err;
 }
 
-CommandLine::CommandLine()
-{
-    const fs::path base = fs::path(::testing::TempDir()) / ("vornctl-" + std::to_string(getpid()));
-    fs::remove_all(base);
-    directory_ = base / "files";
-    captured_ = base / "captured";
-    fs::create_directories(directory_);
-    fs::create_directories(captured_);
-}
-
-CommandLine::~CommandLine()
-{
-    fs::remove_all(directory_.parent_path());
-}
-
-std::string CommandLine::contents(const std::string& name) const
-{
-    std::ifstream file(path(name));
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
 Outcome CommandLine::shell(const std::string& command) const
 {
     // For builds with sanitizers; others take no notice.
     const std::string leaks = std::string("export LSAN_OPTIONS=print_suppressions=0:suppressions=") + LEAKS;
-    const std::string whole = leaks + " && cd '" + directory_.string() + "' && { " + command +
-                              "; } >../captured/out 2>../captured/err </dev/null";
+    const std::string whole = leaks + " && cd '" + path("") + "' && { " + command + "; } >'" + captured_.path("out") +
+                              "' 2>'" + captured_.path("err") + "' </dev/null";
     const int status = std::system(whole.c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, contents("../captured/out"), contents("../captured/err")};
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, captured_.contents("out"), captured_.contents("err")};
 }
 
 Outcome CommandLine::vornctl(const std::string& arguments) const
@@ -64,22 +39,18 @@ Outcome CommandLine::simulated(const std::string& simulator, const std::string& 
 
 Outcome CommandLine::script(const std::string& simulator, const std::string& text) const
 {
-    std::ofstream(captured_ / "script.sh") << R"(jobs=
-        picture() { "$VORNCTL" expose -q "$@" & jobs="$jobs $!"; }
-        )" << text << R"(
-        for job in $jobs; do wait $job || failed=$?; done
-        exit ${failed-0})";
-    return shell(std::string("VORNCTL='") + VORNCTL + "' '" + VORNSIM + "' run " + simulator +
-                 " -- sh ../captured/script.sh");
+    std::ofstream(captured_.path("script.sh")) << text << "\n";
+    return shell(std::string("VORNCTL='") + VORNCTL + "' '" + VORNSIM + "' run " + simulator + " -- sh '" +
+                 captured_.path("script.sh") + "'");
 }
 
-std::vector<std::string> CommandLine::files() const
+Outcome CommandLine::pictures(const std::string& simulator, const std::vector<std::string>& exposures) const
 {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(directory_))
-        names.push_back(entry.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
+    std::string command = "jobs=; ";
+    for (const std::string& exposure : exposures)
+        command += std::string("'") + VORNSIM + "' run " + simulator + " -- '" + VORNCTL + "' expose -q -t 0.01 " +
+                   exposure + " & jobs=\"$jobs $!\"; ";
+    return shell(command + "for job in $jobs; do wait $job || exit $?; done");
 }
 
 }  // namespace vornctltest

@@ -3,11 +3,11 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
 
 #include "../capture/fits_file.h"
+#include "../capture/test_directory.h"
 
 namespace vornctltest {
 
@@ -22,37 +22,28 @@ struct Outcome {
 };
 
 /// Runs programs in a directory of its own, which goes when the test ends.
-class CommandLine : public ::testing::Test {
+class CommandLine : public ::testing::Test, protected capturetest::TestDirectory {
 protected:
-    CommandLine();
-    ~CommandLine() override;
-
     /// Runs vornctl on the machine as it is.
     Outcome vornctl(const std::string& arguments) const;
 
     /// Runs vornctl with simulated cameras; @p simulator has vornsim's options.
     Outcome simulated(const std::string& simulator, const std::string& arguments) const;
 
-    /// Runs a shell script with simulated cameras, in which $VORNCTL is the program and picture exposes with a camera
-    /// in the background. Opening takes most of the time, so each picture gets a camera of its own. The script ends
-    /// when all pictures are taken, with the status of one that failed.
+    /// Runs a shell script with simulated cameras, in which $VORNCTL is the program.
     Outcome script(const std::string& simulator, const std::string& text) const;
 
+    /// Takes pictures at once, each with vornctl's options in a row of @p exposures and a simulator of its own: opening
+    /// takes most of the time, and a camera that gets its firmware is away from the bus for a while.
+    /// @return status 0 when all were taken.
+    Outcome pictures(const std::string& simulator, const std::vector<std::string>& exposures) const;
+
     capturetest::FitsFile readFits(const std::string& name) const { return capturetest::readFits(path(name)); }
-
-    /// @return the names of all files that the programs have left, hidden ones too.
-    std::vector<std::string> files() const;
-
-    std::filesystem::path path(const std::string& name) const { return directory_ / name; }
-
-    /// @return what stands in the file @p name that the programs have left.
-    std::string contents(const std::string& name) const;
 
 private:
     Outcome shell(const std::string& command) const;
 
-    std::filesystem::path directory_;
-    std::filesystem::path captured_;
+    capturetest::TestDirectory captured_;
 };
 
 }  // namespace vornctltest

@@ -16,13 +16,13 @@ TEST_F(Stopping, SignalsCloseTheShutterAndLeaveNoFile)
     const std::pair<std::string, int> signals[] = {{"INT", 130}, {"TERM", 143}};
     for (const auto& [name, status] : signals) {
         const Outcome outcome = script("--camera k12 --log log", R"(
-            picture -t 60 -o a.fits --png a.png
+            "$VORNCTL" expose -t 60 -o a.fits --png a.png &
             i=0; until grep -q 'shutter open' log || [ $i -gt 300 ]; do sleep 0.05; i=$((i + 1)); done
             "$VORNCTL" info 2>busy && exit 99
-            kill -)" + name + " $!");
+            kill -)" + name + " $!; wait $!");
         EXPECT_TRUE(outcome.refused(status, ""));
         EXPECT_NE(contents("busy").find("used by another program"), std::string::npos) << contents("busy");
-        EXPECT_EQ(files(), (std::vector<std::string>{"busy", "log"}));
+        EXPECT_EQ(names(), (std::vector<std::string>{"busy", "log"}));
         EXPECT_NE(contents("log").find("shutter closed"), std::string::npos);
     }
 }
