@@ -54,7 +54,7 @@ std::string header(FitsFile fits)
         fits.keys.erase(key);
     std::string line;
     for (const auto& [key, value] : fits.keys)
-        line += key + "=" + value + " ";
+        line.append(key).append("=").append(value).append(" ");
     return line;
 }
 

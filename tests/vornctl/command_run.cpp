@@ -46,10 +46,11 @@ Outcome CommandLine::script(const std::string& simulator, const std::string& tex
 
 Outcome CommandLine::pictures(const std::string& simulator, const std::vector<std::string>& exposures) const
 {
+    const std::string expose =
+        std::string("'") + VORNSIM + "' run " + simulator + " -- '" + VORNCTL + "' expose -q -t 0.01 ";
     std::string command = "jobs=; ";
     for (const std::string& exposure : exposures)
-        command += std::string("'") + VORNSIM + "' run " + simulator + " -- '" + VORNCTL + "' expose -q -t 0.01 " +
-                   exposure + " & jobs=\"$jobs $!\"; ";
+        command.append(expose).append(exposure).append(" & jobs=\"$jobs $!\"; ");
     return shell(command + "for job in $jobs; do wait $job || exit $?; done");
 }
 
