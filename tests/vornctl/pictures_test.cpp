@@ -93,7 +93,7 @@ TEST_F(Expose, TwiceTheTimeGivesTwiceTheSignal)
 
 TEST_F(Expose, WritesWhatTheVerifierAcceptsAndTellsItInJson)
 {
-    const Outcome outcome = simulated("--camera k12 --serial 4711", "expose -t 0.02 -o a.fits --png a.png --json");
+    const Outcome outcome = simulated("--camera k07 --serial 4711", "expose -t 0.02 -o a.fits --png a.png --json");
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     const auto json = nlohmann::json::parse(outcome.out);
     const FitsFile fits = readFits("a.fits");
@@ -102,6 +102,7 @@ TEST_F(Expose, WritesWhatTheVerifierAcceptsAndTellsItInJson)
     EXPECT_EQ(json["serial"], 4711);
     EXPECT_EQ(json["start_utc"], fits.keys.at("DATE-OBS"));
     EXPECT_EQ(json["width"], fits.width);
+    EXPECT_EQ(fits.keys.at("BAYERPAT"), "RGGB");  // a colour model
     EXPECT_EQ(names(), (std::vector<std::string>{"a.fits", "a.png"}));
     if (std::system("command -v fitsverify >/dev/null") != 0)
         GTEST_SKIP() << "fitsverify is not installed";
