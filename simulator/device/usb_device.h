@@ -59,8 +59,8 @@ inline constexpr int64_t NEVER = std::numeric_limits<int64_t>::max();
 /// answers NAK from here on, and the host keeps the transfer pending with `length` bytes moved so far.
 struct BulkResult {
     TransferStatus status = TransferStatus::OK;
-    size_t length = 0;         ///< bytes moved in this step
-    bool complete = false;     ///< the transfer is over: buffer full, short packet, or an error
+    size_t length = 0;          ///< bytes moved in this step
+    bool complete = false;      ///< the transfer is over: buffer full, short packet, or an error
     int64_t retryAtUs = NEVER;  ///< when not complete: clock time at which trying again may move more
 };
 
