@@ -1,34 +1,49 @@
 // SPDX-License-Identifier: MIT
-#include "list_command.h"
-
 #include <cstdio>
+#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "device/camera_catalogue.h"
+#include "subcommand.h"
 
 namespace vornsim {
+namespace {
 
-int listCommand(bool asJson)
+void printJson()
 {
-    if (asJson) {
-        nlohmann::ordered_json list = nlohmann::ordered_json::array();
-        for (const ModelInfo& model : models())
-            list.push_back({{"name", model.name},
-                            {"family", model.family},
-                            {"width", model.pixelCountX},
-                            {"height", model.pixelCountY},
-                            {"colour", model.colour},
-                            {"productId", model.productId}});
-        std::printf("%s\n", list.dump(2).c_str());
-        return 0;
-    }
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const ModelInfo& model : models())
+        list.push_back({{"name", model.name},
+                        {"family", model.family},
+                        {"width", model.pixelCountX},
+                        {"height", model.pixelCountY},
+                        {"colour", model.colour},
+                        {"productId", model.productId}});
+    std::printf("%s\n", list.dump(2).c_str());
+}
+
+void printTable()
+{
     std::printf("%-24s %-9s %-12s %-7s %s\n", "MODEL", "FAMILY", "PIXELS", "COLOUR", "PRODUCT ID");
     for (const ModelInfo& model : models()) {
         const std::string size = std::to_string(model.pixelCountX) + " x " + std::to_string(model.pixelCountY);
         std::printf("%-24s %-9s %-12s %-7s 0x%04x\n", model.name, model.family, size.c_str(),
                     model.colour ? "yes" : "no", model.productId);
     }
-    return 0;
+}
+
+}  // namespace
+
+/// `vornsim list`: prints the models that can be simulated, as a table or as JSON.
+Subcommand addListCommand(CLI::App& app)
+{
+    CLI::App* options = app.add_subcommand("list", "List the cameras that can be simulated");
+    const auto asJson = std::make_shared<bool>(false);
+    options->add_flag("--json", *asJson, "Print JSON");
+    return {options, [asJson](const CommandLine& /*line*/) {
+                *asJson ? printJson() : printTable();
+                return 0;
+            }};
 }
 
 }  // namespace vornsim

@@ -1,46 +1,25 @@
 // SPDX-License-Identifier: MIT
-#include "run_command.h"
-
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <memory>
 
-#include "camera_log.h"
-#include "model_choice.h"
+#include "camera_set.h"
+#include "subcommand.h"
 #include "usbfs/child_process.h"
 #include "usbfs/mock_bus.h"
+#include "usbfs/preload.h"
 #include "usbfs/real_clock.h"
 
 namespace vornsim {
 namespace {
 
-int fail(int exitStatus, const std::string& message)
-{
-    std::fprintf(stderr, "vornsim: %s\n", message.c_str());
-    return exitStatus;
-}
+constexpr const char* EXAMPLES = R"(Examples:
+  vornsim run --camera "Vorn K12" -- vornctl list
+  vornsim run --camera K12 --camera K12 --log cameras.log -- vornctl expose -t 10 -o sky.fits
+  vornsim run --camera K12 --scene ramp -- gdb --args ./my-imaging-program
 
-/// Each camera is an individual: its own sky, noise and serial number.
-CameraOptions optionsOf(const CameraOptions& first, unsigned index)
-{
-    CameraOptions options = first;
-    options.seed += index;
-    if (options.serialNumber != 0)
-        options.serialNumber += index;
-    return options;
-}
-
-void reportComplaints(const CameraLog& log, const std::string& logPath)
-{
-    const unsigned count = log.complaintCount();
-    if (count == 0)
-        return;
-    const std::string remedy = logPath.empty() ? "run with --log FILE to see when" : "see " + logPath;
-    std::fprintf(stderr, "vornsim: %s: %u request%s that real firmware could not serve (%s%s), %s\n",
-                 log.cameraName().c_str(), count, count == 1 ? "" : "s",
-                 count == 1 ? "" : "first: ", log.firstComplaint().c_str(), remedy.c_str());
-}
+The program is not changed in any way: it uses the system's libusb-1.0 and sees the simulated cameras instead of the
+machine's USB devices. vornsim ends with the program's exit status, or 128 + the signal that ended it.)";
 
 int startFailure(const std::string& program, int error)
 {
@@ -51,45 +30,49 @@ int startFailure(const std::string& program, int error)
                 reason + std::strerror(error));
 }
 
-}  // namespace
-
-int runCommand(const RunRequest& request)
+int run(const CameraChoice& choice, const CommandLine& line)
 {
-    std::vector<const ModelInfo*> chosen;
-    for (const std::string& name : request.cameras) {
-        chosen.push_back(findModel(name));
-        if (!chosen.back())
-            return fail(EXIT_USAGE, unknownModelMessage(name));
-    }
-    LogFile logFile;
-    if (!request.logPath.empty())
-        if (int error = logFile.open(request.logPath))
-            return fail(EXIT_OWN_FAILURE, "cannot write the log " + request.logPath + ": " + std::strerror(error));
+    if (line.program.empty())
+        return fail(EXIT_USAGE,
+                    "which program shall see the cameras? Put it after --, for example: vornsim run --camera K12 -- "
+                    "vornctl list");
+    const std::string missing = ensurePreload(line.argv);
+    if (!missing.empty())
+        return fail(EXIT_OWN_FAILURE, missing);
 
     ChildProcess child;  // before any thread starts
     const RealClock clock;
-    std::vector<std::unique_ptr<CameraLog>> logs;
-    std::vector<std::unique_ptr<UsbDevice>> cameras;
+    CameraSet cameras(clock);
+    if (const int exitStatus = cameras.make(choice))
+        return exitStatus;
     ChildResult result;
     {
         MockBus bus(clock);
-        for (const ModelInfo* model : chosen) {
-            const auto index = static_cast<unsigned>(cameras.size());
-            logs.push_back(std::make_unique<CameraLog>(index + 1, model->name, logFile));
-            cameras.push_back(makeCamera(*model, optionsOf(request.options, index), clock, *logs.back()));
-            if (!cameras.back())
-                return fail(EXIT_OWN_FAILURE, std::string(model->name) + " cannot be simulated");
-            const std::string problem = bus.attach(*cameras.back(), *logs.back());
+        for (size_t i = 0; i < cameras.size(); ++i) {
+            const std::string problem = bus.attach(cameras.camera(i), cameras.log(i));
             if (!problem.empty())
-                return fail(EXIT_OWN_FAILURE, "cannot plug in " + logs.back()->cameraName() + ": " + problem);
+                return fail(EXIT_OWN_FAILURE, "cannot plug in " + cameras.log(i).cameraName() + ": " + problem);
         }
-        result = child.run(request.program, bus.environment());
+        result = child.run(line.program, bus.environment());
     }
     if (result.startError)
-        return startFailure(request.program.front(), result.startError);
-    for (const auto& log : logs)
-        reportComplaints(*log, request.logPath);
+        return startFailure(line.program.front(), result.startError);
+    cameras.reportComplaints();
     return result.exitStatus;
+}
+
+}  // namespace
+
+/// `vornsim run`: runs a program with simulated cameras in place of the machine's USB devices, and gives its exit
+/// status.
+Subcommand addRunCommand(CLI::App& app)
+{
+    CLI::App* options =
+        app.add_subcommand("run", "Run a program with simulated cameras: vornsim run ... -- PROGRAM ARGS");
+    options->footer(EXAMPLES);
+    const auto choice = std::make_shared<CameraChoice>();
+    addCameraOptions(*options, *choice);
+    return {options, [choice](const CommandLine& line) { return run(*choice, line); }};
 }
 
 }  // namespace vornsim
