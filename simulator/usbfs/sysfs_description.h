@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "usb_layout.h"
+#include "bus/usb_layout.h"
 
 namespace vornsim {
 

@@ -6,9 +6,9 @@
 #include <memory>
 #include <set>
 
+#include "bus/urb_queue.h"
+#include "bus/usb_layout.h"
 #include "device/usb_device.h"
-#include "urb_queue.h"
-#include "usb_layout.h"
 
 namespace vornsim {
 

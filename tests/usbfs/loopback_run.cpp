@@ -7,11 +7,11 @@
 #include <utility>
 #include <vector>
 
+#include "bus/real_clock.h"
 #include "device/usb_device.h"
 #include "usbfs/child_process.h"
 #include "usbfs/mock_bus.h"
 #include "usbfs/preload.h"
-#include "usbfs/real_clock.h"
 
 namespace vornsim {
 namespace {

@@ -3,12 +3,12 @@
 #include <cstring>
 #include <memory>
 
+#include "bus/real_clock.h"
 #include "camera_set.h"
 #include "subcommand.h"
 #include "usbfs/child_process.h"
 #include "usbfs/mock_bus.h"
 #include "usbfs/preload.h"
-#include "usbfs/real_clock.h"
 
 namespace vornsim {
 namespace {
