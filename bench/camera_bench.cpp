@@ -69,7 +69,6 @@ void prepare(VornCameraImpl& camera, libusb_device& device, const FamilyCase& fa
 void GetImage(benchmark::State& state, FamilyCase family)
 {
     vorntest::bus().reset();
-    vorntest::bus().logging = false;
     InstantDevice instant;
     libusb_device device(0xdf34, instant);
     VornCameraImpl camera(&device, "bench", family.type);
@@ -161,7 +160,6 @@ public:
 /// seconds that pauses and waits for the camera take.
 void Open(benchmark::State& state, const char* model)
 {
-    vorntest::bus().logging = false;
     const vorntest::BusClock clock;
     SilentLog log;
     const vornsim::ModelInfo* info = vornsim::findModel(model);

@@ -173,7 +173,6 @@ struct BusyDevice : vorntest::Backend {
 TEST(OpenClassic, GoesOnTryingOnAFlatStackUntilTheCameraIsGone)
 {
     vorntest::bus().reset();
-    vorntest::bus().logging = false;
     BusyDevice busy;
     libusb_device device(0xdf28, busy);
     VornCameraImpl camera(&device, "Vorn K30", CLASSIC);

@@ -15,11 +15,7 @@ constexpr unsigned LEADING_VALUES = 2;  // that ADVANCED cameras send ahead of a
 
 class FamilySession : public testing::Test {
 protected:
-    void SetUp() override
-    {
-        bus().reset();
-        bus().logging = false;
-    }
+    void SetUp() override { bus().reset(); }
     void TearDown() override { bus().reset(); }
 };
 

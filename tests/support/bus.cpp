@@ -47,7 +47,7 @@ std::string BusCall::text() const
         line += format(" %02X", bytes[i]);
     if (bytes.size() > SHOWN_BYTES)
         line += format(" and %zu more", bytes.size() - SHOWN_BYTES);
-    return result < 0 ? line + " -> " + libusb_error_name(result) : line;
+    return line;
 }
 
 Bus& bus()
@@ -60,8 +60,6 @@ void Bus::reset()
 {
     const std::lock_guard held(mutex_);
     devices_.clear();
-    log_.clear();
-    logging = true;
     initResult = 0;
     listResult = 0;
     pauseListener = nullptr;
@@ -80,30 +78,14 @@ void Bus::advanceTo(int64_t timeUs)
     }
 }
 
-std::vector<BusCall> Bus::log() const
-{
-    const std::lock_guard held(mutex_);
-    return log_;
-}
-
-void Bus::clearLog()
-{
-    const std::lock_guard held(mutex_);
-    log_.clear();
-}
-
 int Bus::call(libusb_device& device, BusCall call, uint8_t* data, int* transferred)
 {
     const std::lock_guard held(device.mutex);
-    call.atUs = now_;
     if (call.length < 0) {
         reportMisuse("negative length: " + call.text());
         return LIBUSB_ERROR_INVALID_PARAM;
     }
     const bool out = call.kind == BusCall::BULK_OUT || call.kind == BusCall::CONTROL_OUT;
-    if (out && data != nullptr)
-        call.bytes.assign(data, data + call.length);
-
     const Fault& fault = device.fault;
     const int number = call.countable() ? ++device.callCount : 0;
     const bool hit = number != 0 && fault.at != 0 && (number == fault.at || (fault.forEver && number > fault.at));
@@ -114,32 +96,19 @@ int Bus::call(libusb_device& device, BusCall call, uint8_t* data, int* transferr
     if (hit && fault.shortenTo < 0 && fault.delayUs == 0) {
         result = fault.result;
     } else {
-        if (hit && fault.shortenTo >= 0 && call.length > fault.shortenTo) {
+        if (hit && fault.shortenTo >= 0 && call.length > fault.shortenTo)
             call.length = fault.shortenTo;
-            if (out)
-                call.bytes.resize(static_cast<size_t>(call.length));
-        }
+        if (out && data != nullptr)
+            call.bytes.assign(data, data + call.length);
         result = device.backend->serve(call, {data, static_cast<size_t>(call.length)}, moved);
     }
     if (transferred != nullptr)
         *transferred = moved;
-    if (logging) {
-        call.result = result;
-        const int received = call.kind == BusCall::BULK_IN ? moved : call.kind == BusCall::CONTROL_IN ? result : 0;
-        if (received > 0)
-            call.bytes.assign(data, data + received);
-        const std::lock_guard logHeld(mutex_);
-        log_.push_back(std::move(call));
-    }
     return result;
 }
 
 void Bus::pause(long us)
 {
-    if (logging) {
-        const std::lock_guard held(mutex_);
-        log_.push_back({.kind = BusCall::PAUSE, .pauseUs = us, .atUs = now_});
-    }
     now_ += us;
     if (pauseListener != nullptr)
         pauseListener->paused(us);

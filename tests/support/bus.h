@@ -4,8 +4,8 @@
 /// @file bus.h
 /// The seam between the library and the bus. A program that links this code defines the libusb functions the library
 /// uses, and `usleep` and `gettimeofday`; dynamic linking lets these definitions win for the unmodified shared library.
-/// Every call ends in the Bus: it keeps the virtual time, logs, counts, injects faults, and hands the call to the
-/// Backend of the device concerned (a Script of expected calls, or a simulated camera).
+/// Every call ends in the Bus: it keeps the virtual time, counts, injects faults, and hands the call to the Backend of
+/// the device concerned (a Script of expected calls, or a simulated camera).
 ///
 /// @code
 /// vorntest::bus().reset();
@@ -26,7 +26,7 @@
 
 namespace vorntest {
 
-/// One call that reached the seam, as logged and as handed to a Backend.
+/// One call that reached the seam, as handed to a Backend.
 struct BusCall {
     enum Kind {
         OPEN,           ///< libusb_open
@@ -50,9 +50,7 @@ struct BusCall {
     int length = 0;                   ///< bytes offered or asked for
     unsigned timeoutMs = 0;           ///< exactly as passed
     long pauseUs = 0;                 ///< PAUSE only
-    std::vector<uint8_t> bytes = {};  ///< data sent; for IN transfers the data received, filled in for the log
-    int result = 0;                   ///< what the call returned, filled in for the log
-    int64_t atUs = 0;                 ///< virtual time at which the call began
+    std::vector<uint8_t> bytes = {};  ///< data sent
 
     /// @return whether the call can fail in a test's fault plan: everything but CLOSE, PAUSE and the driver queries.
     bool countable() const;
@@ -64,7 +62,6 @@ struct BusCall {
 class Backend {
 public:
     virtual ~Backend() = default;
-    /// @param call what was asked; `result` and received `bytes` are not filled in yet
     /// @param data the caller's buffer, `call.length` bytes; read for OUT, written for IN
     /// @param transferred bytes moved by a bulk transfer
     /// @return what the libusb function returns; a control transfer returns the bytes moved
@@ -90,7 +87,7 @@ public:
 /// The bus of this process. Safe to use from several threads: a device serves one call at a time.
 class Bus {
 public:
-    /// Forgets devices, log and plans; the virtual time goes on.
+    /// Forgets devices and plans; the virtual time goes on.
     void reset();
 
     /// Plugs @p device in; it must outlive its use. VornCamera::list() finds devices in this order.
@@ -102,12 +99,6 @@ public:
     void advanceUs(int64_t us) { now_ += us; }
     /// Lets time pass until @p timeUs, if that is still to come.
     void advanceTo(int64_t timeUs);
-
-    /// @return a copy of the calls so far.
-    std::vector<BusCall> log() const;
-    void clearLog();
-    /// Whether calls are logged; switch it off for long runs.
-    std::atomic<bool> logging = true;
 
     int initResult = 0;                      ///< what libusb_init returns
     int listResult = 0;                      ///< negative: what libusb_get_device_list returns
@@ -121,11 +112,10 @@ public:
     ssize_t deviceList(libusb_device*** list);
 
 private:
-    mutable std::mutex mutex_;
+    std::mutex mutex_;
     std::atomic<int64_t> now_ = 0;
     std::vector<libusb_device*> devices_;
     std::vector<std::vector<libusb_device*>> lists_;  // kept: the library never gives a list back
-    std::vector<BusCall> log_;
 };
 
 /// @return the bus.

@@ -63,12 +63,10 @@ std::vector<uint8_t> parseBytes(const std::string& hex)
 
 std::string ScriptStep::text() const
 {
-    BusCall shown = call;
-    shown.result = result;
-    std::string shownText = shown.text();
+    std::string shown = call.text();
     for (size_t i = 0; i < std::min<size_t>(sent.size(), 64); i++)
-        shownText += " " + (sent[i] < 0 ? "??" : hexByte(static_cast<unsigned>(sent[i])));
-    return shownText;
+        shown += " " + (sent[i] < 0 ? "??" : hexByte(static_cast<unsigned>(sent[i])));
+    return result < 0 ? shown + " -> " + libusb_error_name(result) : shown;
 }
 
 Script::Script(uint16_t productId) : device(productId, *this)
@@ -86,10 +84,10 @@ Script::~Script()
 
 bool Script::done(Place place)
 {
-    if (!broken_ && next_ < steps_.size()) {
+    if (!broken_ && played_ < steps_.size()) {
         ADD_FAILURE_AT(place.file, place.line)
-            << steps_.size() - next_ << " of " << steps_.size() << " steps are left over; the first was written at "
-            << steps_[next_].place.file << ":" << steps_[next_].place.line << "\n  " << steps_[next_].text();
+            << steps_.size() - played_ << " of " << steps_.size() << " steps are left over; the first was written at "
+            << steps_[played_].place.file << ":" << steps_[played_].place.line << "\n  " << steps_[played_].text();
         broken_ = true;
     }
     return !broken_;
@@ -98,7 +96,7 @@ bool Script::done(Place place)
 void Script::clear()
 {
     steps_.clear();
-    next_ = 0;
+    played_ = 0;
     broken_ = false;
     if (unplugged_)
         lastSequence_ = -1;  // requests went unseen
@@ -108,9 +106,11 @@ void Script::clear()
 
 Steps& Steps::append(const Steps& other, size_t first, size_t last)
 {
-    const auto begin = other.steps_.begin();
-    steps_.insert(steps_.end(), begin + static_cast<std::ptrdiff_t>(first),
-                  begin + static_cast<std::ptrdiff_t>(std::min(last, other.steps_.size())));
+    for (size_t i = first; i < std::min(last, other.size()); i++) {
+        steps_.push_back(other[i]);
+        if (other[i].ifFailing.group == 0)
+            steps_.back().ifFailing = mark_;
+    }
     return *this;
 }
 
@@ -120,11 +120,45 @@ Steps& Steps::cut(size_t count)
     return *this;
 }
 
+Steps& Steps::cutBefore(const std::string& hex)
+{
+    const auto first = std::find_if(steps_.begin(), steps_.end(),
+                                    [&](const ScriptStep& step) { return step.text().find(hex) != std::string::npos; });
+    EXPECT_NE(first, steps_.end()) << "no step sends " << hex;
+    steps_.erase(first, steps_.end());
+    return *this;
+}
+
+Steps& Steps::mark(Consequence::Kind kind)
+{
+    static unsigned groups = 0;
+    mark_ = {.kind = kind, .group = ++groups};
+    return *this;
+}
+
+Steps& Steps::ends(const Steps& afterwards, const char* error)
+{
+    mark(Consequence::ENDS);
+    mark_.afterwards = std::make_shared<const Steps>(afterwards);
+    mark_.error = error;
+    return *this;
+}
+
+Steps& Steps::harmless()
+{
+    return mark(Consequence::HARMLESS);
+}
+
+Steps& Steps::untried()
+{
+    return mark(Consequence::UNTRIED);
+}
+
 Steps& Steps::add(BusCall call, Place place, std::vector<int> sent)
 {
     if (!sent.empty())
         call.length = static_cast<int>(sent.size());
-    steps_.push_back({.call = std::move(call), .sent = std::move(sent), .place = place});
+    steps_.push_back({.call = std::move(call), .sent = std::move(sent), .place = place, .ifFailing = mark_});
     return *this;
 }
 
@@ -248,7 +282,7 @@ Steps& Steps::emptyFlush(Place place)
 void Script::fail(const std::string& problem, const ScriptStep* step, const BusCall* call)
 {
     broken_ = true;
-    const size_t number = next_ + 1;
+    const size_t number = played_ + 1;
     const Place place = step != nullptr ? step->place : Place::here();
     ADD_FAILURE_AT(place.file, place.line) << problem << " at step " << number << " of " << steps_.size()
                                            << "\n  expected: " << (step != nullptr ? step->text() : "nothing more")
@@ -259,7 +293,7 @@ ScriptStep* Script::expect(const BusCall& call)
 {
     if (broken_)
         return nullptr;
-    ScriptStep* step = next_ < steps_.size() ? &steps_[next_] : nullptr;
+    ScriptStep* step = played_ < steps_.size() ? &steps_[played_] : nullptr;
     if (step == nullptr && unplugged_)
         return nullptr;
     if (step == nullptr || step->call.kind != call.kind) {
@@ -291,7 +325,7 @@ ScriptStep* Script::expect(const BusCall& call)
         fail(problem, step, &call);
         return nullptr;
     }
-    next_++;
+    played_++;
     return step;
 }
 
@@ -317,12 +351,35 @@ void Script::paused(long us)
 
 void forEachFailure(const Steps& whole, const std::function<void(const Steps& steps, bool ok)>& run)
 {
+    constexpr size_t LONG_GROUP = 100;
+    constexpr size_t SAMPLE_STRIDE = 61;
+    constexpr size_t TAIL = 5;  // tried whole
+    size_t begin = 0;           // of the group
+    size_t end = 0;
     for (size_t failing = 0; failing < whole.size(); failing++) {
-        if (!whole[failing].call.countable())
+        const ScriptStep& step = whole[failing];
+        const Consequence& meaning = step.ifFailing;
+        if (failing == end) {
+            begin = failing;
+            while (end < whole.size() && whole[end].ifFailing.group == meaning.group)
+                end++;
+        }
+        const bool sampled = meaning.group == 0 || end - begin < LONG_GROUP || (failing - begin) % SAMPLE_STRIDE == 0 ||
+                             failing + TAIL >= end;
+        if (!step.call.countable() || meaning.kind == Consequence::UNTRIED || !sampled)
             continue;
-        SCOPED_TRACE("failing step " + std::to_string(failing + 1) + ": " + whole[failing].text());
+        SCOPED_TRACE("failing step " + std::to_string(failing + 1) + ": " + step.text());
         Steps steps;
-        run(steps.append(whole, 0, failing + 1).fails(LIBUSB_ERROR_TIMEOUT), false);
+        steps.append(whole, 0, failing + 1).fails(LIBUSB_ERROR_TIMEOUT);
+        const bool ok = meaning.kind == Consequence::HARMLESS;
+        if (ok)
+            steps.append(whole, end);
+        else if (meaning.afterwards != nullptr)
+            steps.append(*meaning.afterwards);
+        steps.error_ = ok ? "No error" : meaning.error;
+        run(steps, ok);
+        if (testing::Test::HasFailure())
+            return;
     }
     run(whole, true);
 }

@@ -20,6 +20,7 @@
 /// bridge request it takes the one after the request before. `...` stands for zeros up to offset 16.
 
 #include <functional>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -37,6 +38,21 @@ struct Place {
     static Place here(const char* file = __builtin_FILE(), int line = __builtin_LINE()) { return {file, line}; }
 };
 
+class Steps;
+
+/// What a sweep expects when a call fails.
+struct Consequence {
+    enum Kind {
+        ENDS,      ///< only `afterwards` follows, and the operation fails with `error`
+        HARMLESS,  ///< the rest of its group is left out, and all goes on
+        UNTRIED,   ///< sweeps do not fail it
+    };
+    Kind kind = ENDS;
+    unsigned group = 0;  ///< steps between two marks; 0 before the first
+    std::shared_ptr<const Steps> afterwards = {};
+    const char* error = "No error";
+};
+
 /// One expected call.
 struct ScriptStep {
     BusCall call = {};                ///< what is expected; `bytes` is not used
@@ -44,6 +60,7 @@ struct ScriptStep {
     std::vector<uint8_t> reply = {};  ///< data received
     int result = 0;                   ///< what the call returns
     Place place = {};
+    Consequence ifFailing = {};
 
     /// @return as BusCall::text(), `??` where any byte will do.
     std::string text() const;
@@ -100,12 +117,25 @@ public:
     /// The parallel channel drained when it is empty: one read that ends in a timeout after 100 ms.
     Steps& emptyFlush(Place place = Place::here());
 
-    // ---- lists as values, for sweeps ------------------------------------------------------------------------------
+    // ---- marks for sweeps: what a failure of the steps written from here on means -----------------------------------
+
+    /// The operation does @p afterwards and fails with @p error. In long groups sweeps fail samples only.
+    Steps& ends(const Steps& afterwards, const char* error);
+    /// The steps up to the next mark are given up, and all goes on behind them.
+    Steps& harmless();
+    /// Nothing here: that is another test's.
+    Steps& untried();
+    /// @return the text that the operation leaves; of the steps that forEachFailure() hands out.
+    const char* error() const { return error_; }
+
+    // ---- lists as values ------------------------------------------------------------------------------------------
 
     /// Adds the steps of @p other from the @p first-th up to the @p last-th, which is not added.
     Steps& append(const Steps& other, size_t first = 0, size_t last = SIZE_MAX);
     /// Drops all steps from the @p count-th on.
     Steps& cut(size_t count);
+    /// Drops the first step that sends @p hex, and all behind it.
+    Steps& cutBefore(const std::string& hex);
     /// @return steps so far, pauses included; the index that the next step will have.
     size_t size() const { return steps_.size(); }
     ScriptStep& operator[](size_t index) { return steps_[index]; }
@@ -116,7 +146,13 @@ protected:
     unsigned timeoutMs_ = 30000;
 
 private:
+    friend void forEachFailure(const Steps& whole, const std::function<void(const Steps& steps, bool ok)>& run);
+
     Steps& add(BusCall call, Place place, std::vector<int> sent = {});
+    Steps& mark(Consequence::Kind kind);
+
+    Consequence mark_;
+    const char* error_ = "No error";
 };
 
 /// The expected conversation with one device, which it owns. While it lives it receives every pause of the process.
@@ -142,14 +178,15 @@ private:
     ScriptStep* expect(const BusCall& call);
     void fail(const std::string& problem, const ScriptStep* step, const BusCall* call);
 
-    size_t next_ = 0;
+    size_t played_ = 0;
     bool broken_ = false;  // one message is enough: what follows a wrong call means nothing
     bool unplugged_ = false;
     int lastSequence_ = -1;
 };
 
-/// Calls @p run for each call of @p whole with the steps up to that call, which fails, and at last with all steps.
-/// @param ok whether nothing fails
+/// Calls @p run for each call of @p whole with the steps up to that call, which fails, and what its mark says must
+/// follow; at last with all steps.
+/// @param ok whether the operation is to succeed
 void forEachFailure(const Steps& whole, const std::function<void(const Steps& steps, bool ok)>& run);
 
 }  // namespace vorntest

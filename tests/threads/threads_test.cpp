@@ -70,11 +70,7 @@ std::vector<Image> workAlone(const char* name)
 
 class ThreadedCameras : public testing::Test {
 protected:
-    ThreadedCameras()
-    {
-        bus().reset();
-        bus().logging = false;
-    }
+    ThreadedCameras() { bus().reset(); }
     ~ThreadedCameras() override { bus().reset(); }
 };
 
