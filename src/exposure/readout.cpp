@@ -41,17 +41,10 @@ bool VornCameraImpl::readCCD(unsigned int x, unsigned int y, unsigned int width,
         return false;
     }
     exposureStarted = false;
-    imageReady = false;
     const ReadoutRegion region = {x, y, width, height, binX, binY};
-    if (!regionIsValid(region)) {
-        unlock();  // deliberate: released although not taken yet
-        lastError = "Invalid parameter";
-        TRACE_EXIT("%s<- VornCameraImpl::readCCD 00\n");
+    if (!beginReadout(region, true))
         return false;
-    }
     bool ok = false;
-    lock();  // given back by finishReadout() or, after a success, by getImage()
-    raiseParTimeout();
     switch (type) {
         case QUICKER:
             ok = endLongExposureQuicker(region);
@@ -76,16 +69,10 @@ bool VornCameraImpl::readCCD(unsigned int x, unsigned int y, unsigned int width,
                              unsigned int binY, double seconds)
 {
     TRACE_ENTER("%s-> VornCameraImpl::readCCD(%d, %d, %d, %d, %d, %d, %f)\n", x, y, width, height, binX, binY, seconds);
-    imageReady = false;
     const ReadoutRegion region = {x, y, width, height, binX, binY};
-    if (!regionIsValid(region)) {
-        lastError = "Invalid parameter";
-        TRACE_EXIT("%s<- VornCameraImpl::readCCD 00\n");
+    if (!beginReadout(region, false))
         return false;
-    }
     bool ok = false;
-    lock();  // given back by finishReadout() or, after a success, by getImage()
-    raiseParTimeout();
     switch (type) {
         case QUICKER:
             ok = exposeShortQuicker(region, seconds);
@@ -118,6 +105,23 @@ bool VornCameraImpl::regionIsValid(const ReadoutRegion& region) const
 {
     return region.binX != 0 && region.binX <= maxBinX && region.binY != 0 && region.binY <= maxBinY &&
            region.x + region.width <= pixelCountX && region.y + region.height <= pixelCountX;
+}
+
+/// What both forms do before their families differ. A region that does not fit is refused; otherwise the lock is held
+/// from here on, and given back by finishReadout() or, after a success, by getImage().
+bool VornCameraImpl::beginReadout(const ReadoutRegion& region, bool longExposure)
+{
+    imageReady = false;
+    if (!regionIsValid(region)) {
+        if (longExposure)
+            unlock();  // deliberate: released although not taken yet
+        lastError = "Invalid parameter";
+        TRACE_EXIT("%s<- VornCameraImpl::readCCD 00\n");
+        return false;
+    }
+    lock();
+    raiseParTimeout();
+    return true;
 }
 
 /// Readout takes longer than the bridge usually waits. A failure is only mentioned.

@@ -252,6 +252,7 @@ private:
     VORNCCD_LOCAL bool readDescriptionStream(bool ok, vornccd::StreamDescription& description);
     VORNCCD_LOCAL void storeStreamDescription(const vornccd::StreamDescription& description);
     VORNCCD_LOCAL void traceStreamDescription(const vornccd::StreamDescription& description);
+    VORNCCD_LOCAL bool identifyEquipment(bool ok, size_t maxPowerOffset, size_t minPowerOffset);
     VORNCCD_LOCAL bool learnTempSensorType(bool ok);
     VORNCCD_LOCAL void storeCooler(unsigned capabilities, uint32_t maxPower, uint32_t minPower);
     VORNCCD_LOCAL bool readSerialNumber();
@@ -277,6 +278,7 @@ private:
 
     // exposure/readout.cpp
     VORNCCD_LOCAL bool regionIsValid(const ReadoutRegion& region) const;
+    VORNCCD_LOCAL bool beginReadout(const ReadoutRegion& region, bool longExposure);
     VORNCCD_LOCAL void raiseParTimeout();
     VORNCCD_LOCAL bool finishReadout(bool ok);
     VORNCCD_LOCAL void writeQuickerBinning(const ReadoutRegion& region);

@@ -37,18 +37,5 @@ bool VornCameraImpl::identifyClassic(bool ok)
                  flagName(flags, PREVIEW, " PREVIEW"), flagName(flags, SUBSAMPLE, " SUBSAMPLE"),
                  flagName(flags, OVERLAP, " OVERLAP"));
     traceStreamDescription(description);
-
-    ok = ok && appInit();
-
-    uint8_t reply[6] = {};
-    ok = ok && sendCommand(CMD_GET_TEMP_SENSOR_DETAILS, nullptr, reply, 0, 2);
-    tempSensorCount = reply[0];
-    ok = learnTempSensorType(ok);
-
-    ok = ok && sendCommand(CMD_GET_COOLER_DETAILS, nullptr, reply, 0, 6);
-    storeCooler(reply[0], reply[1], reply[2]);
-
-    ok = ok && readSerialNumber();
-    TRACE_DETAIL("%s    serial # %010u\n", serialNumber);
-    return ok;
+    return identifyEquipment(ok, 1, 2);
 }

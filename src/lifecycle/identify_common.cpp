@@ -4,6 +4,7 @@
 #include "lifecycle/description.h"
 #include "trace/trace.h"
 #include "transport/bridge.h"
+#include "transport/commands.h"
 #include "transport/pause.h"
 #include "transport/wire.h"
 
@@ -57,6 +58,25 @@ void VornCameraImpl::traceStreamDescription(const StreamDescription& description
     TRACE_DETAIL("%s    pixel size: %3.1f x %3.1f\n", pixelSizeX, pixelSizeY);
     TRACE_DETAIL("%s    max bin: %d x %d\n", maxBinX, maxBinY);
     TRACE_DETAIL("%s    well capacity: %d\n", description.wellCapacity);
+}
+
+/// What follows the description stream: the application's start, sensors, cooler and serial number. The cooler's bounds
+/// lie at these bytes of its reply.
+bool VornCameraImpl::identifyEquipment(bool ok, size_t maxPowerOffset, size_t minPowerOffset)
+{
+    ok = ok && appInit();
+
+    uint8_t reply[6] = {};
+    ok = ok && sendCommand(CMD_GET_TEMP_SENSOR_DETAILS, nullptr, reply, 0, 2);
+    tempSensorCount = reply[0];
+    ok = learnTempSensorType(ok);
+
+    ok = ok && sendCommand(CMD_GET_COOLER_DETAILS, nullptr, reply, 0, sizeof reply);
+    storeCooler(reply[0], reply[maxPowerOffset], reply[minPowerOffset]);
+
+    ok = ok && readSerialNumber();
+    TRACE_DETAIL("%s    serial # %010u\n", serialNumber);
+    return ok;
 }
 
 /// Reads sensor 1 once, only for the encoding it reports. Nothing to do without sensors or after a failure.

@@ -52,18 +52,5 @@ bool VornCameraImpl::identifyStandard(bool ok, uint32_t productId)
                  flagName(~flags, NO_GUIDE_PORT, " HAS_GUIDE_PORT"), flagName(flags, HAS_GPIO, " HAS_GPIO"),
                  flagName(flags, HAS_FILTER_WHEEL, " HAS_FILTER_WHEEL"));
     traceStreamDescription(description);
-
-    ok = ok && appInit();
-
-    uint8_t reply[6] = {};
-    ok = ok && sendCommand(CMD_GET_TEMP_SENSOR_DETAILS, nullptr, reply, 0, 2);
-    tempSensorCount = reply[0];
-    ok = learnTempSensorType(ok);
-
-    ok = ok && sendCommand(CMD_GET_COOLER_DETAILS, nullptr, reply, 0, 6);
-    storeCooler(reply[0], reply[2], reply[4]);
-
-    ok = ok && readSerialNumber();
-    TRACE_DETAIL("%s    serial # %010u\n", serialNumber);
-    return waitForFilterWheel(ok);
+    return waitForFilterWheel(identifyEquipment(ok, 2, 4));
 }
