@@ -33,10 +33,8 @@ int UrbQueue::submit(std::unique_ptr<Urb> urb)
 {
     if (gone_)
         return ENODEV;
-    if (!urb->continuation)
-        endedEarly_.erase(urb->endpoint);
-    else if (endedEarly_.count(urb->endpoint))
-        return EREMOTEIO;
+    if (!device_.hostMay(HostAction::SUBMIT, urb->address()))
+        return ENOMEM;
     pending_[urb->endpoint].push_back(std::move(urb));
     advance();
     return 0;
@@ -58,6 +56,8 @@ bool UrbQueue::discard(uint64_t owner, uint64_t handle)
 void UrbQueue::cancel(const std::function<bool(const Urb&)>& chosen, int status)
 {
     for (auto& [endpoint, pending] : pending_) {
+        if (!gone_ && !pending.empty() && chosen(*pending.front()))
+            device_.takenBack(pending.front()->address());
         auto first =
             std::stable_partition(pending.begin(), pending.end(), [&](const auto& urb) { return !chosen(*urb); });
         std::for_each(first, pending.end(), [&](auto& urb) {
@@ -114,7 +114,7 @@ bool UrbQueue::step(Pending& pending)
 BulkResult UrbQueue::stepControl(Urb& urb)
 {
     const ControlResult result = device_.control(urb.setup, {urb.data.get(), urb.length});
-    return {result.status, result.length, true, NEVER};
+    return {result.status, result.length, result.complete, result.retryAtUs};
 }
 
 BulkResult UrbQueue::stepBulk(Urb& urb)
@@ -130,17 +130,7 @@ void UrbQueue::finishHead(Pending& pending, int status)
     urb->status = status;
     if (status == 0 && urb->shortIsError && urb->actualLength < urb->length)
         urb->status = -EREMOTEIO;
-    const bool failed = urb->status < 0;
-    if (failed && urb->kind == UrbKind::BULK)
-        endedEarly_.insert(urb->endpoint);
     done_.push_back(std::move(urb));
-
-    // What the host split into several URBs is one transfer to it: the pieces after the one that ended early go too.
-    while (failed && !pending.empty() && pending.front()->continuation) {
-        pending.front()->status = -ECONNRESET;
-        done_.push_back(std::move(pending.front()));
-        pending.pop_front();
-    }
 }
 
 std::unique_ptr<Urb> UrbQueue::reap(uint64_t owner)

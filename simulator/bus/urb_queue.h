@@ -7,7 +7,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <span>
 
 #include "device/usb_device.h"
@@ -24,16 +23,19 @@ struct Urb {
     UrbKind kind = UrbKind::BULK;
     uint8_t endpoint = 0;       ///< 0 for control, else the address with the direction in bit 7
     bool shortIsError = false;  ///< a short packet ends the transfer with EREMOTEIO
-    bool continuation = false;  ///< falls with the URB before it on the same endpoint
     SetupPacket setup;          ///< control only
     std::unique_ptr<uint8_t[]> data;
-    size_t length = 0;  ///< bytes in @ref data, without a setup packet
+    size_t length = 0;             ///< bytes in @ref data, without a setup packet
+    std::shared_ptr<void> charge;  ///< what the transport holds for it until it is collected
 
     int status = 0;           ///< 0 or a negative errno, valid once it is done
     size_t actualLength = 0;  ///< bytes moved so far
 
     /// Whether data goes from the device to the host.
     bool isIn() const { return (kind == UrbKind::CONTROL ? setup.requestType : endpoint) & 0x80; }
+
+    /// The endpoint with the direction in bit 7, for control transfers as well.
+    uint8_t address() const { return static_cast<uint8_t>(isIn() ? endpoint | 0x80 : endpoint); }
 };
 
 /// The transfers of one device: a first-in, first-out queue for each endpoint, and the finished ones until the host
@@ -47,8 +49,8 @@ public:
     /// @p device and @p clock must outlive the queue.
     UrbQueue(UsbDevice& device, const Clock& clock) : device_(device), clock_(clock) {}
 
-    /// Queues a transfer and moves what can be moved. @return 0, ENODEV on a device that is gone, or EREMOTEIO for the
-    /// continuation of a transfer that has already ended early.
+    /// Queues a transfer and moves what can be moved. @return 0, ENODEV on a device that is gone, or ENOMEM when the
+    /// device wants the host to be out of memory.
     int submit(std::unique_ptr<Urb> urb);
 
     /// Takes a transfer back (a host's timeout): it is done with ENOENT and what it moved until now.
@@ -96,7 +98,6 @@ private:
     const Clock& clock_;
     std::map<uint8_t, Pending> pending_;
     std::deque<std::unique_ptr<Urb>> done_;
-    std::set<uint8_t> endedEarly_;  ///< endpoints that take no continuation until a new transfer starts
     int64_t nextRetryUs_ = NEVER;
     bool gone_ = false;
 };

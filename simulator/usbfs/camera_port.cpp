@@ -18,9 +18,8 @@ namespace vornsim {
 namespace {
 
 /// What the kernel says about an xHCI controller: a transfer of any size goes in one piece.
-constexpr uint32_t CAPABILITIES = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_BULK_CONTINUATION |
-                                  USBDEVFS_CAP_NO_PACKET_SIZE_LIM | USBDEVFS_CAP_BULK_SCATTER_GATHER |
-                                  USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
+constexpr uint32_t CAPABILITIES = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
+                                  USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
 constexpr long SPEED_HIGH = 3;  // USB_SPEED_HIGH of linux/usb/ch9.h
 constexpr size_t SETUP_LENGTH = 8;
 
@@ -42,8 +41,11 @@ SetupPacket decodeSetup(const uint8_t* bytes)
 }
 
 /// Gives @p urb room for @p length bytes. @return false when there is no memory.
-bool allocate(Urb& urb, size_t length)
+bool allocate(Urb& urb, size_t length, UsbfsMemory& memory)
 {
+    urb.charge = memory.charge(length);
+    if (!urb.charge)
+        return false;
     urb.data.reset(new (std::nothrow) uint8_t[length]);  // not zeroed: frames are large
     urb.length = length;
     return urb.data != nullptr;
@@ -52,8 +54,13 @@ bool allocate(Urb& urb, size_t length)
 }  // namespace
 
 CameraPort::CameraPort(UsbDevice& device, const UsbLayout& layout, const Clock& clock, DeviceLog& log,
-                       std::function<void()> onGone)
-    : device_(device), clock_(clock), onGone_(std::move(onGone)), node_(device, layout, clock, log)
+                       UsbfsMemory& memory, Events events)
+    : device_(device),
+      clock_(clock),
+      descriptors_(device.descriptors()),
+      memory_(memory),
+      events_(std::move(events)),
+      node_(device, layout, clock, log)
 {
 }
 
@@ -134,7 +141,7 @@ int64_t CameraPort::nextWakeUs() const
     int64_t wakeUs = const_cast<UsbfsNode&>(node_).queue().nextRetryUs();
     for (const Waiting& waiting : waiting_)
         wakeUs = std::min(wakeUs, waiting.deadlineUs);
-    return wakeUs;
+    return replug_ ? std::min(wakeUs, replug_->atUs) : wakeUs;
 }
 
 void CameraPort::handle(const Job& job)
@@ -166,10 +173,9 @@ void CameraPort::complete(Client* client, const Answer& answer)
 void CameraPort::handleRead(Client* client)
 {
     UMockdevIoctlData* buffer = umockdev_ioctl_client_get_arg(client);
-    const std::vector<uint8_t> descriptors = device_.descriptors();
     size_t& offset = readOffsets_[client];
-    const size_t count = std::min(descriptors.size() - offset, static_cast<size_t>(buffer->data_len));
-    std::copy_n(descriptors.begin() + static_cast<std::ptrdiff_t>(offset), count, buffer->data);
+    const size_t count = std::min(descriptors_.size() - offset, static_cast<size_t>(buffer->data_len));
+    std::copy_n(descriptors_.begin() + static_cast<std::ptrdiff_t>(offset), count, buffer->data);
     offset += count;
     complete(client, {static_cast<long>(count), 0});
 }
@@ -268,21 +274,20 @@ int CameraPort::submitUrb(Client* client, UMockdevIoctlData* record)
     urb->kind = isControl ? UrbKind::CONTROL : UrbKind::BULK;
     urb->endpoint = isControl ? 0 : host.endpoint;
     urb->shortIsError = host.flags & USBDEVFS_URB_SHORT_NOT_OK;
-    urb->continuation = host.flags & USBDEVFS_URB_BULK_CONTINUATION;
 
     constexpr size_t BUFFER = offsetof(usbdevfs_urb, buffer);
     const bool fetchAll = isControl ? length <= SETUP_LENGTH + UINT16_MAX : !urb->isIn();
     if (ObjectRef<UMockdevIoctlData> bytes = resolve(record, BUFFER, fetchAll ? length : 0)) {
         if (isControl)
             urb->setup = decodeSetup(bytes->data);
-        if (!allocate(*urb, isControl ? urb->setup.length : length))
+        if (!allocate(*urb, isControl ? urb->setup.length : length, memory_))
             return ENOMEM;
         if (urb->length > length - headerLength)
             return EINVAL;
         std::copy_n(bytes->data + headerLength, urb->length, urb->data.get());
     } else if (fetchAll && length > 0) {
         return EFAULT;
-    } else if (!allocate(*urb, length)) {
+    } else if (!allocate(*urb, length, memory_)) {
         return ENOMEM;
     }
     return node_.submit(fileOf(client), std::move(urb));
@@ -340,7 +345,7 @@ std::optional<CameraPort::Answer> CameraPort::submitSynchronous(Client* client, 
         timeoutMs = host.timeout;
         pointerOffset = offsetof(usbdevfs_bulktransfer, data);
     }
-    if (!allocate(*urb, length))
+    if (!allocate(*urb, length, memory_))
         return Answer{-1, ENOMEM};
     if (length > 0) {
         const auto bytes = resolve(record, pointerOffset, length);
@@ -392,6 +397,11 @@ std::optional<CameraPort::Answer> CameraPort::answerWaiting(Waiting& waiting)
 
 void CameraPort::settle()
 {
+    if (node_.queue().gone() && !unpluggedTold_) {
+        unpluggedTold_ = true;
+        replug_ = device_.replug();
+        events_.unplugged();
+    }
     for (auto waiting = waiting_.begin(); waiting != waiting_.end();) {
         const std::optional<Answer> answer = answerWaiting(*waiting);
         if (answer)
@@ -399,9 +409,9 @@ void CameraPort::settle()
         waiting = answer ? waiting_.erase(waiting) : waiting + 1;
     }
     updateGate();
-    if (node_.queue().gone() && !goneReported_) {
-        goneReported_ = true;
-        onGone_();
+    if (replug_ && clock_.nowUs() >= replug_->atUs) {
+        device_.plugIn();
+        events_.pluggedIn(std::exchange(replug_, std::nullopt)->samePort);
     }
 }
 

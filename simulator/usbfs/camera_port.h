@@ -11,9 +11,11 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "device/usb_device.h"
 #include "poll_gate.h"
+#include "usbfs_memory.h"
 #include "usbfs_node.h"
 
 // umockdev's types, named without its header so that only this room's sources need it.
@@ -29,10 +31,15 @@ class CameraPort {
 public:
     using Client = ::_UMockdevIoctlClient;  ///< one open file of a host program
 
-    /// @p device, @p clock and @p log must outlive the port. @p onGone is called once, in the port's thread, when the
-    /// device says that it is unplugged.
-    CameraPort(UsbDevice& device, const UsbLayout& layout, const Clock& clock, DeviceLog& log,
-               std::function<void()> onGone);
+    /// What the port has to tell, each once and in its own thread.
+    struct Events {
+        std::function<void()> unplugged;               ///< before any program gets to know it
+        std::function<void(bool samePort)> pluggedIn;  ///< the device is back; from then on it is not this port's
+    };
+
+    /// @p device, @p clock, @p log and @p memory must outlive the port.
+    CameraPort(UsbDevice& device, const UsbLayout& layout, const Clock& clock, DeviceLog& log, UsbfsMemory& memory,
+               Events events);
     ~CameraPort();
     CameraPort(const CameraPort&) = delete;
     CameraPort& operator=(const CameraPort&) = delete;
@@ -90,17 +97,20 @@ private:
     std::optional<Answer> answerWaiting(Waiting& waiting);
     Answer finishSynchronous(const Waiting& waiting, const Urb& urb);
 
-    /// Answers what waited and can be answered now, and opens or closes the gate.
+    /// Tells of unplugging and plugging in, answers what waited and can be answered now, opens or closes the gate.
     void settle();
     void updateGate();
     int64_t nextWakeUs() const;
 
     UsbDevice& device_;
     const Clock& clock_;
-    std::function<void()> onGone_;
+    const std::vector<uint8_t> descriptors_;
+    UsbfsMemory& memory_;
+    Events events_;
     UsbfsNode node_;
     PollGate gate_;
-    bool goneReported_ = false;
+    bool unpluggedTold_ = false;
+    std::optional<Replug> replug_;  ///< once the device is unplugged, until it is back
     std::deque<Waiting> waiting_;
     std::map<Client*, size_t> readOffsets_;
     uint64_t lastSynchronousOwner_ = 0;

@@ -9,6 +9,7 @@
 #include "ioctl_data.h"
 #include "preload.h"
 #include "sysfs_description.h"
+#include "usbfs_memory.h"
 
 #ifdef __SANITIZE_THREAD__
 /// The thread sanitizer does not see how GLib and umockdev, which it did not compile, synchronise their own threads.
@@ -99,73 +100,133 @@ void onLogMessage(const char* domain, GLogLevelFlags level, const char* message,
 }  // namespace
 
 struct MockBus::State {
+    explicit State(const Clock& busClock) : clock(busClock), testbed(makeTestbed()) {}
+
+    /// Plugs a device into a port of the root hub. @return an empty text, or what went wrong.
+    std::string plugIn(UsbDevice& device, DeviceLog& log, unsigned portNumber);
+
+    /// Makes the device node and serves it.
+    std::string serve(const UsbAddress& address, const PortRef& port);
+
+    CameraPort::Events eventsOf(UsbDevice& device, DeviceLog& log, const UsbAddress& address, const UsbLayout& layout);
+    void remove(const UsbAddress& address, const UsbLayout& layout);
+    std::string path(const std::string& below) const;
+
     const Clock& clock;
     ObjectRef<UMockdevTestbed> testbed;
-    std::mutex mutex;  ///< devices may be unplugged from several threads
+    UsbfsMemory memory;
+    std::mutex mutex;  ///< devices come and go in threads of their own; guards what follows and the testbed
+    bool closing = false;
+    unsigned lastDevice = 1;  ///< the root hub's
+    unsigned lastPort = 0;
     std::vector<PortRef> ports;
     std::vector<ObjectRef<UMockdevIoctlBase>> handlers;
 };
 
-MockBus::MockBus(const Clock& clock) : state_(new State{clock, makeTestbed(), {}, {}, {}})
+std::string MockBus::State::path(const std::string& below) const
 {
-    (void)g_log_set_handler(nullptr, G_LOG_LEVEL_CRITICAL, onLogMessage, nullptr);
+    char* root = umockdev_testbed_get_root_dir(testbed.get());
+    const std::string whole = root + below;
+    g_free(root);
+    return whole;
 }
 
-MockBus::~MockBus()
-{
-    for (const PortRef& port : state_->ports)
-        port->stop();
-}
-
-std::string MockBus::attach(UsbDevice& device, DeviceLog& log)
+std::string MockBus::State::plugIn(UsbDevice& device, DeviceLog& log, unsigned portNumber)
 {
     const std::vector<uint8_t> descriptors = device.descriptors();
     const std::optional<UsbLayout> layout = parseDescriptors(descriptors);
     if (!layout)
         return "the device has no valid descriptors";
-
-    UMockdevTestbed* testbed = state_->testbed.get();
-    UsbAddress address;
-    address.bus = BUS;
-    address.port = static_cast<unsigned>(state_->ports.size()) + 1;
-    address.device = address.port + 1;
-    std::string description = state_->ports.empty() ? describeRootHub(BUS) : "";
-    description += describeDevice(address, *layout, descriptors);
+    const UsbAddress address{BUS, portNumber, ++lastDevice};
     GError* error = nullptr;
-    if (!umockdev_testbed_add_from_string(testbed, description.c_str(), &error))
+    if (!umockdev_testbed_add_from_string(testbed.get(), describeDevice(address, *layout, descriptors).c_str(), &error))
         return takeMessage(error);
+    auto port =
+        std::make_shared<CameraPort>(device, *layout, clock, log, memory, eventsOf(device, log, address, *layout));
+    const std::string problem = serve(address, port);
+    if (problem.empty())
+        ports.push_back(std::move(port));
+    return problem;
+}
 
-    const std::string path = sysfsPath(address);
-    auto onGone = [this, path] {
-        std::lock_guard held(state_->mutex);
-        umockdev_testbed_uevent(state_->testbed.get(), path.c_str(), "remove");
-        umockdev_testbed_remove_device(state_->testbed.get(), path.c_str());
-    };
-    auto port = std::make_shared<CameraPort>(device, *layout, state_->clock, log, onGone);
+std::string MockBus::State::serve(const UsbAddress& address, const PortRef& port)
+{
     ObjectRef<UMockdevIoctlBase> handler(umockdev_ioctl_base_new());
     connectSignal(handler.get(), "client-connected", G_CALLBACK(onClient), port);
     connectSignal(handler.get(), "handle-ioctl", G_CALLBACK(onRequest), port);
     connectSignal(handler.get(), "handle-read", G_CALLBACK(onRead), port);
     connectSignal(handler.get(), "handle-write", G_CALLBACK(onWrite), port);
-
-    char* root = umockdev_testbed_get_root_dir(testbed);
-    const int failure = port->start(root + deviceNode(address));
-    g_free(root);
-    if (failure)
+    if (const int failure = port->start(path(deviceNode(address))))
         return std::string("cannot make the device node: ") + std::strerror(failure);
-    if (!umockdev_testbed_attach_ioctl(testbed, deviceNode(address).c_str(), handler.get(), &error))
+    GError* error = nullptr;
+    if (!umockdev_testbed_attach_ioctl(testbed.get(), deviceNode(address).c_str(), handler.get(), &error))
         return takeMessage(error);
-    state_->ports.push_back(std::move(port));
-    state_->handlers.push_back(std::move(handler));
+    handlers.push_back(std::move(handler));
     return "";
+}
+
+/// Takes a device out of sysfs and /dev, its interfaces first: umockdev leaves links to what is below a device behind.
+void MockBus::State::remove(const UsbAddress& address, const UsbLayout& layout)
+{
+    for (const AlternateSetting& setting : layout.settings)
+        if (setting.alternate == 0)
+            umockdev_testbed_remove_device(testbed.get(), interfacePath(address, layout, setting).c_str());
+    umockdev_testbed_uevent(testbed.get(), sysfsPath(address).c_str(), "remove");
+    umockdev_testbed_remove_device(testbed.get(), sysfsPath(address).c_str());
+}
+
+CameraPort::Events MockBus::State::eventsOf(UsbDevice& device, DeviceLog& log, const UsbAddress& address,
+                                            const UsbLayout& layout)
+{
+    const auto unplugged = [this, &log, address, layout] {
+        const std::lock_guard held(mutex);
+        remove(address, layout);
+        log.note("unplugged");
+    };
+    const auto pluggedIn = [this, &device, &log, port = address.port](bool samePort) {
+        const std::lock_guard held(mutex);
+        if (closing)
+            return;
+        const std::string problem = plugIn(device, log, samePort ? port : ++lastPort);
+        log.note(problem.empty() ? "plugged in again" : "cannot be plugged in again: " + problem);
+    };
+    return {unplugged, pluggedIn};
+}
+
+MockBus::MockBus(const Clock& clock, unsigned memoryMib) : state_(new State(clock))
+{
+    (void)g_log_set_handler(nullptr, G_LOG_LEVEL_CRITICAL, onLogMessage, nullptr);
+    // Without the file there is no limit.
+    (void)state_->memory.start(state_->path("/sys/module/usbcore/parameters/usbfs_memory_mb"), memoryMib);
+}
+
+MockBus::~MockBus()
+{
+    std::unique_lock held(state_->mutex);
+    state_->closing = true;
+    while (!state_->ports.empty()) {
+        const PortRef port = std::move(state_->ports.back());
+        state_->ports.pop_back();
+        held.unlock();  // its thread may be about to tell something
+        port->stop();
+        held.lock();
+    }
+}
+
+std::string MockBus::attach(UsbDevice& device, DeviceLog& log)
+{
+    const std::lock_guard held(state_->mutex);
+    GError* error = nullptr;
+    if (state_->lastPort == 0 &&
+        !umockdev_testbed_add_from_string(state_->testbed.get(), describeRootHub(BUS).c_str(), &error))
+        return takeMessage(error);
+    return state_->plugIn(device, log, ++state_->lastPort);
 }
 
 std::vector<std::string> MockBus::environment() const
 {
-    char* root = umockdev_testbed_get_root_dir(state_->testbed.get());
     std::vector<std::string> variables = preloadEnvironment();
-    variables.push_back(std::string("UMOCKDEV_DIR=") + root);
-    g_free(root);
+    variables.push_back("UMOCKDEV_DIR=" + state_->path(""));
     return variables;
 }
 

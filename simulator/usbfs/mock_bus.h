@@ -14,15 +14,20 @@ namespace vornsim {
 /// variables of environment().
 class MockBus {
 public:
-    /// Makes an empty bus. @p clock must outlive it.
-    explicit MockBus(const Clock& clock);
+    /// What a stock kernel sets aside for transfers under way.
+    static constexpr unsigned USUAL_MEMORY_MIB = 16;
+
+    /// Makes an empty bus on which all transfers under way may take up @p memoryMib MiB, 0 for no limit. @p clock must
+    /// outlive it.
+    explicit MockBus(const Clock& clock, unsigned memoryMib = USUAL_MEMORY_MIB);
 
     /// Ends all devices and removes the temporary files. Host programs must have ended.
     ~MockBus();
     MockBus(const MockBus&) = delete;
     MockBus& operator=(const MockBus&) = delete;
 
-    /// Plugs a device in, on the next free port. @p device and @p log must outlive the bus.
+    /// Plugs a device in, on the next free port. It may unplug itself and come back: then it has a new address, as on
+    /// any bus, and programs get to know of both. @p device and @p log must outlive the bus.
     /// @return an empty text, or what went wrong.
     std::string attach(UsbDevice& device, DeviceLog& log);
 

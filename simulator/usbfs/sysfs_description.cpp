@@ -72,8 +72,7 @@ std::string deviceLines(const UsbAddress& address, const UsbLayout& layout)
 
 std::string interfaceParagraph(const UsbAddress& address, const UsbLayout& layout, const AlternateSetting& setting)
 {
-    std::string lines = kernelPath(sysfsPath(address) + text("/%u-%u:%u.%u", address.bus, address.port,
-                                                             layout.configurationValue, setting.interface));
+    std::string lines = kernelPath(interfacePath(address, layout, setting));
     lines += "E: DEVTYPE=usb_interface\nE: SUBSYSTEM=usb\n";
     lines += text("E: PRODUCT=%x/%x/%x\n", layout.vendorId, layout.productId, layout.release);
     lines += text("E: INTERFACE=%u/%u/%u\n", setting.deviceClass, setting.subClass, setting.protocol);
@@ -91,6 +90,12 @@ std::string deviceNode(const UsbAddress& address)
 std::string sysfsPath(const UsbAddress& address)
 {
     return hubPath(address.bus) + text("/%u-%u", address.bus, address.port);
+}
+
+std::string interfacePath(const UsbAddress& address, const UsbLayout& layout, const AlternateSetting& setting)
+{
+    return sysfsPath(address) +
+           text("/%u-%u:%u.%u", address.bus, address.port, layout.configurationValue, setting.interface);
 }
 
 std::string describeDevice(const UsbAddress& address, const UsbLayout& layout, std::span<const uint8_t> descriptors)

@@ -22,6 +22,9 @@ std::string deviceNode(const UsbAddress& address);
 /// @return the path of the device in sysfs, "/sys/devices/pci0000:00/0000:00:14.0/usb1/1-1".
 std::string sysfsPath(const UsbAddress& address);
 
+/// @return the path of one of its interfaces in sysfs, "/sys/devices/pci0000:00/0000:00:14.0/usb1/1-1/1-1:1.0".
+std::string interfacePath(const UsbAddress& address, const UsbLayout& layout, const AlternateSetting& setting);
+
 /// Describes a high-speed device and its interfaces the way Linux shows them in sysfs and udev, in umockdev's text
 /// format: one paragraph for the device, one for each interface. @p descriptors is what sysfs shows in the file of the
 /// same name, and what @p layout was read from.

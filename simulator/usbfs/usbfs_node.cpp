@@ -30,13 +30,16 @@ int UsbfsNode::claim(uint64_t file, unsigned interface)
         return ENODEV;
     if (!layout_.find(interface, 0))
         return EINVAL;
-    auto [claimed, isNew] = claims_.try_emplace(interface, file);
-    if (!isNew && claimed->second != file) {
+    const auto claimed = claims_.find(interface);
+    const bool isNew = claimed == claims_.end();
+    if (isNew ? !device_.hostMay(HostAction::CLAIM, 0) : claimed->second != file) {
         log_.note("usbfs: interface " + std::to_string(interface) + " refused, another program has it");
         return EBUSY;
     }
-    if (isNew)
+    if (isNew) {
+        claims_.emplace(interface, file);
         log_.note("usbfs: interface " + std::to_string(interface) + " claimed");
+    }
     return 0;
 }
 

@@ -45,8 +45,8 @@ public:
     /// Resets the port: all transfers are taken back, configuration and alternate settings are restored.
     int reset();
 
-    /// Lets a transfer of @p file through to the queue, where it goes by the owner it names. EBUSY, ENODEV, ENOENT (no
-    /// such endpoint in the current alternate setting) or EREMOTEIO (continues a transfer that ended early).
+    /// Lets a transfer of @p file through to the queue, where it goes by the owner it names. EBUSY, ENODEV, ENOMEM or
+    /// ENOENT (no such endpoint in the current alternate setting).
     int submit(uint64_t file, std::unique_ptr<Urb> urb);
 
     /// The last reference to @p file is gone: its claims and transfers go with it.

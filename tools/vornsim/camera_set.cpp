@@ -1,10 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "camera_set.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <map>
+#include <utility>
+#include <variant>
 
+#include "device/faulty_device.h"
 #include "model_choice.h"
 #include "subcommand.h"
 
@@ -23,8 +28,9 @@ CameraOptions optionsOf(const CameraOptions& first, unsigned index)
 
 }  // namespace
 
-void addCameraOptions(CLI::App& app, CameraChoice& choice)
+void addCameraOptions(CLI::App& app, CameraChoice& choice, const std::string& examples)
 {
+    app.footer(examples + "\n\n" + FAULT_HELP);
     const std::map<std::string, SceneKind> scenes{{"sky", SceneKind::SKY}, {"ramp", SceneKind::RAMP}};
     app.add_option("--camera", choice.cameras, "A model to plug in, such as \"Vorn K12\" or K12; may be repeated")
         ->type_name("MODEL")
@@ -40,6 +46,10 @@ void addCameraOptions(CLI::App& app, CameraChoice& choice)
         ->default_str("sky");
     app.add_option("--ambient", choice.options.ambientCelsius, "Temperature around the cameras in degrees Celsius")
         ->capture_default_str();
+    app.add_option("--fault", choice.faults, "Something to go wrong, as explained below; may be repeated")
+        ->type_name("WHEN,WHAT")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     app.add_option("--log", choice.logPath, "Write what the cameras do to this file, - for standard error");
 }
 
@@ -52,6 +62,8 @@ int CameraSet::make(const CameraChoice& choice)
     for (const std::string& name : choice.cameras)
         if (!findModel(name))
             return fail(EXIT_USAGE, unknownModelMessage(name));
+    if (const int exitStatus = readFaults(choice))
+        return exitStatus;
     logPath_ = choice.logPath;
     if (!logPath_.empty())
         if (int error = logFile_.open(logPath_))
@@ -61,11 +73,38 @@ int CameraSet::make(const CameraChoice& choice)
         const ModelInfo& model = *findModel(name);
         const auto index = static_cast<unsigned>(cameras_.size());
         logs_.push_back(std::make_unique<CameraLog>(index + 1, model.name, logFile_));
-        cameras_.push_back(makeCamera(model, optionsOf(choice.options, index), clock_, *logs_.back()));
+        cameras_.push_back(makeOne(model, optionsOf(choice.options, index), index));
         if (!cameras_.back())
             return fail(EXIT_OWN_FAILURE, std::string(model.name) + " cannot be simulated");
     }
     return 0;
+}
+
+int CameraSet::readFaults(const CameraChoice& choice)
+{
+    for (const std::string& text : choice.faults) {
+        const auto parsed = parseFault(text);
+        if (const auto* problem = std::get_if<std::string>(&parsed))
+            return fail(EXIT_USAGE, "--fault " + text + ": " + *problem);
+        faults_.push_back(std::get<FaultRule>(parsed));
+        if (faults_.back().camera > choice.cameras.size())
+            return fail(EXIT_USAGE, "--fault " + text + ": there are only " + std::to_string(choice.cameras.size()) +
+                                        " cameras; plug in another one with --camera");
+    }
+    return 0;
+}
+
+std::unique_ptr<UsbDevice> CameraSet::makeOne(const ModelInfo& model, const CameraOptions& options, unsigned index)
+{
+    const auto make = [&clock = clock_, &log = *logs_[index], &model, options] {
+        return makeCamera(model, options, clock, log);
+    };
+    std::vector<FaultRule> rules;
+    std::copy_if(faults_.begin(), faults_.end(), std::back_inserter(rules),
+                 [&](const FaultRule& rule) { return rule.camera == index + 1; });
+    if (rules.empty())
+        return make();
+    return std::make_unique<FaultyDevice>(make, rules, clock_, *logs_[index]);
 }
 
 void CameraSet::reportComplaints() const

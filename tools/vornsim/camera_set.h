@@ -8,6 +8,7 @@
 
 #include "camera_log.h"
 #include "device/camera_catalogue.h"
+#include "device/fault_rule.h"
 #include "device/usb_device.h"
 
 namespace vornsim {
@@ -18,10 +19,12 @@ struct CameraChoice {
     bool noCamera = false;             ///< asked for in so many words
     CameraOptions options;             ///< of the first camera; the others get the following seeds and serial numbers
     std::string logPath;               ///< empty: no log
+    std::vector<std::string> faults;   ///< as parseFault() reads them
 };
 
-/// Declares the options that fill @p choice, which must outlive the parsing.
-void addCameraOptions(CLI::App& app, CameraChoice& choice);
+/// Declares the options that fill @p choice, which must outlive the parsing, and explains them below the
+/// subcommand's own @p examples.
+void addCameraOptions(CLI::App& app, CameraChoice& choice, const std::string& examples);
 
 /// The simulated cameras of a run with their logs.
 class CameraSet {
@@ -40,9 +43,14 @@ public:
     void reportComplaints() const;
 
 private:
+    /// Reads what shall go wrong.
+    int readFaults(const CameraChoice& choice);
+    std::unique_ptr<UsbDevice> makeOne(const ModelInfo& model, const CameraOptions& options, unsigned index);
+
     const Clock& clock_;
     std::string logPath_;
     LogFile logFile_;
+    std::vector<FaultRule> faults_;
     std::vector<std::unique_ptr<CameraLog>> logs_;
     std::vector<std::unique_ptr<UsbDevice>> cameras_;
 };

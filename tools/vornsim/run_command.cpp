@@ -17,6 +17,7 @@ constexpr const char* EXAMPLES = R"(Examples:
   vornsim run --camera "Vorn K12" -- vornctl list
   vornsim run --camera K12 --camera K12 --log cameras.log -- vornctl expose -t 10 -o sky.fits
   vornsim run --camera K12 --scene ramp -- gdb --args ./my-imaging-program
+  vornsim run --camera K12 --fault exposure=1,transfer=3,error=NO_DEVICE -- vornctl expose -t 10
 
 The program is not changed in any way: it uses the system's libusb-1.0 and sees the simulated cameras instead of the
 machine's USB devices. vornsim ends with the program's exit status, or 128 + the signal that ended it.)";
@@ -30,7 +31,7 @@ int startFailure(const std::string& program, int error)
                 reason + std::strerror(error));
 }
 
-int run(const CameraChoice& choice, const CommandLine& line)
+int run(const CameraChoice& choice, unsigned memoryMib, const CommandLine& line)
 {
     if (line.program.empty())
         return fail(EXIT_USAGE,
@@ -47,7 +48,7 @@ int run(const CameraChoice& choice, const CommandLine& line)
         return exitStatus;
     ChildResult result;
     {
-        MockBus bus(clock);
+        MockBus bus(clock, memoryMib);
         for (size_t i = 0; i < cameras.size(); ++i) {
             const std::string problem = bus.attach(cameras.camera(i), cameras.log(i));
             if (!problem.empty())
@@ -69,10 +70,14 @@ Subcommand addRunCommand(CLI::App& app)
 {
     CLI::App* options =
         app.add_subcommand("run", "Run a program with simulated cameras: vornsim run ... -- PROGRAM ARGS");
-    options->footer(EXAMPLES);
     const auto choice = std::make_shared<CameraChoice>();
-    addCameraOptions(*options, *choice);
-    return {options, [choice](const CommandLine& line) { return run(*choice, line); }};
+    addCameraOptions(*options, *choice, EXAMPLES);
+    const auto memoryMib = std::make_shared<unsigned>(MockBus::USUAL_MEMORY_MIB);
+    options
+        ->add_option("--usbfs-memory-mb", *memoryMib,
+                     "MiB that all USB transfers under way may take up, 0 for any number")
+        ->capture_default_str();
+    return {options, [choice, memoryMib](const CommandLine& line) { return run(*choice, *memoryMib, line); }};
 }
 
 }  // namespace vornsim
