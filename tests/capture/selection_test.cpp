@@ -1,24 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <iterator>
-
 #include "capture/camera_list.h"
 #include "capture/open_diagnosis.h"
-#include "fake_camera.h"
+#include "simulated_session.h"
 
 namespace {
 
 using namespace capturetest;
 using namespace vorncapture;
-
-std::vector<CameraHandle> makeFakes(const std::vector<std::shared_ptr<FakeState>>& states)
-{
-    std::vector<CameraHandle> handles;
-    std::transform(states.begin(), states.end(), std::back_inserter(handles), makeFake);
-    return handles;
-}
 
 TEST(SelectCamera, FindsItByIndexModelOrSerialNumber)
 {
@@ -32,8 +22,8 @@ TEST(SelectCamera, FindsItByIndexModelOrSerialNumber)
         {"0", 0, NONE},
         {"2", 2, NONE},
         {"index:3", -1, ErrorKind::NO_SUCH_CAMERA},
-        {"Vorn K99", 1, NONE},
-        {" vorn  k99", 1, NONE},
+        {"Vorn K16", 1, NONE},
+        {" vorn  k16", 1, NONE},
         {"k12", -1, ErrorKind::BAD_REQUEST},  // two of them
         {"", -1, ErrorKind::BAD_REQUEST},     // three to choose from
         {"1002", 2, NONE},
@@ -43,15 +33,16 @@ TEST(SelectCamera, FindsItByIndexModelOrSerialNumber)
     };
     for (const Row& row : ROWS) {
         SCOPED_TRACE(row.text);
-        const std::vector states = {makeState(STANDARD), makeState(ADVANCED), makeState(STANDARD)};
-        states[0]->serialNumber = 7;
-        states[2]->serialNumber = 1002;
+        Camera cameras[] = {Camera("K12", 7), Camera("K16"), Camera("K12", 1002)};
+        std::vector<CameraHandle> handles;
+        for (Camera& camera : cameras)
+            handles.push_back(camera.handle());
         const auto selector = CameraSelector::parse(row.text);
         const Result<std::unique_ptr<Session>> session =
-            selector.ok() ? openSelected(makeFakes(states), selector.value()) : selector.error();
+            selector.ok() ? openSelected(std::move(handles), selector.value()) : selector.error();
         ASSERT_EQ(session.ok(), row.found >= 0);
-        for (size_t i = 0; i < states.size(); ++i)
-            EXPECT_EQ(states[i]->open, static_cast<int>(i) == row.found);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_EQ(cameras[i].device.openCount, i == row.found ? 1 : 0);
         EXPECT_EQ(session.ok() ? NONE : session.error().kind, row.kind);
     }
 }

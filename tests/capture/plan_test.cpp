@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "capture/exposure_plan.h"
+#include "capture/exposure_time.h"
+#include "simulated_session.h"
+
+namespace {
+
+using namespace capturetest;
+using namespace vorncapture;
+
+TEST(Plan, RefusesBeforeTheCameraIsTouched)
+{
+    constexpr double NAN_SECONDS = std::numeric_limits<double>::quiet_NaN();
+    constexpr unsigned int HUGE_COUNT = 0xFFFFFFFF;
+    const struct {
+        const char* model;
+        ExposureRequest request;
+        const char* text;  ///< part of what is said
+    } rows[] = {
+        {"K12", {.seconds = NAN_SECONDS}, "exposure time"},
+        {"K12", {.seconds = 172800.0}, "longer than a day"},
+        {"XRM", {.seconds = 0.6}, "up to 0.5 s"},
+        {"K12", {.seconds = 1.0, .binY = 5}, "largest, 4x4"},
+        {"K12", {.seconds = 1.0, .region = Region{0, 0, 0, 4}}, "empty"},
+        {"K12", {.seconds = 1.0, .region = Region{55, 0, 10, 5}}, "64 x 48"},
+        {"K12", {.seconds = 1.0, .region = Region{0, 44, 5, 5}}, "64 x 48"},
+        {"K12", {.seconds = 1.0, .region = Region{HUGE_COUNT, 0, 2, 2}}, "64 x 48"},
+        {"K12", {.seconds = 1.0, .region = Region{0, 0, 3, 3}, .binX = 4}, "smaller"},
+        {"K01", {.seconds = 1.0, .preview = true}, "preview"},
+        {"K12", {.seconds = 1.0, .eightBit = true}, "8-bit"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        const CameraSession session(row.model);
+        const int calls = session.camera->device.callCount;
+        const auto frame = session->expose(row.request);
+        ASSERT_FALSE(frame.ok());
+        EXPECT_EQ(frame.error().kind, ErrorKind::BAD_REQUEST);
+        EXPECT_NE(frame.error().text.find(row.text), std::string::npos) << frame.error().text;
+        EXPECT_EQ(frame.error().text.find('\n'), std::string::npos);
+        EXPECT_EQ(session.camera->device.callCount, calls);
+    }
+}
+
+TEST(Plan, ReadsAHighSensorAsFarDownAsTheDriverGoes)
+{
+    CameraInfo camera = CameraSession("K12")->info();
+    camera.caps.pixelCountX = 40;
+    camera.caps.pixelCountY = 60;
+    EXPECT_TRUE(planExposure(camera, {.seconds = 1.0, .region = Region{0, 0, 40, 40}}).ok());
+    const auto refused = planExposure(camera, {.seconds = 1.0, .region = Region{0, 30, 40, 11}});
+    ASSERT_FALSE(refused.ok());
+    EXPECT_NE(refused.error().text.find("rows from 40"), std::string::npos);
+    camera.caps.pixelCountX = camera.caps.pixelCountY = 0xFFFF9000;  // for which no memory is to be taken
+    EXPECT_FALSE(planExposure(camera, {.seconds = 1.0}).ok());
+}
+
+TEST(ShortExposure, IsWhatTheCameraMakesOfIt)
+{
+    constexpr struct {
+        CAMERA_TYPE family;
+        double asked, made;
+    } ROWS[] = {{QUICKER, 0.1, 292 * 1024 / 3e6},
+                {QUICKER, 0.0, 1024 / 3e6},
+                {QUICKER, 2.0, 4095 * 1024 / 3e6},
+                {STANDARD, 0.0123456, 0.012346},
+                {ADVANCED, 0.0504, 0.05},
+                {STANDARD, 1.2346, 1.235},
+                {ADVANCED, 10.0, 3.0},
+                {CLASSIC, 0.0094, 0.009},
+                {CLASSIC, 0.0096, 0.01},
+                {CLASSIC, 0.504, 0.5},
+                {CLASSIC, 5.0, 2.46},
+                {IIDC, 0.25, 0.25}};
+    for (const auto& row : ROWS)
+        EXPECT_NEAR(shortExposureMade(row.family, row.asked), row.made, 1e-9)
+            << familyName(row.family) << " " << row.asked;
+}
+
+}  // namespace
