@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "family_steps.h"
 #include "opened_camera.h"
 #include "trace_capture.h"
 
@@ -11,34 +12,21 @@ namespace {
 using vorntest::OpenedCamera;
 using vorntest::Steps;
 
-TEST(StartExposure, StandardSendsItsCommandsUpToTheFirstFailure)
+TEST(StartExposureAdvanced, GivesUpAtTheFourHundredAndFirstPing)
 {
-    struct {
-        bool hasShutter;
-        bool dark;
-        const char* shutter;  ///< null when the shutter is not touched
-    } const CASES[] = {
-        {false, true, nullptr}, {true, false, "09 00 01 00"}, {true, true, "09 00 00 00"},  // stays closed
-    };
-    for (const auto& row : CASES) {
-        SCOPED_TRACE(testing::Message() << "shutter " << row.hasShutter << ", dark " << row.dark);
-        Steps whole;
-        whole.command("02 00 00 00").command("04 00").command("05 00");
-        if (row.shutter != nullptr)
-            whole.pause(500000).command(row.shutter);
-        forEachFailure(whole, [&](const Steps& steps, bool ok) {
-            OpenedCamera standard;
-            standard.camera.hasShutter = row.hasShutter;
-            standard.camera.darkFrameMode = row.dark;
-            standard.camera.exposureStarted = !ok;
-            standard.camera.imageReady = true;
-            standard.usb.append(steps);
-            EXPECT_EQ(standard.camera.startExposure(true), ok);
-            EXPECT_EQ(standard.camera.exposureStarted, ok);
-            EXPECT_FALSE(standard.camera.imageReady);
-            EXPECT_TRUE(standard.camera.ampRequested);
-            standard.expectSettled(ok ? "No error" : "Failed to start exposure");
-        });
+    for (const bool answers : {true, false}) {
+        OpenedCamera advanced(ADVANCED);
+        vorntest::advancedCommand(vorntest::advancedCommand(advanced.usb, "02 00 00"), "04");
+        for (int failed = 0; failed < 400; failed++)
+            vorntest::advancedPing(advanced.usb, "00 00", "00 00").pause(25000);
+        if (answers)
+            vorntest::advancedCommand(vorntest::advancedPing(advanced.usb), "05");
+        else
+            vorntest::advancedPing(advanced.usb, "00 00", "00 00");
+        vorntest::TraceCapture trace;
+        EXPECT_EQ(advanced.camera.startExposure(false), answers);
+        EXPECT_EQ(trace.has("    Waited too long for ping"), !answers);
+        advanced.expectSettled(answers ? "No error" : "Failed to start exposure");
     }
 }
 

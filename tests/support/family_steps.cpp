@@ -38,15 +38,40 @@ Steps& exchange(Steps& usb, const std::string& sent, const std::string& received
     return usb.in(0x86, static_cast<int>(length) + 4, "EE " + received + " EE EE EE", place);
 }
 
-/// A waveform table and its acknowledgement.
-Steps& loadTable(Steps& usb, const std::string& table, Place place)
+}  // namespace
+
+const char* const GPIF_MODE_1 =
+    "81 EE 00 E0 00 00 07 4E 00 00 00 00 00 00 00 00 01 01 01 01 01 01 01 07 00 00 00 00 00 00 00 00 "
+    "07 07 07 07 07 07 07 07 00 00 00 00 00 00 00 3F 01 01 01 01 01 01 01 07 00 00 00 00 00 00 00 00 "
+    "07 07 07 07 07 07 07 07 00 00 00 00 00 00 00 3F 01 01 01 3B 01 01 01 07 00 00 00 03 02 02 02 00 "
+    "07 03 01 07 07 07 07 07 00 00 00 2D 00 00 00 3F 01 39 01 01 01 01 01 07 00 03 02 02 02 02 02 00 "
+    "07 07 07 07 07 07 07 07 00 2D 00 00 00 00 00 3F 00 00 00 00 00 00 00 00 00 00 83 00 13 11 00 24 "
+    "03 02 01 81 09 17 16 00 24 03 02 01";
+const char* const PAR_INIT =
+    "01 E2 FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 0E 01 01 3F 01 01 00 07 01 00 00 03 00 00 01 00 "
+    "FB F9 FB FB FB FB FB FB 00 00 00 80 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
+    "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 0E 01 01 3F 01 01 00 07 01 00 00 03 00 00 01 00 "
+    "FB F9 FB FB FB FB FB FB 00 00 00 80 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
+    "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 00 00 00 00 00 00 00 00";
+const char* const PAR_INIT_Q_SLOW =
+    "01 E2 FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 "
+    "FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
+    "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 "
+    "FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
+    "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 00 00 00 00 00 00 00 00";
+const char* const GPIF_MODE_9 =
+    "01 EE FF 80 00 00 FF E4 11 01 02 00 04 00 00 00 01 0A 01 3B 01 01 01 07 00 01 02 01 00 00 10 00 "
+    "FC FC FD FD FD FD FD FF 00 00 12 00 00 2D 12 3F 01 0A 01 3B 01 01 01 07 02 03 02 05 00 00 00 00 "
+    "FE FE FF FF FF FF FF FF 09 00 00 00 00 2D 36 3F 0E 03 01 3F 01 01 36 07 01 00 02 01 00 00 11 00 "
+    "FF FE FE FE FF FF FF FF 00 09 12 12 00 2D 12 3F 08 03 01 3F 01 01 01 07 01 02 00 01 00 00 00 00 "
+    "FF FD FF FF FF FF FF FF 09 09 12 12 00 2D 36 3F 00 00 00 00 00 00 00 00";
+
+Steps& loadTable(Steps& usb, const char* table, Place place)
 {
     const std::string length = hexByte(parseHex(table).size());
     usb.out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 " + length + " 00 00 00 " + table, place);
     return usb.in(0x86, 4, "00 00 00 00", place);
 }
-
-}  // namespace
 
 std::string zeros(size_t count)
 {
@@ -129,45 +154,6 @@ Steps& writeRegister(Steps& usb, unsigned offset, const std::string& hex, Place 
 Steps& readRegister(Steps& usb, unsigned offset, const std::string& hex, Place place)
 {
     return usb.controlIn(0x7F, offset, 0xF0F0, 4, hex, place);
-}
-
-Steps& loadGpifMode1(Steps& usb, Place place)
-{
-    return loadTable(usb,
-                     "81 EE 00 E0 00 00 07 4E 00 00 00 00 00 00 00 00 01 01 01 01 01 01 01 07 00 00 00 00 00 00 00 00 "
-                     "07 07 07 07 07 07 07 07 00 00 00 00 00 00 00 3F 01 01 01 01 01 01 01 07 00 00 00 00 00 00 00 00 "
-                     "07 07 07 07 07 07 07 07 00 00 00 00 00 00 00 3F 01 01 01 3B 01 01 01 07 00 00 00 03 02 02 02 00 "
-                     "07 03 01 07 07 07 07 07 00 00 00 2D 00 00 00 3F 01 39 01 01 01 01 01 07 00 03 02 02 02 02 02 00 "
-                     "07 07 07 07 07 07 07 07 00 2D 00 00 00 00 00 3F 00 00 00 00 00 00 00 00 00 00 83 00 13 11 00 24 "
-                     "03 02 01 81 09 17 16 00 24 03 02 01",
-                     place);
-}
-
-Steps& loadParInitData(Steps& usb, Place place)
-{
-    return loadTable(usb,
-                     "01 E2 FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 0E 01 01 3F 01 01 00 07 01 00 00 03 00 00 01 00 "
-                     "FB F9 FB FB FB FB FB FB 00 00 00 80 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
-                     "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 0E 01 01 3F 01 01 00 07 01 00 00 03 00 00 01 00 "
-                     "FB F9 FB FB FB FB FB FB 00 00 00 80 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
-                     "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 00 00 00 00 00 00 00 00",
-                     place);
-}
-
-Steps& loadParInitQSlowData(Steps& usb, Place place)
-{
-    return loadTable(usb,
-                     "01 E2 FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 "
-                     "FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
-                     "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 0E 01 3F 01 01 01 00 07 01 00 03 00 00 00 01 00 "
-                     "FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F 08 01 01 3F 01 01 01 07 03 02 02 05 00 00 00 00 "
-                     "FF FD FD FF FF FF FF FB 09 00 00 80 00 00 00 3F 00 00 00 00 00 00 00 00",
-                     place);
-}
-
-Steps& claimDevice(Steps& usb, Place place)
-{
-    return usb.open(place).driverActive(false, place).claim(place).altSetting(1, place);
 }
 
 Steps& bridgeSetUp(Steps& usb, Place place)

@@ -38,13 +38,14 @@ Steps& lineSetUp(Steps& usb, const std::string& state, Place place = Place::here
 Steps& writeRegister(Steps& usb, unsigned offset, const std::string& hex, Place place = Place::here());
 Steps& readRegister(Steps& usb, unsigned offset, const std::string& hex, Place place = Place::here());
 
-/// Waveform tables as they are loaded.
-Steps& loadGpifMode1(Steps& usb, Place place = Place::here());
-Steps& loadParInitData(Steps& usb, Place place = Place::here());
-Steps& loadParInitQSlowData(Steps& usb, Place place = Place::here());
+/// A waveform table as it is loaded, and its acknowledgement.
+Steps& loadTable(Steps& usb, const char* table, Place place = Place::here());
+extern const char* const GPIF_MODE_1;
+extern const char* const GPIF_MODE_9;
+extern const char* const PAR_INIT;
+extern const char* const PAR_INIT_Q_SLOW;
 
-/// From libusb_open to the alternate setting, and the bridge's timeouts and ports after the firmware.
-Steps& claimDevice(Steps& usb, Place place = Place::here());
+/// The bridge's timeouts and ports after the firmware.
 Steps& bridgeSetUp(Steps& usb, Place place = Place::here());
 /// A text streamed one character a 16-bit word, NUL at the end.
 Steps& streamedText(Steps& usb, const std::string& text, Place place = Place::here());

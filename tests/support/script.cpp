@@ -273,9 +273,9 @@ Steps& Steps::firmwareUpload(Place place)
     return controlOut(0xA0, 0xE600, 0, "00", place);
 }
 
-Steps& Steps::emptyFlush(Place place)
+Steps& Steps::emptyFlush(unsigned length, Place place)
 {
-    timeout(100).parIn(1, "", place).fails(LIBUSB_ERROR_TIMEOUT);
+    timeout(100).parIn(length, "", place).fails(LIBUSB_ERROR_TIMEOUT);
     return timeout(30000);
 }
 

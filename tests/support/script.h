@@ -114,8 +114,8 @@ public:
     Steps& eepRead(unsigned address, unsigned length, const std::string& hex, Place place = Place::here());
     /// The whole upload of the exported firmware table: 768 control transfers.
     Steps& firmwareUpload(Place place = Place::here());
-    /// The parallel channel drained when it is empty: one read that ends in a timeout after 100 ms.
-    Steps& emptyFlush(Place place = Place::here());
+    /// The parallel channel drained when it is empty: one read of @p length bytes that ends in a timeout after 100 ms.
+    Steps& emptyFlush(unsigned length = 1, Place place = Place::here());
 
     // ---- marks for sweeps: what a failure of the steps written from here on means -----------------------------------
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
-#include "conversation_parts.h"
 #include "family_steps.h"
+#include "opening.h"
 #include "trace_capture.h"
 
 namespace {
@@ -11,8 +11,6 @@ using vorntest::classicCommand;
 using vorntest::OpenedCamera;
 using vorntest::Steps;
 using vorntest::TraceCapture;
-
-const char* const FAILED = "Failed to initialize device";
 
 constexpr long RETRY_PAUSE_US = 5000000;
 
@@ -26,44 +24,32 @@ struct ClassicOpen {
     std::string temperature = "02 EE 34 EE 08 EE";  ///< not asked for when empty
     std::string coolerDetails = "08 EE 64 EE 0A EE";
 
-    Parts parts() const;
+    Steps steps() const;
 };
 
-/// A failed connection check: closed, and the next try finds the camera gone.
-void writeLastTry(Steps& usb)
+Steps ClassicOpen::steps() const
 {
-    usb.close().pause(RETRY_PAUSE_US).open().fails(LIBUSB_ERROR_NO_DEVICE);
-}
+    // a failed connection check: closed, and the next try finds the camera gone
+    const char* const gone = "Failed to open device";
+    const Steps lastTry = Steps().close().pause(RETRY_PAUSE_US).open().fails(LIBUSB_ERROR_NO_DEVICE);
+    Steps usb = bridgeOpening(CLASSIC, "28 DF", lastTry, gone);
+    usb.ends(lastTry, gone).out(0x04, "0C ?? 00 01 64 00 ...").out(0x04, "0C ?? 00 00 E8 03 ...");
+    vorntest::loadTable(usb, vorntest::GPIF_MODE_1);
+    vorntest::loadTable(usb, vorntest::PAR_INIT);
+    classicCommand(usb.untried(), "11 64").pause(50000).parIn(2, "64 00");
 
-Parts ClassicOpen::parts() const
-{
-    const Steps closing = Steps().close();
-    Steps lastTry;
-    writeLastTry(lastTry);
-    Parts parts = bridgeParts(CLASSIC, "28 DF", lastTry, "Failed to open device");
-
-    Part check{.afterwards = lastTry, .error = "Failed to open device"};
-    check.steps.out(0x04, "0C ?? 00 01 64 00 ...").out(0x04, "0C ?? 00 00 E8 03 ...");
-    vorntest::loadGpifMode1(check.steps);
-    vorntest::loadParInitData(check.steps);
-    Part ping = part(Part::UNTRIED);
-    classicCommand(ping.steps, "11 64").pause(50000).parIn(2, "64 00");
-
-    Part stream = {.afterwards = closing, .error = FAILED};
-    classicCommand(stream.steps, "0A").parIn(4, version);
-    vorntest::streamedText(stream.steps, "Vorn K30");
-    vorntest::streamedText(stream.steps, "Vorn");
-    stream.steps.parIn(4, flags).parIn(4, pixelCountX).parIn(4, pixelCountY);
-    stream.steps.parIn(4, "02 00 03 00").parIn(4, "A3 00 02 00");                          // 7.70 x 6.75
-    stream.steps.parIn(4, "03 00 00 00").parIn(4, "04 EE 01 EE").parIn(4, "50 EE C3 EE");  // 3 x 260, 50000
-    classicCommand(stream.steps, "2C").pause(10000).parIn(2, "00 49").pause(10000).parIn(2, "49 00");
-    classicCommand(stream.steps, "36").parIn(2, temperatureDetails);
+    classicCommand(usb.ends(Steps().close(), NOT_INITIALIZED), "0A").parIn(4, version);
+    vorntest::streamedText(usb, "Vorn K30");
+    vorntest::streamedText(usb, "Vorn");
+    usb.parIn(4, flags).parIn(4, pixelCountX).parIn(4, pixelCountY);
+    usb.parIn(4, "02 00 03 00").parIn(4, "A3 00 02 00");                          // 7.70 x 6.75
+    usb.parIn(4, "03 00 00 00").parIn(4, "04 EE 01 EE").parIn(4, "50 EE C3 EE");  // 3 x 260, 50000
+    classicCommand(usb, "2C").pause(10000).parIn(2, "00 49").pause(10000).parIn(2, "49 00");
+    classicCommand(usb, "36").parIn(2, temperatureDetails);
     if (!temperature.empty())
-        classicCommand(stream.steps, "37 01 00").pause(100000).parIn(6, temperature);
-    classicCommand(stream.steps, "34").parIn(6, coolerDetails);
-    stream.steps.eepRead(5, 2, "34 12").eepRead(8, 2, "01 00");
-    parts.insert(parts.end(), {check, ping, stream});  // no timeouts at the end
-    return parts;
+        classicCommand(usb, "37 01 00").pause(100000).parIn(6, temperature);
+    classicCommand(usb, "34").parIn(6, coolerDetails);
+    return usb.eepRead(5, 2, "34 12").eepRead(8, 2, "01 00");  // no timeouts at the end
 }
 
 TEST(OpenClassic, HoldsTheWholeConversationAndDescribesTheCamera)
@@ -72,8 +58,8 @@ TEST(OpenClassic, HoldsTheWholeConversationAndDescribesTheCamera)
     const std::string described =
         "version 2.5, 999 x 799 of 7.70 x 6.75 um, binning 3 x 260, sensors 1 of type 2, cooler 3 from 10 to 100, "
         "colour 2 at 0 1, lines 0, serial 70196, clear 300000, precharge 0:.";
-    expectOpens(CLASSIC, ClassicOpen().parts(), {described});
-    expectEachFailureOfOpen(CLASSIC, ClassicOpen().parts());
+    expectOpens(CLASSIC, ClassicOpen().steps(), {described});
+    expectEachFailureOfOpen(CLASSIC, ClassicOpen().steps());
 }
 
 TEST(OpenClassic, TakesWhatTheCameraSays)
@@ -94,15 +80,14 @@ TEST(OpenClassic, TakesWhatTheCameraSays)
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.label);
-        expectOpens(CLASSIC, row.answers.parts(), {row.described});
+        expectOpens(CLASSIC, row.answers.steps(), {row.described});
     }
 }
 
 TEST(OpenClassic, AFailureKeepsWhatWasFilledBefore)
 {
-    Parts parts = ClassicOpen().parts();
-    parts.back().steps.fails(LIBUSB_ERROR_TIMEOUT).close();  // the second half of the serial number
-    ClosedCamera closed(CLASSIC, parts);
+    // the second half of the serial number
+    ClosedCamera closed(CLASSIC, ClassicOpen().steps().fails(LIBUSB_ERROR_TIMEOUT).close());
     EXPECT_FALSE(closed.camera.open());
     EXPECT_TRUE(closed.usb.done());
     expectDescribed(closed.camera, "version 2.5, 999 x 799 of");
@@ -111,12 +96,12 @@ TEST(OpenClassic, AFailureKeepsWhatWasFilledBefore)
 
 TEST(OpenClassic, KeepsTheModesOfTheTimeBefore)
 {
-    ClosedCamera closed(CLASSIC, ClassicOpen().parts());
+    ClosedCamera closed(CLASSIC, ClassicOpen().steps());
     EXPECT_TRUE(closed.camera.open());
     EXPECT_TRUE(closed.camera.setPreviewMode(true));
     closed.usb.close();
     closed.camera.close();
-    append(closed.usb, ClassicOpen().parts());
+    closed.usb.append(ClassicOpen().steps());
     EXPECT_TRUE(closed.camera.open());
     EXPECT_TRUE(closed.usb.done());
     EXPECT_TRUE(closed.camera.previewMode);
@@ -141,12 +126,9 @@ TEST(PingClassic, WantsTheSameNumberBackWithinTenTries)
 
 TEST(OpenClassic, TriesAgainAfterFiveSecondsUntilTheCameraAnswers)
 {
-    Parts parts = ClassicOpen().parts();
-    Parts refused(parts.begin(), parts.begin() + 9);  // up to the ping
-    refused.back().steps.cut(1).fails().close().pause(RETRY_PAUSE_US);
-    ClosedCamera closed(CLASSIC, refused);
-    append(closed.usb, refused);
-    append(closed.usb, parts);
+    Steps refused = ClassicOpen().steps().cutBefore("0C ?? 00 01 64");
+    refused.out(0x04, "0C ?? 00 01 64 00 ...").fails().close().pause(RETRY_PAUSE_US);
+    ClosedCamera closed(CLASSIC, Steps().append(refused).append(refused).append(ClassicOpen().steps()));
     TraceCapture trace;
     EXPECT_TRUE(closed.camera.open());
     EXPECT_TRUE(closed.usb.done());
@@ -187,7 +169,7 @@ TEST(OpenClassic, GoesOnTryingOnAFlatStackUntilTheCameraIsGone)
 
 TEST(OpenClassic, TracesItsDescription)
 {
-    EXPECT_EQ(tracedOpening(CLASSIC, ClassicOpen{.flags = "5F 00 00 00"}.parts()),
+    EXPECT_EQ(tracedOpening(CLASSIC, ClassicOpen{.flags = "5F 00 00 00"}.steps()),
               "    pid = df28\n     ping -> 100\n     ping <- 100\n"
               "    version: 2.5\n    model: Vorn K30\n    manufacturer: Vorn\n"
               "    flags: 0x5f  FIFO INTERLACED EXT_TRIGGER PREVIEW SUBSAMPLE OVERLAP\n    pixel count: 999 x 799\n"

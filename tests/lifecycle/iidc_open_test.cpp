@@ -1,32 +1,21 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
-#include "conversation_parts.h"
 #include "family_steps.h"
+#include "opening.h"
 
 namespace {
 
 using vorntest::OpenedCamera;
-
-const char* const FAILED = "Failed to initialize device";
+using vorntest::Steps;
 
 /// @p readBack adds what is read for the trace alone.
-Parts iidcParts(bool readBack)
+Steps iidcOpening(bool readBack)
 {
-    Part opening = {.error = "Failed to open device"};
-    opening.steps.open();
-    Part claiming = {.error = FAILED};
-    claiming.steps.driverActive(false).claim();
-    claiming.afterwards.close();
-    Parts parts = {opening, claiming};
-
+    Steps usb = Steps().ends({}, "Failed to open device").open();
+    usb.ends(Steps().close(), NOT_INITIALIZED).driverActive(false).claim();
     // no register access can fail the opening
-    const auto harmless = [&]() -> vorntest::Steps& {
-        parts.push_back(part(Part::HARMLESS));
-        return parts.back().steps;
-    };
-    vorntest::writeRegister(harmless(), 0x0000, "00 00 00 80");
-    harmless().pause(1000);
+    vorntest::writeRegister(usb.harmless(), 0x0000, "00 00 00 80").harmless().pause(1000);
     struct {
         unsigned offset;
         const char* bytes;
@@ -36,31 +25,27 @@ Parts iidcParts(bool readBack)
         {0x0948, "00 00 80 3F"}, {0x0820, "00 00 00 C2"}, {0x0928, "00 00 80 3F"},
     };
     for (const auto& row : WRITES)
-        vorntest::writeRegister(harmless(), row.offset, row.bytes);
+        vorntest::writeRegister(usb.harmless(), row.offset, row.bytes);
     if (readBack)
-        vorntest::readRegister(harmless(), 0x1F24, "78 56 A4 83");
-    vorntest::readRegister(harmless(), 0x1F60, "FF 3F 05 02");
-    vorntest::readRegister(harmless(), 0x1F20, "15 CD 5B 07");
+        vorntest::readRegister(usb.harmless(), 0x1F24, "78 56 A4 83");
+    vorntest::readRegister(usb.harmless(), 0x1F60, "FF 3F 05 02");
+    vorntest::readRegister(usb.harmless(), 0x1F20, "15 CD 5B 07");
     if (readBack)
-        vorntest::readRegister(harmless(), 0x12E0, "7D 00 00 10");
-    return parts;
+        vorntest::readRegister(usb.harmless(), 0x12E0, "7D 00 00 10");
+    return usb;
 }
 
 TEST(OpenIidc, HoldsTheWholeConversationAndDescribesTheCamera)
 {
-    expectOpens(IIDC, iidcParts(false),
+    expectOpens(IIDC, iidcOpening(false),
                 {"version 2.5, 1280 x 960 of 3.75 x 3.75 um, binning 2 x 2, sensors 0 of", "cooler 0 from",
                  "serial 123456789, clear 300000, precharge 0:."});
-}
-
-TEST(OpenIidc, NoRegisterCanFailIt)
-{
-    expectEachFailureOfOpen(IIDC, iidcParts(false));
+    expectEachFailureOfOpen(IIDC, iidcOpening(false));  // no register can fail it
 }
 
 TEST(OpenIidc, ReadsWhatItTracesOnlyThen)
 {
-    EXPECT_EQ(tracedOpening(IIDC, iidcParts(true)),
+    EXPECT_EQ(tracedOpening(IIDC, iidcOpening(true)),
               "    pid = 2005\n    initialized\n    board:    0x3a (0x83a45678)\n"
               "    version:  2.5 rev 4095 (0x02053fff)\n    serial:   123456789\n    up time:  2 min 5 s\n");
 }

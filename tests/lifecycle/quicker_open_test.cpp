@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
-#include "conversation_parts.h"
 #include "family_steps.h"
+#include "opening.h"
 #include "trace_capture.h"
 
 namespace {
@@ -10,8 +10,6 @@ namespace {
 using vorntest::OpenedCamera;
 using vorntest::Steps;
 using vorntest::TraceCapture;
-
-const char* const FAILED = "Failed to initialize device";
 
 /// @p hex filled with FF to the 64 bytes of a description.
 std::string description(std::string hex)
@@ -33,7 +31,7 @@ struct QuickerOpen {
     /// 3.7, "Vorn K01", "Vorn", guide port and precharge, 656 x 494, 7.4 x 5.6 um, binning 4 x 2, precharge code 3
     std::string bytes = "07 03 56 6F 72 6E 20 4B 30 31 00 56 6F 72 6E 00 05 90 02 EE 01 4A 38 04 02 03";
 
-    Parts parts() const;
+    Steps steps() const;
 };
 
 void writeConverterBits(Steps& usb)
@@ -50,44 +48,31 @@ void writeConverterBits(Steps& usb)
     }
 }
 
-Parts QuickerOpen::parts() const
+Steps QuickerOpen::steps() const
 {
     const Steps closing = Steps().close();
-    Steps pauseAndClose;  // the pause after the ping is made whatever went before
-    pauseAndClose.pause(200000).close();
-    Parts parts = bridgeParts(QUICKER, productId, pauseAndClose);
-
-    Part setUp = {.afterwards = pauseAndClose, .error = FAILED};
-    vorntest::loadGpifMode1(setUp.steps);
-    vorntest::loadParInitQSlowData(setUp.steps);
-    vorntest::lineSetUp(setUp.steps, "C0");
-    vorntest::setLine(setUp.steps, 1, 1);
-    vorntest::setLine(setUp.steps, 1, 0);
-    vorntest::setLine(setUp.steps, 2, 1);
-    Part ping = {.afterwards = pauseAndClose, .error = FAILED};
-    ping.steps.eepRead(3, 2, productId);
-    Part timeout = {.afterwards = pauseAndClose, .error = FAILED};
-    timeout.steps.out(0x04, "0C ?? 00 00 D0 07 ...");
-    Part settling = part(Part::UNTRIED);
-    settling.steps.pause(200000);
-    Part identity = {.afterwards = closing, .error = FAILED};
-    identity.steps.eepRead(42, 64, description(bytes)).eepRead(5, 2, "DD CC").eepRead(8, 2, "BB AA");
-    Part converter = {.afterwards = closing, .error = FAILED};
-    converter.steps.eepRead(10, 16, WORDS);
-    writeConverterBits(converter.steps);
-    Part end = {.afterwards = closing, .error = FAILED};
-    vorntest::finalTimeouts(end.steps);
-    parts.insert(parts.end(), {setUp, ping, timeout, settling, identity, converter, end});
-    return parts;
+    const Steps pauseAndClose = Steps().pause(200000).close();  // the pause after the ping is made whatever went before
+    Steps usb = bridgeOpening(QUICKER, productId, pauseAndClose);
+    usb.ends(pauseAndClose, NOT_INITIALIZED);
+    vorntest::loadTable(usb, vorntest::GPIF_MODE_1);
+    vorntest::loadTable(usb, vorntest::PAR_INIT_Q_SLOW);
+    vorntest::lineSetUp(usb, "C0");
+    vorntest::setLine(usb, 1, 1);
+    vorntest::setLine(usb, 1, 0);
+    vorntest::setLine(usb, 2, 1).eepRead(3, 2, productId).out(0x04, "0C ?? 00 00 D0 07 ...");
+    usb.ends(closing, NOT_INITIALIZED).pause(200000).eepRead(42, 64, description(bytes));
+    usb.eepRead(5, 2, "DD CC").eepRead(8, 2, "BB AA");
+    writeConverterBits(usb.ends(closing, NOT_INITIALIZED).eepRead(10, 16, WORDS));
+    return vorntest::finalTimeouts(usb);
 }
 
 TEST(OpenQuicker, HoldsTheWholeConversationAndDescribesTheCamera)
 {
     for (const char* productId : {"2E DF", "2F DF"})
-        expectOpens(QUICKER, QuickerOpen{.productId = productId}.parts(),
+        expectOpens(QUICKER, QuickerOpen{.productId = productId}.steps(),
                     {"version 3.7, 656 x 494 of 7.40 x 5.60 um, binning 4 x 2, sensors 0 of", "cooler 0 from",
                      "serial 2864434397, clear 300000, precharge 96: guide cds."});
-    expectEachFailureOfOpen(QUICKER, QuickerOpen().parts());
+    expectEachFailureOfOpen(QUICKER, QuickerOpen().steps());
 }
 
 TEST(OpenQuicker, TakesWhatTheDescriptionSays)
@@ -113,19 +98,16 @@ TEST(OpenQuicker, TakesWhatTheDescriptionSays)
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.label);
-        expectOpens(QUICKER, QuickerOpen{.bytes = row.bytes}.parts(), {row.described, row.flags});
+        expectOpens(QUICKER, QuickerOpen{.bytes = row.bytes}.steps(), {row.described, row.flags});
     }
 }
 
 TEST(OpenQuicker, KnowsItsCameraByTheProductIdInTheEeprom)
 {
     for (const char* productId : {"2D DF", "30 DF", "2E DE"}) {
-        Parts parts = QuickerOpen{.productId = productId}.parts();
-        parts.resize(10);  // up to the ping
-        parts.back().steps.pause(200000).close();
-        ClosedCamera closed(QUICKER, parts);
-        EXPECT_FALSE(closed.camera.open());
-        EXPECT_TRUE(closed.usb.done()) << productId;
+        // after the ping
+        const Steps whole = QuickerOpen{.productId = productId}.steps().cutBefore("0C ?? 00 00 D0 07");
+        (void)tracedFailure(QUICKER, Steps().append(whole).pause(200000).close());
     }
 }
 
@@ -158,7 +140,7 @@ TEST(FlushQuicker, DrainsBlocksThenBytes)
 TEST(OpenQuicker, TracesItsDescription)
 {
     const QuickerOpen answers = {.bytes = "07 03 4B 00 56 00 07 90 02 EE 01 4A 38 04 02 FF"};
-    EXPECT_EQ(tracedOpening(QUICKER, answers.parts()),
+    EXPECT_EQ(tracedOpening(QUICKER, answers.steps()),
               "    pid = df2e\n     ping ok\n    version: 3.7\n    model: K\n    manufacturer: V\n"
               "    flags: 0x7  HAS_GUIDE_PORT NO_FAST_USB PC_CDS\n    pixel count: 656 x 494\n"
               "    pixel size: 7.4 x 5.6\n    max bin: 4 x 2\n    precharge offset: -32\n    serial # 2864434397\n"
