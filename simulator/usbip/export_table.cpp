@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 namespace vornsim::usbip {
 
@@ -18,7 +19,7 @@ bool ExportTable::add(UsbDevice& device, DeviceLog& log)
     record.deviceNumber = number + 1;  // the root hub comes first
     record.layout = std::move(*layout);
     std::lock_guard held(mutex_);
-    exports_.push_back({std::move(record), &device, &log});
+    exports_.push_back({std::move(record), &device, &log, false, false});
     return true;
 }
 
@@ -27,7 +28,7 @@ std::vector<DeviceRecord> ExportTable::available() const
     std::lock_guard held(mutex_);
     std::vector<DeviceRecord> records;
     for (const Export& entry : exports_)
-        if (!entry.imported)
+        if (!entry.imported && isThere(entry))
             records.push_back(entry.record);
     return records;
 }
@@ -37,19 +38,27 @@ ImportStatus ExportTable::claim(const std::string& busId, Export*& taken)
     std::lock_guard held(mutex_);
     const auto found = std::find_if(exports_.begin(), exports_.end(),
                                     [&](const Export& entry) { return entry.record.busId == busId; });
-    if (found == exports_.end())
+    if (found == exports_.end() || (!found->imported && !isThere(*found)))
         return ImportStatus::NO_DEVICE;
     if (found->imported)
         return ImportStatus::BUSY;
+    if (std::exchange(found->gone, false))
+        found->device->plugIn();
     found->imported = true;
     taken = &*found;
     return ImportStatus::OK;
 }
 
-void ExportTable::release(Export& taken)
+bool ExportTable::isThere(const Export& entry) const
+{
+    return !entry.gone || clock_.nowUs() >= entry.device->replug().atUs;
+}
+
+void ExportTable::release(Export& taken, bool gone)
 {
     std::lock_guard held(mutex_);
     taken.imported = false;
+    taken.gone = gone;
 }
 
 }  // namespace vornsim::usbip

@@ -36,7 +36,7 @@ UsbIpConnection::~UsbIpConnection()
     if (!export_)
         return;
     export_->log->note("usbip: unplugged" + (complaint_.empty() ? "" : ": " + complaint_));
-    exports_.release(*export_);
+    exports_.release(*export_, queue_->gone());
 }
 
 bool UsbIpConnection::end(const std::string& complaint)
@@ -129,7 +129,12 @@ bool UsbIpConnection::handle(const SubmitCommand& command)
     std::copy(command.data.begin(), command.data.end(), urb->data.get());
     ++heldCount_;
     heldLength_ += urb->length;
-    (void)queue_->submit(std::move(urb));  // cannot fail before the device is gone
+    if (const int error = queue_->submit(std::move(urb))) {  // which is no more
+        --heldCount_;
+        heldLength_ -= command.length;
+        const AnswerHeader answer = packSubmitAnswer(command.sequence, -error, 0);
+        queueOutput({answer.begin(), answer.end()});
+    }
     collectDone();
     return !queue_->gone() || end("the camera was unplugged");
 }

@@ -33,6 +33,7 @@ int runVornsim(int argc, char** argv)
     const std::vector<Subcommand> subcommands = {
         addListCommand(app),
         addRunCommand(app),
+        addUsbipCommand(app),
     };
 
     char** const ownEnd = endOfOwnArguments(argc, argv);

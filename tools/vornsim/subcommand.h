@@ -31,6 +31,7 @@ struct Subcommand {
 // Each declares its options in the file of its name; main() has the list of them.
 Subcommand addListCommand(CLI::App& app);
 Subcommand addRunCommand(CLI::App& app);
+Subcommand addUsbipCommand(CLI::App& app);
 
 /// Says what went wrong on standard error. @return @p exitStatus.
 int fail(int exitStatus, const std::string& message);
