@@ -1,21 +1,39 @@
 // SPDX-License-Identifier: MIT
+#include <limits>
+
 #include <gtest/gtest.h>
 
+#include "family_steps.h"
 #include "opened_camera.h"
+#include "trace_capture.h"
 
 namespace {
 
 using vorntest::OpenedCamera;
 using vorntest::Operation;
 using vorntest::Steps;
+using vorntest::TraceCapture;
 
-/// A camera with everything: a 10-bit sensor of three, a cooler whose power reads from 10 to 210, a wheel and so on.
+const char* const TEMPERATURE_FAILED = "Failed to read temperature sensor status";
+const char* const COOLING_FAILED = "Failed to set cooling status";
+const char* const SET_POINT_FAILED = "Failed to set temperature";
+const char* const WARM_UP_FAILED = "Failed to initiate warmup";
+const char* const WHEEL_FAILED = "Failed to get filter wheel status";
+const char* const FILTER_FAILED = "Failed to set filter";
+const char* const SHUTTER_FAILED = "Failed to set shutter";
+const char* const RELAYS_FAILED = "Failed to set guide relays";
+const char* const DIRECTION_FAILED = "Failed to set GPIO direction";
+const char* const SET_GPIO_FAILED = "Failed to set GPIO";
+const char* const GET_GPIO_FAILED = "Failed to get GPIO";
+const char* const UNSUPPORTED = "Unsupported operation";
+
+/// A camera with every accessory: many 10-bit sensors, a cooler whose power reads from 10 to 210, all ports.
 struct EquippedCamera : OpenedCamera {
     explicit EquippedCamera(CAMERA_TYPE type = STANDARD) : OpenedCamera(type)
     {
-        camera.hasFilterWheel = camera.hasGuidePort = camera.hasShutter = true;
+        camera.hasFilterWheel = camera.hasGuidePort = camera.hasGPIO = camera.hasShutter = true;
         camera.cooler = COOLER_SETPOINT;
-        camera.tempSensorCount = 3;
+        camera.tempSensorCount = 0x300;
         camera.tempSensorType = 1;
         camera.minCoolerPower = 10;
         camera.maxCoolerPower = 210;
@@ -29,9 +47,10 @@ Operation temperature(unsigned sensor, float expected, unsigned expectedType = 1
 {
     return [=](VornCameraImpl& camera) {
         float celsius = UNTOUCHED;
+        camera.tempSensorType = 2;
         const bool ok = camera.getTemperatureSensorStatus(sensor, &celsius);
         EXPECT_EQ(celsius, ok ? expected : UNTOUCHED);
-        EXPECT_EQ(camera.tempSensorType, ok ? expectedType : 1U);
+        EXPECT_EQ(camera.tempSensorType, ok ? expectedType : 2U);
         return ok;
     };
 }
@@ -62,118 +81,175 @@ Operation wheel(unsigned expectedCount, bool expectedMoving, unsigned expectedCu
     };
 }
 
-/// Relays are opened first, then one of each pair is closed.
-Steps relays(std::initializer_list<const char*> closed)
+/// Levels are stored whatever the result, unless there is no traffic.
+Operation gpio(unsigned short expected, unsigned short afterFailure = 0)
 {
-    Steps steps;
-    steps.command("18 00");
-    for (const char* relay : closed)
-        steps.pause(5000).command(relay);
-    return steps;
-}
-
-Steps temperatureOf(const char* sensor, const char* reply)
-{
-    return Steps().command(std::string("37 00 ") + sensor).pause(100000).parIn(6, reply);
-}
-
-Steps ask(const char* command, unsigned length, const char* reply)
-{
-    return Steps().command(command).parIn(length, reply);
-}
-
-const char* const TEMPERATURE_FAILED = "Failed to read temperature sensor status";
-const char* const COOLING_FAILED = "Failed to set cooling status";
-const char* const SET_POINT_FAILED = "Failed to set temperature";
-const char* const WHEEL_FAILED = "Failed to get filter wheel status";
-const char* const FILTER_FAILED = "Failed to set filter";
-const char* const RELAYS_FAILED = "Failed to set guide relays";
-
-TEST(StandardAccessory, SendsTheseBytesAndEndsAtTheFirstFailureWithItsText)
-{
-    const struct {
-        Steps conversation;
-        Operation act;
-        const char* error;
-    } CASES[] = {
-        {temperatureOf("01 00", "01 EE 9B 00 EE EE"), temperature(1, -10), TEMPERATURE_FAILED},
-        {temperatureOf("02 00", "02 EE FF 0F EE EE"), temperature(2, 270, 2), TEMPERATURE_FAILED},
-        {temperatureOf("00 00", "01 00 00 00 00 00"), temperature(0, -60), TEMPERATURE_FAILED},   // sent as it is
-        {temperatureOf("03 00", "07 00 9B 00 00 00"), temperature(3, 0, 7), TEMPERATURE_FAILED},  // unknown encoding
-        // set-point outranks warming, which outranks on; other bits mean nothing, power is not clamped
-        {ask("35 00", 6, "6E EE A0 EE 9B 00"), cooling(COOLING_SETPOINT, -10, 50), COOLING_FAILED},
-        {ask("35 00", 6, "6E EE 60 EE 9B 00"), cooling(WARMING_UP, -10, 50), COOLING_FAILED},
-        {ask("35 00", 6, "FA EE 40 EE FF 03"), cooling(COOLING_ON, 270, 120), COOLING_FAILED},
-        {ask("35 00", 6, "00 EE 1F EE 00 00"), cooling(COOLING_INACTIVE, -60, -5), COOLING_FAILED},
-        {ask("38 00 9B 00", 2, "01 00"), CALL(setCooling(-10.0F)), SET_POINT_FAILED},
-        {ask("38 00 E2 FF", 2, "01 FF"), CALL(setCooling(-70.0F)), SET_POINT_FAILED},  // below the range
-        {Steps().command("39 00"), CALL(initiateWarmUp()), "Failed to initiate warmup"},
-        // the second byte of each word does not count
-        {ask("87 00", 8, "05 EE 01 EE 02 EE 04 EE"), wheel(5, true, 2, 4), WHEEL_FAILED},
-        {ask("87 00", 8, "07 01 00 01 03 01 FF 01"), wheel(7, false, 3, 255), WHEEL_FAILED},
-        {ask("88 00 03 01", 2, "FF 00"), CALL(setFilter(0x0103)), FILTER_FAILED},
-        {ask("88 00 00 00", 2, "01 00"), CALL(setFilter(0x50000)), FILTER_FAILED},  // low 16 bits; the camera decides
-        {Steps().command("09 00 01 00"), CALL(setShutter(true)), "Failed to set shutter"},
-        {Steps().command("09 00 00 00"), CALL(setShutter(false)), "Failed to set shutter"},
-        {relays({}), CALL(setGuideRelays(0xFFF0)), RELAYS_FAILED},
-        {relays({"14 00", "16 00"}), CALL(setGuideRelays(0xFFFF)), RELAYS_FAILED},
-        {relays({"14 00", "17 00"}), CALL(setGuideRelays(0x9)), RELAYS_FAILED},
-        {relays({"15 00", "17 00"}), CALL(setGuideRelays(0xA)), RELAYS_FAILED},
+    return [=](VornCameraImpl& camera) {
+        unsigned short levels = 0xCCCC;
+        const bool ok = camera.getGPIO(&levels);
+        EXPECT_EQ(levels, ok ? expected : afterFailure);
+        return ok;
     };
-    for (size_t number = 0; number < std::size(CASES); number++) {
-        const auto& row = CASES[number];
-        SCOPED_TRACE("case " + std::to_string(number + 1) + ": " + row.error);
-        forEachFailure(row.conversation, [&](const Steps& steps, bool ok) {
-            EquippedCamera equipped;
+}
+
+/// @param kept what the camera object remembers of it
+Operation guide(unsigned short mask, unsigned kept = 0)
+{
+    return [=](VornCameraImpl& camera) {
+        const bool ok = camera.setGuideRelays(mask);
+        EXPECT_EQ(camera.guideRelayState, kept);
+        return ok;
+    };
+}
+
+struct Exchange {
+    CAMERA_TYPE type;
+    const char* sent;   ///< the command as the family frames it; several are separated by |, with 5 ms between them
+    const char* reply;  ///< to the last command
+    Operation act;
+    const char* error;  ///< the text when it fails
+
+    Steps steps() const
+    {
+        Steps usb;
+        std::istringstream commands(sent);
+        for (std::string hex; std::getline(commands, hex, '|');) {
+            if (usb.size() != 0)
+                usb.pause(5000);
+            if (type == ADVANCED)
+                vorntest::advancedCommand(usb, hex, reply);
+            else if (type == QUICKER)
+                vorntest::spiWrite(usb, hex);
+            else
+                type == STANDARD ? usb.command(hex) : vorntest::classicCommand(usb, hex);
+        }
+        if (type == ADVANCED || *reply == '\0')
+            return usb;
+        if (act.target_type() == temperature(0, 0).target_type())
+            usb.pause(100000);  // for the sensor
+        return usb.parIn(static_cast<unsigned>(vorntest::parseHex(reply).size()), reply);
+    }
+};
+
+// STANDARD numbers go low byte first and come back in the low bytes of words, ADVANCED ones high byte first both ways;
+// CLASSIC replies come in the low bytes of words.
+TEST(Accessory, SendsTheseBytesAndEndsAtTheFirstFailureWithItsText)
+{
+    const Exchange CASES[] = {
+        {STANDARD, "37 00 01 00", "01 EE 9B 00 EE EE", temperature(1, -10), TEMPERATURE_FAILED},
+        {STANDARD, "37 00 02 00", "02 EE FF 0F EE EE", temperature(2, 270, 2), TEMPERATURE_FAILED},
+        {STANDARD, "37 00 00 00", "01 00 00 00 00 00", temperature(0, -60), TEMPERATURE_FAILED},
+        {STANDARD, "37 00 00 03", "07 00 9B 00 00 00", temperature(0x300, 0, 7), TEMPERATURE_FAILED},  // unknown type
+        {ADVANCED, "37 02 01", "EE 01 00 9B EE EE", temperature(0x201, -10), TEMPERATURE_FAILED},
+        {ADVANCED, "37 00 01", "02 00 03 FF 00 00", temperature(1, UNTOUCHED, 0), TEMPERATURE_FAILED},  // no assertion
+        {CLASSIC, "37 01 02", "01 EE 9B EE 00 EE", temperature(0x201, -10), TEMPERATURE_FAILED},
+        // set-point outranks warming, which outranks on; other bits mean nothing, power is not clamped
+        {STANDARD, "35 00", "6E EE A0 EE 9B 00", cooling(COOLING_SETPOINT, -10, 50), COOLING_FAILED},
+        {STANDARD, "35 00", "6E EE 60 EE 9B 00", cooling(WARMING_UP, -10, 50), COOLING_FAILED},
+        {STANDARD, "35 00", "FA EE 40 EE FF 03", cooling(COOLING_ON, 270, 120), COOLING_FAILED},
+        {STANDARD, "35 00", "00 EE 1F EE 00 00", cooling(COOLING_INACTIVE, -60, -5), COOLING_FAILED},
+        {ADVANCED, "35", "00 6E 00 A0 00 9B EE EE", cooling(COOLING_SETPOINT, -10, 50), COOLING_FAILED},
+        {ADVANCED, "35", "00 0A 00 40 03 FF 00 00", cooling(COOLING_ON, 270, 0), COOLING_FAILED},
+        {ADVANCED, "35", "01 9A E0 1F 00 00 00 00", cooling(COOLING_INACTIVE, -60, 200), COOLING_FAILED},
+        {CLASSIC, "35", "6E EE A0 EE 9B EE 00 EE", cooling(COOLING_SETPOINT, -10, 50), COOLING_FAILED},
+        {CLASSIC, "35", "6E 00 60 00 FF 00 03 00", cooling(WARMING_UP, 270, 50), COOLING_FAILED},
+        {CLASSIC, "35", "0A FF 1F FF 9B FF 00 FF", cooling(COOLING_INACTIVE, -10, 0), COOLING_FAILED},
+        {STANDARD, "38 00 9B 00", "01 00", CALL(setCooling(-10.0F)), SET_POINT_FAILED},
+        {STANDARD, "38 00 E2 FF", "01 FF", CALL(setCooling(-70.0F)), SET_POINT_FAILED},  // below the range
+        {ADVANCED, "38 00 9B", "FF 01", CALL(setCooling(-10.0F)), SET_POINT_FAILED},
+        {CLASSIC, "38 9B 00", "01 FF", CALL(setCooling(-10.0F)), SET_POINT_FAILED},
+        {STANDARD, "39 00", "", CALL(initiateWarmUp()), WARM_UP_FAILED},
+        {ADVANCED, "39", "", CALL(initiateWarmUp()), WARM_UP_FAILED},
+        {CLASSIC, "39", "", CALL(initiateWarmUp()), WARM_UP_FAILED},
+        {STANDARD, "87 00", "05 EE 01 EE 02 EE 04 EE", wheel(5, true, 2, 4), WHEEL_FAILED},
+        {STANDARD, "87 00", "07 01 00 01 03 01 FF 01", wheel(7, false, 3, 255), WHEEL_FAILED},
+        {ADVANCED, "87", "00 07 00 00 00 03 01 04", wheel(7, false, 3, 0x104), WHEEL_FAILED},
+        {STANDARD, "88 00 03 01", "FF 00", CALL(setFilter(0x50103)), FILTER_FAILED},  // low 16 bits; the camera decides
+        {ADVANCED, "88 00 03", "01 00", CALL(setFilter(0x103)), FILTER_FAILED},       // the low byte travels
+        {ADVANCED, "88 00 09", "00 01", CALL(setFilter(9)), FILTER_FAILED},
+        {STANDARD, "09 00 01 00", "", CALL(setShutter(true)), SHUTTER_FAILED},
+        {STANDARD, "09 00 00 00", "", CALL(setShutter(false)), SHUTTER_FAILED},
+        // relays are opened first, then one of each pair is closed
+        {STANDARD, "18 00", "", guide(0xFFF0), RELAYS_FAILED},
+        {STANDARD, "18 00|14 00|16 00", "", guide(0xFFFF), RELAYS_FAILED},
+        {STANDARD, "18 00|14 00|17 00", "", guide(0x9), RELAYS_FAILED},
+        {ADVANCED, "18|15|17", "", guide(0xA), RELAYS_FAILED},
+        {ADVANCED, "18|15|16", "", guide(0x6), RELAYS_FAILED},
+        {QUICKER, "20 03", "", guide(0xFFF3, 3), RELAYS_FAILED},  // four bits, both of a pair
+        {STANDARD, "83 00 34 12", "", CALL(setGPIODirection(0x1234)), DIRECTION_FAILED},
+        {ADVANCED, "83 12 34", "", CALL(setGPIODirection(0x1234)), DIRECTION_FAILED},
+        {STANDARD, "84 00 34 12", "", CALL(setGPIO(0x1234)), SET_GPIO_FAILED},
+        {ADVANCED, "84 12 34", "", CALL(setGPIO(0x1234)), SET_GPIO_FAILED},
+        {STANDARD, "82 00", "00 10 12 34", gpio(0x3412), GET_GPIO_FAILED},
+        {ADVANCED, "82", "00 10 12 34", gpio(0x1234), GET_GPIO_FAILED},
+    };
+    for (const Exchange& row : CASES) {
+        SCOPED_TRACE(testing::Message() << "type " << row.type << ": " << row.sent << ", " << row.reply);
+        forEachFailure(row.steps(), [&](const Steps& steps, bool ok) {
+            EquippedCamera equipped(row.type);
             equipped.usb.append(steps);
             EXPECT_EQ(row.act(equipped.camera), ok);
-            EXPECT_EQ(equipped.camera.guideRelayState, 0);
             equipped.expectSettled(ok ? "No error" : row.error);
         });
     }
 }
 
-TEST(StandardAccessory, WantsTheAcknowledgementInTheFirstByte)
+TEST(Accessory, WantsTheAcknowledgementInItsFamilysByte)
 {
-    for (const char* reply : {"00 01", "02 00", "FF FF"}) {
-        EquippedCamera equipped;
-        equipped.usb.append(ask("38 00 9B 00", 2, reply));
-        EXPECT_FALSE(equipped.camera.setCooling(-10.0F)) << reply;
-        equipped.expectSettled(SET_POINT_FAILED);
+    const Exchange CASES[] = {
+        {STANDARD, "38 00 9B 00", "00 01", CALL(setCooling(-10.0F)), SET_POINT_FAILED},
+        {STANDARD, "38 00 9B 00", "02 00", CALL(setCooling(-10.0F)), SET_POINT_FAILED},
+        {ADVANCED, "38 00 9B", "01 00", CALL(setCooling(-10.0F)), SET_POINT_FAILED},
+        {ADVANCED, "38 00 9B", "00 02", CALL(setCooling(-10.0F)), SET_POINT_FAILED},
+        {CLASSIC, "38 9B 00", "00 01", CALL(setCooling(-10.0F)), SET_POINT_FAILED},
+        {STANDARD, "88 00 63 00", "00 01", CALL(setFilter(99)), FILTER_FAILED},
+        {ADVANCED, "88 00 00", "00 00", CALL(setFilter(0x100)), FILTER_FAILED},
+    };
+    for (const Exchange& row : CASES) {
+        SCOPED_TRACE(testing::Message() << "type " << row.type << ", " << row.reply);
+        EquippedCamera equipped(row.type);
+        equipped.usb.append(row.steps());
+        EXPECT_FALSE(row.act(equipped.camera));
+        equipped.expectSettled(row.error);
     }
-    EquippedCamera equipped;
-    equipped.usb.append(ask("88 00 63 00", 2, "00 01"));
-    EXPECT_FALSE(equipped.camera.setFilter(99));
-    equipped.expectSettled(FILTER_FAILED);
 }
 
-TEST(StandardAccessory, IsRefusedWithoutTrafficWhereThereIsNone)
+TEST(Accessory, IsRefusedWithoutTrafficWhereThereIsNone)
 {
     const struct {
+        std::vector<CAMERA_TYPE> withoutIt;  ///< families that never have one
         Operation act;
-        const char* error = "Unsupported operation";
+        const char* error;  ///< theirs
+        const char* unequipped = UNSUPPORTED;
     } CASES[] = {
-        {temperature(4, 0), "Invalid parameter"},
-        {temperature(0xFFFFFFFF, 0), "Invalid parameter"},
-        {cooling(COOLING_ON, 0, 0)},
-        {CALL(setCooling(-10.0F))},
-        {CALL(initiateWarmUp())},
-        {wheel(0, true, 0, 0)},
-        {CALL(setFilter(1))},
-        {CALL(setShutter(true))},
-        {CALL(setGuideRelays(1))},
+        {{QUICKER}, temperature(1, 0), TEMPERATURE_FAILED, "Invalid parameter"},
+        {{}, temperature(0xFFFFFFFF, 0), TEMPERATURE_FAILED, "Invalid parameter"},
+        {{QUICKER, IIDC}, cooling(COOLING_ON, 0, 0), COOLING_FAILED},
+        {{QUICKER, IIDC}, CALL(setCooling(0)), SET_POINT_FAILED},
+        {{QUICKER, IIDC}, CALL(initiateWarmUp()), WARM_UP_FAILED},
+        {{CLASSIC, QUICKER, IIDC}, wheel(0, true, 0, 0), WHEEL_FAILED},
+        {{CLASSIC, QUICKER, IIDC}, CALL(setFilter(1)), FILTER_FAILED},
+        {{CLASSIC, ADVANCED, QUICKER, IIDC}, CALL(setShutter(true)), SHUTTER_FAILED},
+        {{CLASSIC, IIDC}, guide(1), RELAYS_FAILED},
+        {{CLASSIC, QUICKER, IIDC}, CALL(setGPIODirection(1)), DIRECTION_FAILED},
+        {{CLASSIC, QUICKER, IIDC}, CALL(setGPIO(1)), SET_GPIO_FAILED},
+        {{CLASSIC, QUICKER, IIDC}, gpio(0, 0xCCCC), GET_GPIO_FAILED},
     };
     for (const auto& row : CASES) {
+        for (const CAMERA_TYPE type : row.withoutIt) {
+            SCOPED_TRACE(std::string(row.error) + ", type " + std::to_string(type));
+            EquippedCamera equipped(type);
+            EXPECT_FALSE(row.act(equipped.camera));
+            equipped.expectSettled(row.error);
+        }
         for (const COOLER_TYPE cooler : {COOLER_NONE, COOLER_ALWAYSON}) {
-            SCOPED_TRACE(&row - CASES);
+            SCOPED_TRACE(std::string(row.error) + ", unequipped");
             OpenedCamera bare;
-            bare.camera.tempSensorCount = 3;
-            bare.camera.tempSensorType = 1;
             bare.camera.cooler = cooler;
             bare.camera.lock();  // a refusal does not wait for it
             EXPECT_FALSE(row.act(bare.camera));
             bare.camera.unlock();
-            bare.expectSettled(row.error);
+            bare.expectSettled(row.unequipped);
         }
     }
 }
@@ -183,11 +259,10 @@ TEST(Cooling, IsTheSameForOtherCoolersAndFailsOnAClosedCamera)
     for (const COOLER_TYPE cooler : {COOLER_ONOFF, COOLER_SELECTPOWER}) {
         EquippedCamera equipped;
         equipped.camera.cooler = cooler;
-        equipped.usb.append(ask("35 00", 6, "6E EE A0 EE 9B 00")).append(ask("38 00 9B 00", 2, "01 00"));
+        equipped.usb.command("35 00").parIn(6, "6E EE A0 EE 9B 00").command("38 00 9B 00").parIn(2, "01 00");
         equipped.usb.command("39 00");
         EXPECT_TRUE(cooling(COOLING_SETPOINT, -10, 50)(equipped.camera));
-        EXPECT_TRUE(equipped.camera.setCooling(-10.0F));
-        EXPECT_TRUE(equipped.camera.initiateWarmUp());
+        EXPECT_TRUE(equipped.camera.setCooling(-10.0F) && equipped.camera.initiateWarmUp());
         equipped.expectSettled();
     }
     EquippedCamera closed;  // keeps what it was identified as
@@ -200,19 +275,33 @@ TEST(CoolingStatus, ANullStateSuppressesTheOthers)
 {
     EquippedCamera equipped;
     equipped.camera.tempSensorType = 0;  // not even converted
-    equipped.usb.append(ask("35 00", 6, "6E 00 80 00 9B 00"));
+    equipped.usb.command("35 00").parIn(6, "6E 00 80 00 9B 00");
     float target = UNTOUCHED;
     float power = UNTOUCHED;
     EXPECT_TRUE(equipped.camera.getCoolingStatus(nullptr, &target, &power));
     EXPECT_TRUE(target == UNTOUCHED && power == UNTOUCHED);
 }
 
-TEST(Shutter, MovesOnStandardCamerasOnly)
+TEST(CoolingStatus, PowerFollowsItsBoundsWhereverTheyAre)
 {
-    for (const CAMERA_TYPE type : {CLASSIC, ADVANCED, QUICKER, IIDC}) {
-        EquippedCamera equipped(type);
-        EXPECT_FALSE(equipped.camera.setShutter(true));
-        equipped.expectSettled("Failed to set shutter");
+    const struct {
+        unsigned least;
+        unsigned most;
+        const char* reply;
+        float power;
+    } CASES[] = {
+        {10, 10, "00 6E 00 80 00 9B 00 00", std::numeric_limits<float>::infinity()},
+        {10, 10, "00 00 00 80 00 9B 00 00", -std::numeric_limits<float>::infinity()},
+        {210, 10, "00 6E 00 80 00 9B 00 00", 100.0F * -100.0F / 4294967096.0F},  // the difference of the bounds wraps
+        {0, 1, "FF FF 00 80 00 9B 00 00", 6553500.0F},
+    };
+    for (const auto& row : CASES) {
+        EquippedCamera equipped(ADVANCED);
+        equipped.camera.minCoolerPower = row.least;
+        equipped.camera.maxCoolerPower = row.most;
+        vorntest::advancedCommand(equipped.usb, "35", row.reply);
+        TraceCapture trace;  // printing infinity as a whole number must not be undefined
+        EXPECT_TRUE(cooling(COOLING_SETPOINT, -10, row.power)(equipped.camera));
     }
 }
 
@@ -237,10 +326,10 @@ TEST(Modes, BelongToTheirFamilies)
         EXPECT_EQ(camera.setDarkFrameMode(true), row.dark);
         EXPECT_EQ(opened.error(), "No error");  // a refusal leaves the text, unlike the next two
         EXPECT_EQ(camera.setPreviewMode(true), row.preview);
-        EXPECT_EQ(opened.error(), row.preview ? "No error" : "Unsupported operation");
+        EXPECT_EQ(opened.error(), row.preview ? "No error" : UNSUPPORTED);
         camera.lastError = "No error";
         EXPECT_EQ(camera.set8BitMode(true), row.eightBit);
-        EXPECT_EQ(opened.error(), row.eightBit ? "No error" : "Unsupported operation");
+        EXPECT_EQ(opened.error(), row.eightBit ? "No error" : UNSUPPORTED);
         EXPECT_TRUE(camera.previewMode == row.preview && camera.eightBitMode == row.eightBit &&
                     camera.darkFrameMode == row.dark);
         camera.unlock();
@@ -275,17 +364,38 @@ TEST(SensorScale, SpansMinus60To270BothWays)
         (void)camera.celsiusToSensor(nonsense);  // the undefined-behaviour sanitizer watches
 }
 
-TEST(TemperatureDeathTest, TypeZeroEndsTheProcess)
+TEST(TemperatureDeathTest, TypeZeroEndsTheProcessWhenConverted)
 {
-    EquippedCamera equipped;
-    equipped.usb.append(temperatureOf("01 00", "00 00 00 00 00 00"));
-    EXPECT_TRUE(equipped.camera.getTemperatureSensorStatus(1, nullptr));  // harmless while nobody wants to know
-    equipped.usb.append(temperatureOf("01 00", "00 00 9B 00 00 00"));
-    EXPECT_EXIT(temperature(1, 0)(equipped.camera), testing::ExitedWithCode(1),
-                "Assertion \"tempSensorType!=0\" failed \\(vornccdusb, 225\\)");
-    EXPECT_EXIT(equipped.camera.setCooling(-10.0F), testing::ExitedWithCode(1),
-                "Assertion \"tempSensorType!=0\" failed \\(vornccdusb, 236\\)");
-    equipped.usb.clear();
+    for (const Exchange& row : {Exchange{STANDARD, "37 00 01 00", "00 00 9B 00 00 00", temperature(1, 0), ""},
+                                Exchange{CLASSIC, "37 01 00", "00 00 9B 00 00 00", temperature(1, 0), ""}}) {
+        EquippedCamera equipped(row.type);
+        equipped.usb.append(row.steps());
+        EXPECT_TRUE(equipped.camera.getTemperatureSensorStatus(1, nullptr));  // harmless while nobody wants to know
+        equipped.usb.append(row.steps());
+        EXPECT_EXIT(row.act(equipped.camera), testing::ExitedWithCode(1),
+                    "Assertion \"tempSensorType!=0\" failed \\(vornccdusb, 225\\)");
+        EXPECT_EXIT(equipped.camera.setCooling(-10.0F), testing::ExitedWithCode(1),
+                    "Assertion \"tempSensorType!=0\" failed \\(vornccdusb, 236\\)");
+        equipped.usb.clear();
+    }
+}
+
+TEST(TemperatureIidc, IsTheLowTwelveBitsInTenthsOfAKelvin)
+{
+    const struct {
+        const char* bytes;  ///< empty: the register does not answer
+        float celsius;
+    } CASES[] = {{"8C FB FF 8C", 22.45F}, {"FF 0F 00 00", 136.35F}, {"00 00 00 80", -273.15F}, {"", -273.15F}};
+    for (const auto& row : CASES) {
+        OpenedCamera iidc(IIDC);
+        vorntest::readRegister(iidc.usb, 0x082C, row.bytes);
+        if (*row.bytes == '\0')
+            iidc.usb.fails(LIBUSB_ERROR_NO_DEVICE);
+        float celsius = UNTOUCHED;
+        EXPECT_TRUE(iidc.camera.getTemperatureSensorStatus(0, &celsius));
+        EXPECT_EQ(celsius, row.celsius);
+        iidc.expectSettled();
+    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // The lines of one operation of each kind, whole.
 #include <gtest/gtest.h>
 
+#include "family_steps.h"
 #include "opened_camera.h"
 #include "trace_capture.h"
 
@@ -18,19 +19,26 @@ struct Traced {
     std::function<void(VornCameraImpl&)> act;
     const char* expected;
     Steps conversation = {};
+    CAMERA_TYPE type = STANDARD;
 };
 
 void expectTraces(const std::vector<Traced>& rows)
 {
     for (const Traced& row : rows) {
         SCOPED_TRACE(row.label);
-        OpenedCamera standard;
-        standard.usb.append(row.conversation);
+        OpenedCamera opened(row.type);
+        opened.usb.append(row.conversation);
         TraceCapture trace;
-        row.act(standard.camera);
+        row.act(opened.camera);
         EXPECT_EQ(trace.text(), row.expected);
-        EXPECT_TRUE(standard.usb.done());
+        EXPECT_TRUE(opened.usb.done());
     }
+}
+
+Steps advanced(const char* hex, const char* reply = "")
+{
+    Steps usb;
+    return vorntest::advancedCommand(usb, hex, reply);
 }
 
 TEST(TraceLines, OfOperationsWithoutTraffic)
@@ -82,10 +90,6 @@ TEST(TraceLines, OfBridgePrimitives)
          "    ----- DEBUG OFF -----\n    ----- DEBUG ON -----\n    APPINIT completed\n"
          "<- VornCameraImpl::appInit 1\n",
          Steps().command("2C 00").pause(10000).parIn(2, "00 00").pause(10000).parIn(2, "49 00")},
-        {"flush", DO(camera.flush()),
-         "-> VornCameraImpl::flush()\n    libusb_bulk_transfer -> LIBUSB_ERROR_TIMEOUT\n    1 bytes flushed\n"
-         "<- VornCameraImpl::flush\n",
-         Steps().timeout(100).parIn(1, "77").emptyFlush()},
     });
 }
 
@@ -114,6 +118,24 @@ TEST(TraceLines, OfOperationsThatTalkToTheCamera)
          " <- VornCameraImpl::sendCommand 1 [0x02 0x00]\n    invalid response\n    unlock()\n"
          "<- VornCameraImpl::setCooling 0\n",
          Steps().command("38 00 9B 00").parIn(2, "02 00")},
+        {"sensor", DO(float celsius; camera.tempSensorCount = 1; camera.getTemperatureSensorStatus(1, &celsius)),
+         "-> VornCameraImpl::getTemperatureSensorStatus(1, ...)\n    lock()\n"
+         " -> VornCameraImpl::sendCommand(55, [0x00 0x01], ..., 2, 6)\n"
+         " <- VornCameraImpl::sendCommand 1 [0x00 0x01 0x00 0x9b...]\n"
+         "    temperature senzor type: 1\n    current temperature: -10.0\n    unlock()\n"
+         "<- VornCameraImpl::getTemperatureSensorStatus 1\n",
+         advanced("37 00 01", "00 01 00 9B 00 00"), ADVANCED},
+        {"GPIO",
+         DO(unsigned short levels; camera.hasGPIO = true; camera.setGPIODirection(0xF); camera.getGPIO(&levels);
+            camera.hasGPIO = false; camera.setGPIO(0xAB)),
+         "-> VornCameraImpl::setGPIODirection(0x000f)\n"
+         "    lock()\n -> VornCameraImpl::sendCommand(131, [0x00 0x0f], ..., 2, 0)\n"
+         " <- VornCameraImpl::sendCommand 1 NULL\n    unlock()\n<- VornCameraImpl::setGPIODirection 1\n"
+         "-> VornCameraImpl::getGPIO(...)\n    lock()\n -> VornCameraImpl::sendCommand(130, NULL, ..., 0, 4)\n"
+         " <- VornCameraImpl::sendCommand 1 [0x00 0x10 0x12 0x34]\n    unlock()\n"
+         "<- VornCameraImpl::getGPIO 1 -> 0x1234\n"
+         "-> VornCameraImpl::setGPIO(0x00ab)\n<- VornCameraImpl::setGPIO 00\n",
+         advanced("83 00 0F").append(advanced("82", "00 10 12 34")), ADVANCED},
         {"ping answered at the second try", DO(camera.ping()),
          "-> VornCameraImpl::ping()\n    ping -> 100\n"
          " -> VornCameraImpl::sendCommand(80, [0x64], ..., 1, 0)\n <- VornCameraImpl::sendCommand 1 NULL\n"

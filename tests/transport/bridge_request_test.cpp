@@ -8,24 +8,8 @@ namespace {
 
 using vorntest::OpenedCamera;
 using vorntest::Operation;
-using vorntest::parseBytes;
 using vorntest::Steps;
 using vorntest::zeros;
-
-/// An operation on a buffer of @p length bytes CC, and what the buffer holds when it succeeds.
-Operation reading(unsigned length, const char* expected,
-                  const std::function<bool(VornCameraImpl&, uint8_t*, unsigned)>& operation)
-{
-    return [=](VornCameraImpl& camera) {
-        std::vector<uint8_t> bytes(length, 0xCC);
-        const bool ok = operation(camera, bytes.data(), length);
-        if (ok && *expected != '\0') {
-            EXPECT_EQ(bytes, parseBytes(expected));
-        }
-        return ok;
-    };
-}
-#define READ(operation) [](VornCameraImpl& camera, uint8_t* bytes, unsigned n) { return camera.operation; }
 
 /// Reads line 13 into a variable that a failure must leave at 7.
 Operation readingLine13(unsigned expected)
@@ -38,8 +22,15 @@ Operation readingLine13(unsigned expected)
     };
 }
 
-uint8_t longTable[172] = {0x81, 0x02};
-const uint8_t THREE_BYTES[] = {0x00, 0x03, 0x05};
+const uint8_t THREE_BYTES[] = {0xA1, 0xA2, 0xA3};
+
+uint8_t reply[4];
+
+Steps advanced(const char* hex, const char* answer)
+{
+    Steps usb;
+    return vorntest::advancedCommand(usb, hex, answer);
+}
 
 /// {mask, value} of each of the five ports.
 Steps states(const std::string& ports)
@@ -58,26 +49,13 @@ struct Primitive {
     Steps conversation;
 };
 
+/// What openings and exposures do not send already.
 std::vector<Primitive> primitives()
 {
     return {
         {"parallel timeout, low 16 bits", STANDARD, CALL(setParTimeout(0x12345)),
          Steps().out(0x04, "0C ?? 00 00 45 23 00 00 00 00 00 00 00 00 00 00")},
-        {"I2C timeout 5000", STANDARD, CALL(i2cSetTimeout(5000)), Steps().out(0x04, "0C ?? 00 01 88 13 ...")},
         {"I2C speed", STANDARD, CALL(i2cSetSpeed(1)), Steps().out(0x04, "05 ?? 00 01 00 00 ...")},
-        {"long waveform table", STANDARD, CALL(parInit(longTable)),
-         Steps()
-             .out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 AC 00 00 00 81 02" + zeros(170))
-             .in(0x86, 4, "00 00 00 00")},
-        {"parallel in", STANDARD, reading(3, "A1 A2 A3", READ(parIn(bytes, n))),
-         Steps().out(0x04, "09 ?? 00 00 00 00 03 00 ...").in(0x88, 4, "A1 A2 A3 EE")},
-        {"parallel in, count in two words", STANDARD, reading(70000, "", READ(parIn(bytes, n))),
-         Steps().out(0x04, "09 ?? 00 00 01 00 70 11 ...").in(0x88, 70001, std::vector<uint8_t>(70001, 0x5A))},
-        {"parallel out", STANDARD, CALL(parOut(THREE_BYTES, 3)),
-         Steps()
-             .out(0x02, "00 03 05")
-             .out(0x04, "0A ?? FF 00 00 00 00 00 00 00 00 00 00 00 00 00")
-             .in(0x86, 4, "00 00 00 00")},
         {"port state", STANDARD, CALL(setPortState(4, 0x80)), states("FF 00 FF 00 FF 00 FF 00 00 80")},
         {"line an output", STANDARD, CALL(setIODir(4, 1)), directions("EF 10 FF 00 FF 00 FF 00 FF 00")},
         {"line an input", STANDARD, CALL(setIODir(16, 0)), directions("FF 00 FF 00 FE 00 FF 00 FF 00")},
@@ -89,20 +67,17 @@ std::vector<Primitive> primitives()
              .in(0x86, 9, "AA 00 20 00 00 00 BB BB BB")},
         {"line read, low", STANDARD, readingLine13(0),
          Steps().out(0x04, "03 ?? 00 00 00 00 00 00 05 ...").in(0x86, 9, "FF FF DF FF FF FF FF FF FF")},
-        {"EEPROM, address wraps", STANDARD, reading(5, "84 D9 01 02 00", READ(eepRead(1000, bytes, n))),
-         Steps()
-             .out(0x04, "04 ?? FF 00 00 00 01 00 00 00 00 00 03 00 00 00 A2 00 E8")
-             .in(0x86, 4, "00 00 00 00")
-             .out(0x04, "04 ?? FF 00 00 00 01 00 05 00 00 00 01 00 00 00 A3")
-             .in(0x86, 9, "00 84 D9 01 02 00 00 00 00")},
-        {"SPI lines, QUICKER", QUICKER, CALL(spiInit()),
-         states("1F C0 FF 00 FF 00 FF 00 FF 00").append(directions("0F E0 FF 00 FF 00 FF 00 FF 00"))},
-        {"SPI lines, ADVANCED", ADVANCED, CALL(spiInit()),
-         states("1F 80 FF 00 FF 00 FF 00 FF 00").append(directions("0F E0 FF 00 FF 00 FF 00 FF 00"))},
         {"SPI write, 12 bits of value", QUICKER, CALL(spiWrite(5, 0xF3E8)),
          Steps().out(0x04, "06 ?? 00 01 00 00 01 00 02 00 00 00 02 00 00 00 53 E8").in(0x86, 6, "00 01 02 00 00 00")},
-        {"data by SPI, the buffer goes out", ADVANCED, reading(2, "01 02", READ(getData(bytes, n))),
-         Steps().out(0x04, "06 ?? 00 02 03 00 01 00 02 00 00 00 02 00 00 00 CC CC").in(0x86, 6, "EE 01 02 00 00 00")},
+        {"three bytes and one for a whole word", STANDARD, CALL(sendCommand(80, THREE_BYTES, nullptr, 3, 0)),
+         Steps().command("50 00 A1 A2 A3 00")},
+        {"null payload sends zeros", STANDARD, CALL(sendCommand(6, nullptr, nullptr, 3, 0)),
+         Steps().command("06 00 00 00 00 00")},
+        {"low eight bits of the code", STANDARD, CALL(sendCommand(0x187)), Steps().command("87 00")},
+        {"16-bit value without reply, high byte first", ADVANCED, CALL(sendCommand(9, uint16_t{0x0102})),
+         advanced("09 01 02", "")},
+        {"16-bit value with reply, low byte first", ADVANCED, CALL(sendCommand(55, uint16_t{0x0102}, reply, 4)),
+         advanced("37 02 01", "A1 A2 A3 A4")},
     };
 }
 
@@ -119,17 +94,6 @@ TEST(BridgePrimitive, SendsTheseBytesAndEndsAtTheFirstFailure)
     }
 }
 
-TEST(BridgePrimitive, ParInStoresWhatArrivedBeforeTheFailure)
-{
-    OpenedCamera opened;
-    opened.usb.out(0x04, "09 ?? 00 00 00 00 04 00 ...").in(0x88, 5, "A1 A2").in(0x88, 3, "").fails();
-    uint8_t bytes[4] = {0xCC, 0xCC, 0xCC, 0xCC};
-    EXPECT_FALSE(opened.camera.parIn(bytes, 4));
-    EXPECT_EQ(bytes[0], 0xA1);
-    EXPECT_EQ(bytes[1], 0xA2);
-    EXPECT_NE(bytes[2], 0xCC);  // copied from a buffer that started as zeros
-}
-
 TEST(GetData, WordFillsTheLowHalf)
 {
     OpenedCamera standard;
@@ -137,15 +101,6 @@ TEST(GetData, WordFillsTheLowHalf)
     standard.usb.parIn(2, "34 12");
     EXPECT_TRUE(standard.camera.getData(&value));
     EXPECT_EQ(value, 0xABCD1234U);  // the upper half stays
-}
-
-TEST(BridgeRequest, SequenceByteCountsAndWraps)
-{
-    OpenedCamera opened;
-    for (int i = 0; i < 300; i++) {  // the script demands the next value each time, 0 after 255
-        opened.usb.out(0x04, "05 ?? 00 00 00 00 ...");
-        EXPECT_TRUE(opened.camera.i2cSetSpeed(0));
-    }
 }
 
 TEST(GetString, EndsAtNulAtTheLimitOrAtAFailure)
@@ -186,7 +141,7 @@ TEST(BridgeDeathTest, PrimitivesOfOtherFamiliesEndTheProcess)
     } const CASES[] = {
         {STANDARD, CALL(spiInit()), 564},
         {ADVANCED, CALL(spiWrite(2, 0)), 586},
-        {QUICKER, reading(2, "", READ(getData(bytes, n))), 623},
+        {QUICKER, CALL(getData(reply, 2)), 623},
         {IIDC, CALL(sendCommand(9)), 486},
         {QUICKER, CALL(sendCommand(9, uint16_t{1})), 505},
         {QUICKER, CALL(appInit()), 703},

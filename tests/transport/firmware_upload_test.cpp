@@ -9,7 +9,6 @@
 namespace {
 
 using vorntest::OpenedCamera;
-using vorntest::Steps;
 using vorntest::TraceCapture;
 
 /// Puts another table in place of the exported one, padded with @p padding, and the original back.
@@ -29,19 +28,6 @@ public:
 private:
     std::vector<uint8_t> saved_ = std::vector<uint8_t>(sizeof FIRMWARE);
 };
-
-TEST(WriteFirmware, SendsTheExportedTableIn768TransfersUpToTheFirstFailure)
-{
-    const Steps whole = Steps().firmwareUpload();
-    EXPECT_EQ(whole.size(), 768U);
-    OpenedCamera standard;
-    forEachFailure(whole, [&](const Steps& steps, bool ok) {
-        standard.usb.clear();
-        standard.usb.append(steps);
-        ASSERT_EQ(standard.camera.writeFW(), ok);
-        standard.expectSettled();
-    });
-}
 
 TEST(WriteFirmware, FollowsTheTableAHostPutThere)
 {

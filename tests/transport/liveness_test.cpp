@@ -7,7 +7,6 @@
 namespace {
 
 using vorntest::OpenedCamera;
-using vorntest::Steps;
 using vorntest::TraceCapture;
 
 TEST(AppInit, PollsUpTo64Times)
@@ -23,17 +22,6 @@ TEST(AppInit, PollsUpTo64Times)
         EXPECT_EQ(standard.camera.appInit(), emptyPolls < 64);
         EXPECT_TRUE(standard.usb.done());
     }
-}
-
-TEST(AppInit, GivesUpAfterAFailedStep)
-{
-    forEachFailure(Steps().command("2C 00").pause(10000).parIn(2, "49 00"), [](const Steps& steps, bool ok) {
-        OpenedCamera standard;
-        standard.usb.append(steps);
-        EXPECT_EQ(standard.camera.appInit(), ok);
-        EXPECT_TRUE(standard.usb.done());
-        EXPECT_TRUE(VornDebugOn);
-    });
 }
 
 TEST(Ping, StandardAnswersOneMoreWithinFiveTries)
