@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace vornfuzz {
+
+/// The bytes of one execution, taken from the front. What lies behind the end reads as zeros.
+class Input {
+public:
+    /// @param copy when given, receives every byte taken: this is how seeds are recorded
+    explicit Input(std::span<const uint8_t> bytes, std::vector<uint8_t>* copy = nullptr) : rest_(bytes), copy_(copy) {}
+
+    bool exhausted() const { return rest_.empty(); }
+
+    /// @return up to @p length bytes.
+    std::span<const uint8_t> take(size_t length)
+    {
+        const std::span<const uint8_t> taken = rest_.first(std::min(length, rest_.size()));
+        rest_ = rest_.subspan(taken.size());
+        if (copy_ != nullptr)
+            copy_->insert(copy_->end(), taken.begin(), taken.end());
+        return taken;
+    }
+
+    /// @return a number of this type from its bytes, any bit pattern.
+    template <typename Number>
+    Number number()
+    {
+        Number value = {};
+        const std::span<const uint8_t> taken = take(sizeof value);
+        std::memcpy(&value, taken.data(), taken.size());
+        return value;
+    }
+
+    uint8_t byte() { return number<uint8_t>(); }
+    bool flag() { return (byte() & 1) != 0; }
+    /// @return everything left.
+    std::string text()
+    {
+        const std::span<const uint8_t> taken = take(rest_.size());
+        return {taken.begin(), taken.end()};
+    }
+
+    /// @return one of the numbers hosts give by mistake, or any.
+    double real();
+
+private:
+    std::span<const uint8_t> rest_;
+    std::vector<uint8_t>* copy_;
+};
+
+/// Ends the program as a finding when @p condition does not hold.
+void check(bool condition, const char* what);
+
+}  // namespace vornfuzz
