@@ -34,6 +34,9 @@ int runVornsim(int argc, char** argv)
         addListCommand(app),
         addRunCommand(app),
         addUsbipCommand(app),
+#ifdef VORNSIM_HAS_REDIR
+        addRedirCommand(app),
+#endif
     };
 
     char** const ownEnd = endOfOwnArguments(argc, argv);

@@ -32,6 +32,7 @@ struct Subcommand {
 Subcommand addListCommand(CLI::App& app);
 Subcommand addRunCommand(CLI::App& app);
 Subcommand addUsbipCommand(CLI::App& app);
+Subcommand addRedirCommand(CLI::App& app);  // only where libusbredirparser is found
 
 /// Says what went wrong on standard error. @return @p exitStatus.
 int fail(int exitStatus, const std::string& message);
