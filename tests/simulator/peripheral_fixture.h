@@ -40,16 +40,6 @@ protected:
         for (const auto& [request, text] : rows)
             EXPECT_THAT(exchange(request, 0), testing::HasSubstr(text)) << request;
     }
-    /// Waits for the image of @p seconds of light: none of it is on the bus for @p us, all of it @p slackUs later.
-    template <class Camera>
-    void expectImage(Camera& camera, double seconds, int64_t us, int64_t slackUs, const std::string& words)
-    {
-        EXPECT_NEAR(camera.truth().lightSeconds, seconds, 1e-6);
-        clock.pass(us);
-        EXPECT_EQ(takeWords(camera), "");
-        clock.pass(slackUs);
-        EXPECT_EQ(takeWords(camera), words);
-    }
     std::string takeWords(BridgePeripheral& camera) const
     {
         const OfferedWords offered = camera.offeredWords(clock.nowUs());

@@ -8,18 +8,11 @@
 namespace vornsim::test {
 namespace {
 
-/// A camera of 5 x 3 pixels and the lines that lead to it.
+/// A camera and the lines that lead to it.
 class QuickerCameraTest : public PeripheralTest {
 protected:
-    void SetUp() override { power(false, 0); }
-    void power(bool prechargePairs, uint8_t prechargeCode)
+    void SetUp() override
     {
-        CameraModel model = cameraModel(*findModel("K01"));
-        model.info.pixelCountX = 5;
-        model.info.pixelCountY = 3;
-        model.prechargePairs = prechargePairs;
-        model.prechargeCode = prechargeCode;
-        camera = std::make_unique<QuickerCamera>(model, CameraOptions{.scene = SceneKind::RAMP}, clock, log);
         camera->bridgeStarted();
         line(1, true);
         line(1, false);
@@ -54,46 +47,11 @@ protected:
             (void)camera->spiExchange({1, 0, 1}, std::span(bytes).subspan(at, 2), in);
         return log.takeComplaints();
     }
-    bool busy() { return (camera->portInputs(0) & 0x10) != 0; }
 
     uint8_t latch = 0x84;
-    std::unique_ptr<QuickerCamera> camera;
+    std::unique_ptr<QuickerCamera> camera =
+        std::make_unique<QuickerCamera>(cameraModel(*findModel("K01")), CameraOptions{}, clock, log);
 };
-
-TEST_F(QuickerCameraTest, RunningExposureUnderGuiding)
-{
-    expectAnswers({
-        {"relay 0", "20 01", ""},
-        {"clear, relays 0 and 3", "24 29 50 00", "", 250000},
-        {"expose", "22 00 50 00", "", 250000},
-        {"a guide pulse, relay 2", "20 04", ""},
-        {"binning 1 x 2", "20 00 81 00 81 00", "", 500000},
-    });
-    EXPECT_NEAR(camera->truth().driftX, 2.0, 1e-9);
-    EXPECT_NEAR(camera->truth().driftY, 1.0, 1e-9);
-    expectAnswers({{"read", "24 A0 53 E8", "", 500000}});
-    EXPECT_TRUE(busy());
-    expectImage(*camera, 1.0, 4900, 200, "FF FF 00 00 01 00 02 00 03 00 04 00");  // a dummy word, five columns, one row
-    EXPECT_FALSE(busy());
-}
-
-TEST_F(QuickerCameraTest, PrechargePairsDifferByHalfTheValue)
-{
-    const std::pair<uint8_t, int> offsets[] = {{8, 256}, {0xFF, -32}, {127, 4064}};
-    for (const auto& [code, offset] : offsets) {
-        power(true, code);
-        expectAnswers({{"expose for 292 units of 1024/3 us", "80 00 80 00 27 A0 51 24", ""}});
-        EXPECT_NEAR(camera->truth().lightSeconds, 0.099669, 1e-6);
-        clock.pass(99600);
-        EXPECT_EQ(takeWords(*camera), "");
-        clock.pass(6000);
-        const Bytes bytes = hex(takeWords(*camera));
-        std::vector<int> values;
-        for (size_t i = 2; i + 3 < bytes.size(); i += 4)
-            values.push_back(offset + 2 * (bytes[i + 2] + bytes[i + 3] * 256 - bytes[i] - bytes[i + 1] * 256));
-        EXPECT_THAT(values, testing::ElementsAre(0, 0, 2, 2, 4, 256, 256, 258, 258, 260, 512, 512, 514, 514, 516));
-    }
-}
 
 TEST_F(QuickerCameraTest, ComplainsAboutWhatItCannotUnderstand)
 {
