@@ -43,11 +43,13 @@ void expectOpens(CAMERA_TYPE type, const Steps& steps, const std::vector<std::st
     VornCameraImpl& camera = closed.camera;
     camera.hasShutter = type != ADVANCED;  // never reported, and so never changed
     camera.hasGuidePort = camera.hasFilterWheel = camera.hasGPIO = camera.has8BitMode = true;
+    camera.previewMode = camera.eightBitMode = camera.darkFrameMode = true;
     camera.tempSensorCount = 77;
     camera.cooler = COOLER_ONOFF;
     EXPECT_TRUE(camera.open());
     EXPECT_TRUE(closed.usb.done());
     EXPECT_STREQ(camera.getLastError(), "No error");
+    EXPECT_TRUE(camera.previewMode && camera.eightBitMode && camera.darkFrameMode);  // as the host left them
     for (const std::string& each : expected)
         expectDescribed(camera, each);
 }

@@ -3,13 +3,10 @@
 
 #include "family_steps.h"
 #include "opening.h"
-#include "trace_capture.h"
 
 namespace {
 
-using vorntest::OpenedCamera;
 using vorntest::Steps;
-using vorntest::TraceCapture;
 
 /// @p hex filled with FF to the 64 bytes of a description.
 std::string description(std::string hex)
@@ -109,32 +106,6 @@ TEST(OpenQuicker, KnowsItsCameraByTheProductIdInTheEeprom)
         const Steps whole = QuickerOpen{.productId = productId}.steps().cutBefore("0C ?? 00 00 D0 07");
         (void)tracedFailure(QUICKER, Steps().append(whole).pause(200000).close());
     }
-}
-
-TEST(PingQuicker, AFailedReadIsNoAnswer)
-{
-    OpenedCamera quicker(QUICKER);
-    quicker.usb.eepRead(3, 2, "2F DF").fails(LIBUSB_ERROR_TIMEOUT);
-    EXPECT_FALSE(quicker.camera.ping());
-    quicker.usb.eepRead(3, 2, "2F DF");
-    EXPECT_TRUE(quicker.camera.ping());
-    EXPECT_TRUE(quicker.usb.done());
-}
-
-TEST(FlushQuicker, DrainsBlocksThenBytes)
-{
-    OpenedCamera quicker(QUICKER);
-    quicker.usb.timeout(100);
-    for (int block = 0; block < 2; block++) {
-        quicker.usb.out(0x04, "09 ?? 00 00 03 00 40 0D ...");
-        quicker.usb.in(0x88, 200001, std::vector<uint8_t>(200001, 0x55));
-    }
-    quicker.usb.parIn(200000, "").fails(LIBUSB_ERROR_TIMEOUT).parIn(1, "55").parIn(1, "").fails(LIBUSB_ERROR_TIMEOUT);
-    TraceCapture trace;
-    quicker.camera.flush();
-    EXPECT_TRUE(quicker.usb.done());
-    EXPECT_TRUE(trace.has("    400001 bytes flushed"));
-    EXPECT_EQ(quicker.camera.timeout, 30000U);
 }
 
 TEST(OpenQuicker, TracesItsDescription)
