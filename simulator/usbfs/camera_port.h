@@ -44,7 +44,7 @@ public:
     CameraPort(const CameraPort&) = delete;
     CameraPort& operator=(const CameraPort&) = delete;
 
-    /// Makes the node at @p path pollable and starts the thread. @return 0 or an errno.
+    /// Makes a pollable file at @p path, which is to become the node, and starts the thread. @return 0 or an errno.
     int start(const std::string& path);
 
     /// Ends the thread. Requests that wait stay unanswered: their programs have ended.

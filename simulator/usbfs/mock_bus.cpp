@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "mock_bus.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -105,8 +107,8 @@ struct MockBus::State {
     /// Plugs a device into a port of the root hub. @return an empty text, or what went wrong.
     std::string plugIn(UsbDevice& device, DeviceLog& log, unsigned portNumber);
 
-    /// Makes the device node and serves it.
-    std::string serve(const UsbAddress& address, const PortRef& port);
+    /// Serves the device node that will be, with @p gate to take its place.
+    std::string serve(const UsbAddress& address, const PortRef& port, const std::string& gate);
 
     CameraPort::Events eventsOf(UsbDevice& device, DeviceLog& log, const UsbAddress& address, const UsbLayout& layout);
     void remove(const UsbAddress& address, const UsbLayout& layout);
@@ -138,25 +140,30 @@ std::string MockBus::State::plugIn(UsbDevice& device, DeviceLog& log, unsigned p
     if (!layout)
         return "the device has no valid descriptors";
     const UsbAddress address{BUS, portNumber, ++lastDevice};
+    auto port =
+        std::make_shared<CameraPort>(device, *layout, clock, log, memory, eventsOf(device, log, address, *layout));
+    // A program may hear of the device and open it as soon as it is added, so all else is made before.
+    const std::string gate = path("/gate");
+    const std::string problem = serve(address, port, gate);
+    if (!problem.empty())
+        return problem;
     GError* error = nullptr;
     if (!umockdev_testbed_add_from_string(testbed.get(), describeDevice(address, *layout, descriptors).c_str(), &error))
         return takeMessage(error);
-    auto port =
-        std::make_shared<CameraPort>(device, *layout, clock, log, memory, eventsOf(device, log, address, *layout));
-    const std::string problem = serve(address, port);
-    if (problem.empty())
-        ports.push_back(std::move(port));
-    return problem;
+    if (std::rename(gate.c_str(), path(deviceNode(address)).c_str()) != 0)
+        return std::string("cannot make the device node: ") + std::strerror(errno);
+    ports.push_back(std::move(port));
+    return "";
 }
 
-std::string MockBus::State::serve(const UsbAddress& address, const PortRef& port)
+std::string MockBus::State::serve(const UsbAddress& address, const PortRef& port, const std::string& gate)
 {
     ObjectRef<UMockdevIoctlBase> handler(umockdev_ioctl_base_new());
     connectSignal(handler.get(), "client-connected", G_CALLBACK(onClient), port);
     connectSignal(handler.get(), "handle-ioctl", G_CALLBACK(onRequest), port);
     connectSignal(handler.get(), "handle-read", G_CALLBACK(onRead), port);
     connectSignal(handler.get(), "handle-write", G_CALLBACK(onWrite), port);
-    if (const int failure = port->start(path(deviceNode(address))))
+    if (const int failure = port->start(gate))
         return std::string("cannot make the device node: ") + std::strerror(failure);
     GError* error = nullptr;
     if (!umockdev_testbed_attach_ioctl(testbed.get(), deviceNode(address).c_str(), handler.get(), &error))
