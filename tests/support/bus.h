@@ -52,6 +52,7 @@ struct BusCall {
     long pauseUs = 0;                 ///< PAUSE only
     std::vector<uint8_t> bytes = {};  ///< data sent
 
+    bool operator==(const BusCall&) const = default;
     /// @return whether the call can fail in a test's fault plan: everything but CLOSE, PAUSE and the driver queries.
     bool countable() const;
     /// @return one line for people, for example `out 0x04, 16 bytes, 30000 ms: 0C 00 00 ...`.

@@ -1,16 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "family_steps.h"
 
-#include <cstdio>
-
 namespace vorntest {
 
 namespace {
 
 std::string hexByte(size_t value)
 {
-    const auto byte = static_cast<uint8_t>(value);
-    return toHex({&byte, 1});
+    return toHex({{static_cast<uint8_t>(value)}});
 }
 
 /// {mask, value} for port 0, the other ports unchanged.
@@ -71,25 +68,6 @@ Steps& loadTable(Steps& usb, const char* table, Place place)
     const std::string length = hexByte(parseHex(table).size());
     usb.out(0x04, "08 ?? FF 00 00 00 00 00 00 00 00 00 " + length + " 00 00 00 " + table, place);
     return usb.in(0x86, 4, "00 00 00 00", place);
-}
-
-std::string zeros(size_t count)
-{
-    std::string hex;
-    for (size_t i = 0; i < count; i++)
-        hex += " 00";
-    return hex;
-}
-
-std::string toHex(std::span<const uint8_t> bytes)
-{
-    std::string hex;
-    for (const uint8_t byte : bytes) {
-        char text[4];
-        (void)snprintf(text, sizeof text, "%s%02X", hex.empty() ? "" : " ", byte);
-        hex += text;
-    }
-    return hex;
 }
 
 Steps& advancedCommand(Steps& usb, const std::string& hex, const std::string& reply, Place place)

@@ -52,9 +52,4 @@ Steps& streamedText(Steps& usb, const std::string& text, Place place = Place::he
 /// What closes the opening of STANDARD, QUICKER and ADVANCED cameras: timeouts of 200 ms and 2000 ms.
 Steps& finalTimeouts(Steps& usb, Place place = Place::here());
 
-/// @return @p count bytes 00, each with a blank before it.
-std::string zeros(size_t count);
-/// @return the bytes in hex notation.
-std::string toHex(std::span<const uint8_t> bytes);
-
 }  // namespace vorntest

@@ -71,6 +71,11 @@ std::vector<int> parseHex(const std::string& hex);
 /// Hex notation without `??` to bytes.
 std::vector<uint8_t> parseBytes(const std::string& hex);
 
+/// @return @p count bytes 00, each with a blank before it.
+std::string zeros(size_t count);
+/// @return the bytes in hex notation.
+std::string toHex(std::span<const uint8_t> bytes);
+
 /// A list of expected calls. Each function that names a call adds a step and notes where it was written.
 class Steps {
 public:
@@ -176,7 +181,7 @@ public:
 
 private:
     ScriptStep* expect(const BusCall& call);
-    void fail(const std::string& problem, const ScriptStep* step, const BusCall* call);
+    void fail(const std::string& problem, const ScriptStep* step, const BusCall& call);
 
     size_t played_ = 0;
     bool broken_ = false;  // one message is enough: what follows a wrong call means nothing
