@@ -67,7 +67,7 @@ bool UsbIpConnection::takeMessages()
         size_t length = 0;
         const auto dispatch = [&](const auto& parsed) {
             length = parsed.length;
-            going = std::visit([this](const auto& message) { return handle(message); }, parsed.message);
+            going = std::visit([this](const auto& message) { return this->handle(message); }, parsed.message);
         };
         if (export_)
             dispatch(parseCommand(rest));
