@@ -1,0 +1,336 @@
+// SPDX-License-Identifier: MIT
+// The USB/IP server against clients that send bytes written by hand, on virtual time.
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cctype>
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "device/usb_function.h"
+#include "usbip/export_table.h"
+#include "usbip/usbip_connection.h"
+#include "usbip/usbip_server.h"
+
+namespace vornsim::usbip {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+/// "01 11 x30" is 01, then 11 thirty times.
+Bytes hex(const std::string& text)
+{
+    Bytes bytes;
+    size_t at = 0;
+    while ((at = text.find_first_not_of(' ', at)) != std::string::npos) {
+        if (text[at] == 'x')
+            bytes.resize(bytes.size() + std::stoul(text.substr(at + 1)) - 1, bytes.back());
+        else
+            bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
+        at = std::min(text.find(' ', at), text.size());
+    }
+    return bytes;
+}
+
+/// Command, sequence number, device (of no matter), direction, endpoint, flags, length, then frame, packets, interval
+/// and setup bytes.
+const std::string DEVICE = "00 01 00 02 ";
+const std::string NO_FRAME = "00 x12 ";
+const std::string READ_1024 =
+    "00 00 00 01 00 00 00 07 " + DEVICE + "00 00 00 01 00 00 00 06 00 x4 00 00 04 00 " + NO_FRAME + "00 x8";
+const std::string GET_DEVICE_DESCRIPTOR =
+    "00 00 00 01 00 00 00 01 " + DEVICE + "00 00 00 01 00 x4 00 x4 00 00 00 12 " + NO_FRAME + "80 06 00 01 00 00 12 00";
+const std::string UNLINK_7 = "00 00 00 02 00 00 00 08 " + DEVICE + "00 x4 00 x4 00 00 00 07 00 x24";
+const std::string LIST = "01 11 80 05 00 x4";
+const std::string IMPORT = "01 11 80 03 00 x4 31 2D 31 00 x29";  // "1-1"
+
+std::string answer(const std::string& command, const std::string& status, const std::string& length)
+{
+    return command + " 00 x12 " + status + " " + length + " 00 x20";
+}
+
+TEST(UsbIpParser, TakesWholeMessagesAndRefusesWhatNoneBeginsWith)
+{
+    const auto submit = [](const std::string& direction, const std::string& endpoint, const std::string& length,
+                           const std::string& packets, const std::string& rest) {
+        return "00 00 00 01 00 00 00 09 " + DEVICE + direction + " " + endpoint + " 00 00 00 01 " + length + " 00 x4 " +
+               packets + " 00 x4 " + rest;
+    };
+    const std::string out = "00 x4";
+    const std::string in = "00 00 00 01";
+    enum Kind : size_t { INCOMPLETE, MALFORMED, SUBMIT, UNLINK };
+    const struct {
+        const char* label;
+        std::string bytes;
+        Kind kind;
+        size_t number;  ///< INCOMPLETE: bytes needed; else bytes taken
+    } cases[] = {
+        {"nothing", "", INCOMPLETE, 48},
+        {"a byte less", READ_1024.substr(0, READ_1024.size() - 1) + "7", INCOMPLETE, 48},
+        {"read", READ_1024, SUBMIT, 48},
+        {"control", GET_DEVICE_DESCRIPTOR, SUBMIT, 48},
+        {"unlink, and the next message", UNLINK_7 + " 55", UNLINK, 48},
+        {"write", submit(out, "00 00 00 04", "00 00 00 03", "FF x4", "00 x8 0A 0B 0C"), SUBMIT, 51},
+        {"data to come", submit(out, "00 00 00 04", "00 00 00 03", "00 x4", "00 x8 0A 0B"), INCOMPLETE, 51},
+        {"32 MiB", submit(in, "00 00 00 06", "02 00 00 00", "00 x4", "00 x8"), SUBMIT, 48},
+        {"a byte more", submit(in, "00 00 00 06", "02 00 00 01", "00 x4", "00 x8"), MALFORMED, 0},
+        {"endpoint 16", submit(in, "00 00 00 10", "00 x4", "00 x4", "00 x8"), MALFORMED, 0},
+        {"direction 2", submit("00 00 00 02", "00 00 00 06", "00 x4", "00 x4", "00 x8"), MALFORMED, 0},
+        {"isochronous", submit(in, "00 00 00 06", "00 x4", "00 00 00 01", "00 x8"), MALFORMED, 0},
+        {"setup says more", submit(in, "00 x4", "00 00 00 02", "00 x4", "80 00 x5 03 00"), MALFORMED, 0},
+        {"setup says out", submit(in, "00 x4", "00 00 00 02", "00 x4", "40 00 x5 02 00"), MALFORMED, 0},
+        {"an answer", "00 00 00 03 00 x44", MALFORMED, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.label);
+        const Bytes bytes = hex(c.bytes);
+        const auto parsed = parseCommand(bytes);
+        ASSERT_EQ(parsed.message.index(), size_t{c.kind});
+        if (c.kind == INCOMPLETE)
+            EXPECT_EQ(std::get<Incomplete>(parsed.message).needed, c.number);
+        else
+            EXPECT_EQ(parsed.length, c.number);
+    }
+    const auto write = parseCommand(hex(cases[5].bytes));
+    const auto& command = std::get<SubmitCommand>(write.message);
+    EXPECT_EQ(command.sequence, 9U);
+    EXPECT_EQ(command.endpoint, 0x04);
+    EXPECT_TRUE(command.shortIsError);
+    EXPECT_EQ(Bytes(command.data.begin(), command.data.end()), hex("0A 0B 0C"));
+
+    for (const char* refused : {"01 06 80 05 00 x4", "01 11 80 04 00 x4", "01 11 80 03 00 x4 31 x32"})
+        EXPECT_TRUE(std::holds_alternative<Malformed>(parseRequest(hex(refused)).message)) << refused;
+}
+
+class TestClock : public Clock {
+public:
+    int64_t nowUs() const override { return us; }
+    int64_t us = 0;
+};
+
+class Silent : public DeviceLog {
+public:
+    void note(const std::string& /*text*/) override {}
+    void complain(const std::string& text) override { ADD_FAILURE() << text; }
+};
+
+/// Endpoint 0x86 has three bytes from a certain time on, or whatever a test makes of it.
+class Device : public UsbFunction {
+public:
+    explicit Device(const Clock& clock) : UsbFunction({0x1234, 0x5678, 0x0102, 50, {{{0x86}, {0x04}}}}), clock_(clock)
+    {
+    }
+    int64_t readyAtUs = NEVER;
+    TransferStatus status = TransferStatus::OK;
+
+protected:
+    BulkResult sendToEndpoint(uint8_t /*endpoint*/, std::span<const uint8_t> data) override
+    {
+        return {TransferStatus::OK, data.size(), true};
+    }
+    BulkResult readFromEndpoint(uint8_t /*endpoint*/, std::span<uint8_t> buffer) override
+    {
+        if (status != TransferStatus::OK)
+            return {status, 0, true};
+        if (clock_.nowUs() < readyAtUs)
+            return {TransferStatus::OK, 0, false, readyAtUs};
+        std::fill_n(buffer.begin(), 3, uint8_t{0xAB});
+        return {TransferStatus::OK, 3, true};
+    }
+
+private:
+    const Clock& clock_;
+};
+
+/// A connection with the test at the other end.
+struct Peer {
+    Peer(ExportTable& exports, const Clock& clock)
+    {
+        EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
+        connection = std::make_unique<UsbIpConnection>(ends[0], exports, clock);
+    }
+    ~Peer()
+    {
+        connection.reset();
+        (void)close(ends[0]);
+        (void)close(ends[1]);
+    }
+    Peer(const Peer&) = delete;
+    Peer& operator=(const Peer&) = delete;
+
+    /// Sends bytes to the connection. @return whether it goes on.
+    bool say(const std::string& text) const
+    {
+        const Bytes bytes = hex(text);
+        EXPECT_EQ(send(ends[1], bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+        return connection->onReadable();
+    }
+    /// What the connection has sent.
+    Bytes heard() const
+    {
+        Bytes bytes(65536);
+        const ssize_t count = recv(ends[1], bytes.data(), bytes.size(), MSG_DONTWAIT);
+        bytes.resize(static_cast<size_t>(std::max<ssize_t>(count, 0)));
+        return bytes;
+    }
+    bool import() const { return say(IMPORT) && heard().size() == 320; }
+
+    std::array<int, 2> ends{};
+    std::unique_ptr<UsbIpConnection> connection;
+};
+
+class UsbIp : public testing::Test {
+protected:
+    UsbIp() { EXPECT_TRUE(exports.add(device, log)); }
+
+    TestClock clock;
+    Silent log;
+    Device device{clock};
+    ExportTable exports{clock};
+    Peer peer{exports, clock};
+};
+
+TEST_F(UsbIp, ListsAndLendsADeviceToOneClientAtATime)
+{
+    const std::string record =
+        "00 00 00 01 00 00 00 02 00 00 00 03 12 34 56 78 01 02 FF FF FF 01 01 01";  // bus, device, speed, ids, classes
+    EXPECT_FALSE(peer.say(LIST));                                                   // the answer ends the connection
+    const Bytes list = peer.heard();
+    ASSERT_EQ(list.size(), 12U + 312 + 4);
+    EXPECT_EQ(Bytes(list.begin(), list.begin() + 12), hex("01 11 00 05 00 x4 00 00 00 01"));
+    EXPECT_EQ(Bytes(list.begin() + 12 + 256, list.begin() + 12 + 260), hex("31 2D 31 00"));
+    EXPECT_EQ(Bytes(list.begin() + 12 + 288, list.end()), hex(record + " FF FF FF 00"));
+    {
+        const Peer first(exports, clock);
+        EXPECT_TRUE(first.say(IMPORT.substr(0, 24)));  // it may come in pieces
+        EXPECT_TRUE(first.say(IMPORT.substr(24)));
+        const Bytes import = first.heard();
+        ASSERT_EQ(import.size(), 8U + 312);
+        EXPECT_EQ(Bytes(import.begin(), import.begin() + 8), hex("01 11 00 03 00 x4"));
+        EXPECT_EQ(Bytes(import.begin() + 8 + 288, import.end()), hex(record));
+
+        const Peer second(exports, clock);
+        EXPECT_FALSE(second.say(IMPORT));
+        EXPECT_EQ(second.heard(), hex("01 11 00 03 00 00 00 02"));
+        const Peer third(exports, clock);
+        EXPECT_FALSE(third.say("01 11 80 03 00 x4 39 2D 39 00 x29"));
+        EXPECT_EQ(third.heard(), hex("01 11 00 03 00 00 00 04"));
+        const Peer fourth(exports, clock);
+        EXPECT_FALSE(fourth.say(LIST));
+        EXPECT_EQ(fourth.heard(), hex("01 11 00 05 00 x8"));
+    }
+    EXPECT_TRUE(Peer(exports, clock).import());
+}
+
+TEST_F(UsbIp, AnswersTransfersWhenTheDeviceDoes)
+{
+    ASSERT_TRUE(peer.import());
+    EXPECT_TRUE(peer.say(GET_DEVICE_DESCRIPTOR));
+    EXPECT_EQ(peer.heard(), hex(answer("00 00 00 03 00 00 00 01", "00 x4", "00 00 00 12") +
+                                " 12 01 00 02 FF FF FF 40 34 12 78 56 02 01 00 00 00 01"));
+
+    device.readyAtUs = 500;
+    EXPECT_TRUE(peer.say(READ_1024));
+    EXPECT_EQ(peer.connection->nextWakeUs(), 500);
+    EXPECT_TRUE(peer.heard().empty());
+    clock.us = 500;
+    EXPECT_TRUE(peer.connection->onTime());
+    const Bytes three = hex(answer("00 00 00 03 00 00 00 07", "00 x4", "00 00 00 03") + " AB AB AB");
+    EXPECT_EQ(peer.heard(), three);
+
+    // taken back when it waits, and when it has been answered
+    device.readyAtUs = NEVER;
+    EXPECT_TRUE(peer.say(READ_1024));
+    EXPECT_TRUE(peer.say(UNLINK_7));
+    EXPECT_EQ(peer.heard(), hex(answer("00 00 00 04 00 00 00 08", "FF FF FF 98", "00 x4")));
+    EXPECT_TRUE(peer.say(UNLINK_7));
+    EXPECT_EQ(peer.heard(), hex(answer("00 00 00 04 00 00 00 08", "00 x4", "00 x4")));
+
+    const std::pair<TransferStatus, const char*> errors[] = {{TransferStatus::STALL, "FF FF FF E0"},
+                                                             {TransferStatus::BABBLE, "FF FF FF B5"},
+                                                             {TransferStatus::IO_ERROR, "FF FF FF B9"}};
+    for (const auto& [status, code] : errors) {
+        device.status = status;
+        EXPECT_TRUE(peer.say(READ_1024));
+        EXPECT_EQ(peer.heard(), hex(answer("00 00 00 03 00 00 00 07", code, "00 x4"))) << code;
+    }
+    device.status = TransferStatus::GONE;
+    EXPECT_FALSE(peer.say(READ_1024));
+    peer.connection.reset();
+    EXPECT_TRUE(exports.available().empty());  // until the device says that it is back
+}
+
+TEST_F(UsbIp, DropsClientsThatAskTooMuchOrNothing)
+{
+    ASSERT_TRUE(peer.import());
+    const std::string most =
+        "00 00 00 01 00 00 00 07 " + DEVICE + "00 00 00 01 00 00 00 06 00 x4 02 00 00 00 " + NO_FRAME + "00 x8";
+    EXPECT_TRUE(peer.say(most));
+    EXPECT_TRUE(peer.say(most));
+    EXPECT_FALSE(peer.say(most));
+    EXPECT_EQ(peer.connection->complaint(), "the client has too many transfers under way");
+    EXPECT_FALSE(Peer(exports, clock).say("DE AD BE EF x60"));
+    const Peer silent(exports, clock);
+    EXPECT_EQ(silent.connection->nextWakeUs(), 10'000'000);
+    EXPECT_FALSE(silent.connection->onTime());
+}
+
+int connectTo(uint16_t port)
+{
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(port);
+    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    return fd;
+}
+
+/// Sends a request and waits for @p length bytes of answer. @return how many came before the server closed.
+size_t ask(int fd, const std::string& request, size_t length)
+{
+    const Bytes bytes = hex(request);
+    (void)send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    Bytes heard(length);
+    return static_cast<size_t>(std::max<ssize_t>(recv(fd, heard.data(), length, MSG_WAITALL), 0));
+}
+
+TEST_F(UsbIp, ServesSeveralClientsAndOutlivesThem)
+{
+    UsbIpServer server(exports, clock, [](const std::string&) {});
+    EXPECT_NE(server.listen("nowhere"), "");
+    ASSERT_EQ(server.listen("127.0.0.1:0"), "");
+    EXPECT_TRUE(server.loopbackOnly());
+    const int stop = eventfd(0, 0);
+    std::thread thread([&] { server.run(stop); });
+
+    const int idle = connectTo(server.port());
+    const int garbage = connectTo(server.port());
+    EXPECT_EQ(ask(garbage, "16 03 01 00 x400", 1), 0U);
+    const int owner = connectTo(server.port());
+    EXPECT_EQ(ask(owner, IMPORT, 320), 320U);
+    EXPECT_EQ(ask(owner, READ_1024 + " " + GET_DEVICE_DESCRIPTOR, 66), 66U);  // the read goes on waiting
+    const int other = connectTo(server.port());
+    EXPECT_EQ(ask(other, IMPORT, 320), 8U);
+    (void)close(owner);  // a client that disappears
+    size_t length = 0;
+    for (int attempt = 0; length != 320 && attempt < 1000; ++attempt) {
+        const int next = connectTo(server.port());
+        length = ask(next, IMPORT, 320);
+        (void)close(next);
+    }
+    EXPECT_EQ(length, 320U);
+
+    ASSERT_EQ(eventfd_write(stop, 1), 0);
+    thread.join();
+    for (const int fd : {idle, garbage, other, stop})
+        (void)close(fd);
+}
+
+}  // namespace
+}  // namespace vornsim::usbip
