@@ -7,6 +7,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 namespace vornsim {
 namespace {
@@ -22,6 +24,20 @@ bool isLoaded()
     return library != nullptr;
 }
 
+/// @return the path of our own library for host programs, which is where the installation puts it beside this program.
+/// It cannot be loaded when the path has what separates entries of LD_PRELOAD; umockdev's alone has to do then.
+std::string hostLibrary()
+{
+    std::error_code error;
+    const auto bin = std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+    for (const char* directory : {"lib", VORNSIM_LIBRARY_DIR}) {
+        const auto path = bin.parent_path() / directory / "libvornsim-host.so";
+        if (std::filesystem::exists(path, error) && path.string().find_first_of(": ") == std::string::npos)
+            return path.string();
+    }
+    return "";
+}
+
 /// @return the value of a variable with @p addition behind what it has, unless it has @p key already.
 std::string extended(const char* name, const char* key, const char* addition)
 {
@@ -35,10 +51,13 @@ std::string extended(const char* name, const char* key, const char* addition)
 
 std::vector<std::string> preloadEnvironment()
 {
+    std::string libraries = extended("LD_PRELOAD", LIBRARY, LIBRARY);
+    const std::string own = hostLibrary();
+    if (!own.empty() && libraries.find(own) == std::string::npos)
+        libraries.insert(0, own + ":");
     // The address sanitizer's runtime insists on being loaded first and ends a program that preloads anything else.
-    return {
-        std::string("LD_PRELOAD=") + extended("LD_PRELOAD", LIBRARY, LIBRARY),
-        std::string("ASAN_OPTIONS=") + extended("ASAN_OPTIONS", "verify_asan_link_order", "verify_asan_link_order=0")};
+    return {"LD_PRELOAD=" + libraries, std::string("ASAN_OPTIONS=") + extended("ASAN_OPTIONS", "verify_asan_link_order",
+                                                                               "verify_asan_link_order=0")};
 }
 
 std::string ensurePreload(char** argv)

@@ -22,7 +22,9 @@ TEST(RunWithLoopback, ProgramsFindDevicesAndEndAsTheyWould)
         {"errors", USBFS_HOST " errors", 0, ""},
         {"busy", USBFS_HOST " busy", 0, ""},
         {"two hosts drive two devices at once",
-         "sh -c '" USBFS_HOST " transfers 1001 & " USBFS_HOST " waiting 1002 && wait $!'", 0, ""},
+         "sh -c '" USBFS_HOST " transfers 1001 & " USBFS_HOST " errors 1002 && wait $!'", 0, ""},
+        {"programs that start at once do not disturb each other",
+         "sh -c 'for i in 1 2 3 4 5 6; do " USBFS_HOST " starting & done; wait'", 0, ""},
         {"killed hosts leave no claim behind",
          "sh -c 'exec 2>/dev/null; for i in 1 2 3; do " USBFS_HOST
          " waiting & sleep 0.15; kill -9 $!; wait $!; done; " USBFS_HOST " busy'",

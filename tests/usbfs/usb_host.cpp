@@ -97,6 +97,17 @@ void list(uint16_t /*productId*/)
     libusb_exit(nullptr);
 }
 
+void starting(uint16_t /*productId*/)
+{
+    for (int i = 0; i < 50; ++i) {
+        libusb_device** devices = nullptr;
+        check(libusb_init(nullptr), 0, "start of libusb beside other programs");
+        check(libusb_get_device_list(nullptr, &devices), 3, "devices");
+        libusb_free_device_list(devices, 1);
+        libusb_exit(nullptr);
+    }
+}
+
 void transfers(uint16_t productId)
 {
     Device device(productId, false);
@@ -144,8 +155,8 @@ void waiting(uint16_t productId)
     check(std::clock() - startCpu < CLOCKS_PER_SEC / 10, true, "the host sleeps while it waits");
 
     check(device.bulk(0x04, bytes, 100, moved), 0, "bytes to wait for");
-    check(device.vendor(0xB0, 80), 0, "80 ms pause");
     startMs = nowMs();
+    check(device.vendor(0xB0, 80), 0, "80 ms pause");
     check(device.bulk(0x86, bytes, 2000, moved), 0, "late answer");
     check(nowMs() - startMs > 75 && nowMs() - startMs < 1500, true, "the answer comes when the device is ready");
 
@@ -206,9 +217,9 @@ int main(int argc, char** argv)
 {
     const std::string what = argc > 1 ? argv[1] : "";
     const auto productId = static_cast<uint16_t>(argc > 2 ? std::strtoul(argv[2], nullptr, 16) : 0x1001);
-    const std::map<std::string, void (*)(uint16_t)> checks = {{"list", list},       {"transfers", transfers},
-                                                              {"waiting", waiting}, {"errors", errors},
-                                                              {"busy", busy},       {"refused", refused}};
+    const std::map<std::string, void (*)(uint16_t)> checks = {
+        {"list", list},     {"starting", starting}, {"transfers", transfers}, {"waiting", waiting},
+        {"errors", errors}, {"busy", busy},         {"refused", refused}};
     checks.at(what)(productId);
     return failures ? 1 : 0;
 }
