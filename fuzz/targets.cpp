@@ -32,6 +32,7 @@ constexpr Target TARGETS[] = {
     {"exposure_plan", planExposure},
     {"fault_rule", parseFaultRule},
     {"simulated_camera", driveSimulatedCamera},
+    {"usbip", serveUsbIp},
 };
 
 }  // namespace

@@ -42,5 +42,7 @@ void planExposure(Input& input);
 void parseFaultRule(Input& input);
 // device_target.cpp
 void driveSimulatedCamera(Input& input);
+// usbip_target.cpp
+void serveUsbIp(Input& input);
 
 }  // namespace vornfuzz
