@@ -133,7 +133,7 @@ struct Exchange {
 
 // STANDARD numbers go low byte first and come back in the low bytes of words, ADVANCED ones high byte first both ways;
 // CLASSIC replies come in the low bytes of words.
-TEST(Accessory, SendsTheseBytesAndEndsAtTheFirstFailureWithItsText)
+TEST(Accessory, SendsTheseBytesOrFails)
 {
     const Exchange CASES[] = {
         {STANDARD, "37 00 01 00", "01 EE 9B 00 EE EE", temperature(1, -10), TEMPERATURE_FAILED},
@@ -254,7 +254,7 @@ TEST(Accessory, IsRefusedWithoutTrafficWhereThereIsNone)
     }
 }
 
-TEST(Cooling, IsTheSameForOtherCoolersAndFailsOnAClosedCamera)
+TEST(Cooling, IsTheSameForOtherCoolers)
 {
     for (const COOLER_TYPE cooler : {COOLER_ONOFF, COOLER_SELECTPOWER}) {
         EquippedCamera equipped;
@@ -265,10 +265,6 @@ TEST(Cooling, IsTheSameForOtherCoolersAndFailsOnAClosedCamera)
         EXPECT_TRUE(equipped.camera.setCooling(-10.0F) && equipped.camera.initiateWarmUp());
         equipped.expectSettled();
     }
-    EquippedCamera closed;  // keeps what it was identified as
-    closed.camera.handle = nullptr;
-    EXPECT_FALSE(closed.camera.setCooling(-10.0F));
-    closed.expectSettled(SET_POINT_FAILED);
 }
 
 TEST(CoolingStatus, ANullStateSuppressesTheOthers)
@@ -282,7 +278,7 @@ TEST(CoolingStatus, ANullStateSuppressesTheOthers)
     EXPECT_TRUE(target == UNTOUCHED && power == UNTOUCHED);
 }
 
-TEST(CoolingStatus, PowerFollowsItsBoundsWhereverTheyAre)
+TEST(CoolingStatus, PowerIsNotClamped)
 {
     const struct {
         unsigned least;
@@ -364,7 +360,7 @@ TEST(SensorScale, SpansMinus60To270BothWays)
         (void)camera.celsiusToSensor(nonsense);  // the undefined-behaviour sanitizer watches
 }
 
-TEST(TemperatureDeathTest, TypeZeroEndsTheProcessWhenConverted)
+TEST(TemperatureDeathTest, TypeZeroEndsTheProcess)
 {
     for (const Exchange& row : {Exchange{STANDARD, "37 00 01 00", "00 00 9B 00 00 00", temperature(1, 0), ""},
                                 Exchange{CLASSIC, "37 01 00", "00 00 9B 00 00 00", temperature(1, 0), ""}}) {
@@ -380,7 +376,7 @@ TEST(TemperatureDeathTest, TypeZeroEndsTheProcessWhenConverted)
     }
 }
 
-TEST(TemperatureIidc, IsTheLowTwelveBitsInTenthsOfAKelvin)
+TEST(TemperatureIidc, IsInTenthsOfAKelvin)
 {
     const struct {
         const char* bytes;  ///< empty: the register does not answer

@@ -45,7 +45,7 @@ TEST(GetGain, DecodesTheHalfOfTheReadoutMode)
     }
 }
 
-TEST(GetGain, AsksAgainWithoutPausesUpToAHundredTimes)
+TEST(GetGain, AsksAgainUpToAHundredTimes)
 {
     const struct {
         int notReady;
@@ -73,7 +73,7 @@ TEST(GetGain, AsksAgainWithoutPausesUpToAHundredTimes)
     }
 }
 
-TEST(Gain, OfOtherFamiliesSucceedsWithoutTrafficAndLeavesAText)
+TEST(Gain, OfOtherFamiliesLeavesAText)
 {
     for (const CAMERA_TYPE type : {STANDARD, CLASSIC, QUICKER, IIDC}) {
         OpenedCamera other(type);
@@ -102,7 +102,7 @@ Steps polling(const std::vector<const char*>& records)
     return usb;
 }
 
-TEST(SetGain, WritesTheSecondValidRecordBackWithOneHalfChanged)
+TEST(SetGain, WritesTheSecondValidRecord)
 {
     const std::vector<const char*> two = {EARLIER, RECORD};  // the first valid one is never used
     const std::vector<const char*> passedOver = {
@@ -146,7 +146,7 @@ TEST(SetGain, WritesTheSecondValidRecordBackWithOneHalfChanged)
     }
 }
 
-TEST(SetGain, GivesUpAtTheHundredAndFirstAnswer)
+TEST(SetGain, GivesUpAtTheHundredAndFirst)
 {
     for (const bool answered : {true, false}) {
         OpenedCamera advanced(ADVANCED);
@@ -161,7 +161,7 @@ TEST(SetGain, GivesUpAtTheHundredAndFirstAnswer)
     }
 }
 
-TEST(SetGain, RefusesWhatIsOutOfRangeUnderTheLock)
+TEST(SetGain, RefusesWhatIsOutOfRange)
 {
     const std::pair<int, int> CASES[] = {{-1, 0}, {64, 0}, {0, -1}, {0, 513}, {INT_MIN, INT_MAX}};
     for (const auto& [gain, offset] : CASES) {

@@ -42,7 +42,7 @@ TEST(StartExposure, IsRefusedWhereThereAreNoLongExposures)
     EXPECT_TRUE(unknown.lockFree());
 }
 
-TEST(AbortExposure, ClosesTheShutterOfStandardCamerasOnly)
+TEST(AbortExposure, ClosesTheShutter)
 {
     forEachFailure(Steps().command("09 00 00 00"), [](const Steps& steps, bool ok) {
         OpenedCamera standard;
@@ -92,7 +92,7 @@ TEST(Delay, SubtractsWhatTheReadoutItselfTakes)
     }
 }
 
-TEST(ImageSize, OnlyTheWidthOfAdvancedCamerasRoundsUp)
+TEST(ImageSize, RoundsUpOnlyOneWidth)
 {
     struct {
         CAMERA_TYPE type;

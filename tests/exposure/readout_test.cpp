@@ -72,7 +72,7 @@ constexpr double LONG = -1.0;
 
 // Of the region 0x102, 5, 0x304 x 60, binned 2 x 3. STANDARD numbers go low byte first, ADVANCED ones high byte first;
 // CLASSIC columns 259 to 1031 and rows 6 to 65 count from 1, the ends are one past the last.
-TEST(ReadCommand, SendsCodeGeometryAndFlagsAndWaits)
+TEST(ReadCommand, SendsCodeGeometryAndFlags)
 {
     const char* const GEOMETRY[] = {" 02 03 03 01 06 00 07 04 42 00 ", " 02 00 03 00 02 01 05 00 04 03 3C 00 ", "", "",
                                     " 00 02 00 03 01 02 00 05 03 04 00 3C "};
@@ -146,7 +146,7 @@ TEST(ReadShortQuicker, SendsBinningAndCodeAndWaits)
     }
 }
 
-TEST(ReadShortIidc, ChoosesTheFastestFrameRateThatHoldsTheShutterTime)
+TEST(ReadShortIidc, ChoosesTheFastestFrameRate)
 {
     struct {
         double seconds;
@@ -177,7 +177,7 @@ TEST(ReadShortIidc, ChoosesTheFastestFrameRateThatHoldsTheShutterTime)
     }
 }
 
-TEST(ReadShortIidc, RefusesUnequalBinningAndLongTimesWithTheTextUnchanged)
+TEST(ReadShortIidc, RefusalsLeaveTheText)
 {
     const struct {
         unsigned binX;

@@ -131,7 +131,7 @@ Steps iidcShort()
     return usb.ends({}, IMAGE_FAILED).in(0x81, 12 * 12, frame);
 }
 
-TEST(Exposure, HoldsTheWholeConversationOfEachFamily)
+TEST(Exposure, HoldsTheWholeConversation)
 {
     const Image plain = {0x1234, 0x8000, 0xCCCC};
     const struct {

@@ -7,7 +7,6 @@
 namespace {
 
 using vorntest::bus;
-using vorntest::Fault;
 using vorntest::SimulatedCamera;
 
 constexpr uint16_t UNTOUCHED = 0xCCCC;
@@ -119,84 +118,6 @@ TEST_F(FamilySession, ImagesShowEachPixelInItsPlace)
         }
         camera.close();
         simulated.expectNoComplaints();
-    }
-}
-
-/// A night in short, as a host would go through it, stubborn after failures. @return whether everything worked.
-bool night(VornCameraImpl& camera)
-{
-    bool ok = camera.open();
-    float celsius = 0;
-    COOLING_STATE state = COOLING_INACTIVE;
-    if (camera.tempSensorCount > 0)
-        ok = camera.getTemperatureSensorStatus(1, &celsius) && ok;
-    if (camera.cooler > COOLER_ALWAYSON && camera.tempSensorType != 0)
-        ok = camera.setCooling(-10.0F) && camera.getCoolingStatus(&state, nullptr, nullptr) &&
-             camera.initiateWarmUp() && ok;
-    uint16_t image[160] = {};
-    for (const bool longExposure : {true, false}) {
-        if (longExposure && camera.type == IIDC)
-            continue;
-        ok = expose(camera, {2, 3, 8, 8, 1, 1}, longExposure, image, 64) && ok;
-    }
-    if (camera.hasGuidePort)
-        ok = camera.setGuideRelays(5) && camera.setGuideRelays(0) && ok;
-    if (camera.hasGPIO) {
-        unsigned short levels = 0;
-        ok = camera.getGPIO(&levels) && ok;
-    }
-    if (camera.type == ADVANCED) {
-        int gain = 0;
-        int offset = 0;
-        ok = camera.getGain(&gain, &offset) && camera.setGain(gain, offset) && ok;
-    }
-    ok = camera.abortExposure() && ok;
-    camera.close();
-    return ok;
-}
-
-// Whatever call fails, in whatever way: the object ends closed and unlocked, in bounded time, nothing reaches libusb
-// that should not, and opened again it works, whatever was left in the camera.
-TEST_F(FamilySession, NoFaultLeavesACameraLockedOrHanging)
-{
-    constexpr int64_t HOUR_US = 3'600'000'000;
-    const Fault KINDS[] = {
-        {.result = LIBUSB_ERROR_PIPE},
-        {.result = LIBUSB_ERROR_TIMEOUT, .forEver = true},
-        {.result = LIBUSB_ERROR_NO_DEVICE, .forEver = true},
-        {.shortenTo = 1},
-        {.delayUs = 31'000'000},
-    };
-    for (const char* name : {"Vorn K12", "Vorn K16", "Vorn K01", "Vorn K30", "Vorn XRC"}) {
-        SimulatedCamera whole(name);
-        ASSERT_TRUE(night(whole.camera)) << whole.camera.getLastError();
-        const int callCount = whole.device.callCount;
-        const bool bridge = whole.type() != IIDC;
-        const bool wholeFrames = whole.type() == QUICKER || !bridge;  // which take their time
-        const int stride = std::max(2, (callCount - (bridge ? 760 : 0)) / (wholeFrames ? 10 : 50));
-        for (const Fault& kind : KINDS) {
-            // samples: few of the firmware upload, then every stride-th call
-            for (int at = 1; at <= callCount; at += bridge && at > 5 && at < 760 ? 377 : at <= 5 ? 1 : stride) {
-                SCOPED_TRACE(testing::Message() << name << ", call " << at << ", result " << kind.result
-                                                << ", for ever " << kind.forEver << ", shortened " << kind.shortenTo);
-                SimulatedCamera simulated(name);
-                simulated.device.fault = kind;
-                simulated.device.fault.at = at;
-                const int64_t startUs = bus().nowUs();
-                const bool ok = night(simulated.camera);
-                if (kind.forEver && bridge && at < callCount) {
-                    EXPECT_FALSE(ok);
-                }
-                EXPECT_LT(bus().nowUs() - startUs, HOUR_US);
-                EXPECT_EQ(simulated.camera.handle, nullptr);
-                EXPECT_EQ(simulated.device.openCount, 0);
-                EXPECT_TRUE(simulated.lockFree());
-                simulated.device.fault = {};
-                EXPECT_TRUE(night(simulated.camera)) << simulated.camera.getLastError();
-                if (HasFailure())
-                    return;
-            }
-        }
     }
 }
 

@@ -82,7 +82,7 @@ Steps AdvancedOpen::steps() const
     return vorntest::finalTimeouts(usb);
 }
 
-TEST(OpenAdvanced, HoldsTheWholeConversationAndDescribesTheCamera)
+TEST(OpenAdvanced, HoldsTheWholeConversation)
 {
     // no shutter although the flag is set; of the cooler's powers the largest comes first
     const std::string described =
@@ -147,7 +147,7 @@ TEST(OpenAdvanced, WantsTwoRightAnswersToEachPing)
 }
 
 // The replies share one buffer: what the command before left in it is taken when a command fails.
-TEST(OpenAdvanced, StaleBytesReachLineCountAndSerialNumber)
+TEST(OpenAdvanced, TakesStaleBytes)
 {
     const struct {
         const char* command;

@@ -51,7 +51,7 @@ Steps ClassicOpen::steps() const
     return usb.eepRead(5, 2, "34 12").eepRead(8, 2, "01 00");  // no timeouts at the end
 }
 
-TEST(OpenClassic, HoldsTheWholeConversationAndDescribesTheCamera)
+TEST(OpenClassic, HoldsTheWholeConversation)
 {
     // one pixel less than the camera counts, and no accessories whatever the flags say
     const std::string described =
@@ -93,7 +93,7 @@ TEST(OpenClassic, AFailureKeepsWhatWasFilledBefore)
     expectDescribed(closed.camera, "serial 4660,");  // the first half
 }
 
-TEST(OpenClassic, TriesAgainAfterFiveSecondsUntilTheCameraAnswers)
+TEST(OpenClassic, TriesAgainUntilTheCameraAnswers)
 {
     Steps refused = ClassicOpen().steps().cutBefore("0C ?? 00 01 64");
     refused.out(0x04, "0C ?? 00 01 64 00 ...").fails().close().pause(RETRY_PAUSE_US);

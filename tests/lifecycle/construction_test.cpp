@@ -19,12 +19,11 @@ TEST(Construction, SetsTheDefaults)
     EXPECT_EQ(camera.quickerReadCCDDelay, 100000);
     EXPECT_FALSE(camera.hasShutter || camera.hasGuidePort || camera.has8BitMode || camera.hasFilterWheel ||
                  camera.hasGPIO || camera.exposureStarted || camera.imageReady || camera.previewMode ||
-                 camera.eightBitMode || camera.darkFrameMode || camera.pcCds);
+                 camera.eightBitMode || camera.darkFrameMode || camera.pcCds || camera.cooler != COOLER_NONE);
     EXPECT_EQ(camera.pixelCountX + camera.pixelCountY + camera.maxBinX + camera.maxBinY + camera.tempSensorCount +
-                  camera.lineCount + camera.guideRelayState + camera.prechargeOffset,
+                  camera.lineCount + camera.guideRelayState + camera.prechargeOffset + camera.getSerialNumber() +
+                  camera.getVersionMajor() + camera.getVersionMinor(),
               0U);
-    EXPECT_EQ(camera.cooler, COOLER_NONE);
-    EXPECT_EQ(camera.getSerialNumber() + camera.getVersionMajor() + camera.getVersionMinor(), 0U);
     EXPECT_STREQ(camera.getLastError(), "No error");
 }
 

@@ -35,7 +35,7 @@ Steps iidcOpening(bool readBack)
     return usb;
 }
 
-TEST(OpenIidc, HoldsTheWholeConversationAndDescribesTheCamera)
+TEST(OpenIidc, HoldsTheWholeConversation)
 {
     expectOpens(IIDC, iidcOpening(false),
                 {"version 2.5, 1280 x 960 of 3.75 x 3.75 um, binning 2 x 2, sensors 0 of", "cooler 0 from",

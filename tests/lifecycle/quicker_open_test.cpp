@@ -63,7 +63,7 @@ Steps QuickerOpen::steps() const
     return vorntest::finalTimeouts(usb);
 }
 
-TEST(OpenQuicker, HoldsTheWholeConversationAndDescribesTheCamera)
+TEST(OpenQuicker, HoldsTheWholeConversation)
 {
     for (const char* productId : {"2E DF", "2F DF"})
         expectOpens(QUICKER, QuickerOpen{.productId = productId}.steps(),

@@ -52,7 +52,7 @@ Steps StandardOpen::steps() const
     return vorntest::finalTimeouts(usb);
 }
 
-TEST(OpenStandard, HoldsTheWholeConversationAndDescribesTheCamera)
+TEST(OpenStandard, HoldsTheWholeConversation)
 {
     const Steps whole = StandardOpen({.flags = "80 12", .wheelPolls = 2}).steps();
     expectOpens(STANDARD, whole,
@@ -74,7 +74,7 @@ TEST(OpenStandard, LeavesAnOpenCameraAlone)
     standard.camera.close();  // nothing more
 }
 
-TEST(OpenStandard, DetachesAKernelDriverAndIgnoresTheOutcome)
+TEST(OpenStandard, DetachesAKernelDriver)
 {
     for (const int result : std::initializer_list<int>{0, LIBUSB_ERROR_NOT_FOUND}) {
         const Steps whole = StandardOpen().steps();

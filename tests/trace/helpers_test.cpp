@@ -53,7 +53,7 @@ TEST(Switches, BothMustBeOn)
 }
 
 // A host's own choice does not survive such a loop.
-TEST(Switches, AppInitTurnsTheSecondSwitchOnForAHostThatHadClearedIt)
+TEST(Switches, AppInitSetsTheSecond)
 {
     OpenedCamera standard;
     standard.usb.command("2C 00").pause(10000).parIn(2, "49 00");

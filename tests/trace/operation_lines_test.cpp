@@ -82,7 +82,7 @@ TEST(TraceLines, OfBridgePrimitives)
     });
 }
 
-TEST(TraceLines, OfOperationsThatTalkToTheCamera)
+TEST(TraceLines, OfOperationsWithTraffic)
 {
     expectTraces({
         {"filter wheel status",

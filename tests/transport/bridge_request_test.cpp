@@ -83,7 +83,7 @@ std::vector<Primitive> primitives()
     };
 }
 
-TEST(BridgePrimitive, SendsTheseBytesAndEndsAtTheFirstFailure)
+TEST(BridgePrimitive, SendsTheseBytesOrFails)
 {
     for (const Primitive& row : primitives()) {
         SCOPED_TRACE(row.label);

@@ -68,7 +68,7 @@ TEST(BulkRead, GoesOnAfterShortTransfersAndEndsAtAnError)
     EXPECT_EQ(standard.error(), "No error");
 }
 
-TEST(BulkWrite, IsOneCallAndAShortOneCountsAsSuccess)
+TEST(BulkWrite, TakesAShortOneForSuccess)
 {
     OpenedCamera standard;
     standard.camera.maxPacketSize = 1;  // for reads only

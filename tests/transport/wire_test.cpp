@@ -15,14 +15,9 @@ namespace {
 
 using namespace vornccd;
 
-TEST(Wire, IsUnsignedAndGivesZeroPastTheEnd)
+TEST(Wire, GivesZeroPastTheEnd)
 {
     const uint8_t bytes[] = {1, 0x80, 0xFF};
-    EXPECT_EQ(getInt16(bytes, 1), 0x80FF);
-    std::array<uint8_t, 4> out = {0xEE, 0xEE, 0xEE, 0xEE};
-    setInt16(out.data(), 1, 0x56781234);
-    EXPECT_EQ(out, (std::array<uint8_t, 4>{0xEE, 0x12, 0x34, 0xEE}));
-
     ByteReader reader(bytes);
     EXPECT_EQ(reader.be16(), 0x0180);
     EXPECT_FALSE(reader.overrun());
@@ -53,16 +48,10 @@ std::array<uint32_t, 2> fingerprint(const uint8_t* bytes, size_t length)
     return sums;
 }
 
-TEST(Waveforms, AreTheKnownTables)
+// The tables that cameras are given stand byte by byte in their openings.
+TEST(Waveforms, TheOneNobodyLoadsIsKeptAsItIs)
 {
-    EXPECT_EQ(waveformLength(0x81), 172U);
-    EXPECT_EQ(waveformLength(0x7F), 152U);
-    using Sums = std::array<uint32_t, 2>;
-    EXPECT_EQ(fingerprint(GpifMode1, sizeof GpifMode1), (Sums{1858, 142955}));
-    EXPECT_EQ(fingerprint(GpifMode9, sizeof GpifMode9), (Sums{10416, 795289}));
-    EXPECT_EQ(fingerprint(ParInitData, sizeof ParInitData), (Sums{10507, 807686}));
-    EXPECT_EQ(fingerprint(ParInitQSlowData, sizeof ParInitQSlowData), (Sums{10507, 807300}));
-    EXPECT_EQ(fingerprint(ParInitQFastData, sizeof ParInitQFastData), (Sums{11003, 850772}));
+    EXPECT_EQ(fingerprint(ParInitQFastData, sizeof ParInitQFastData), (std::array<uint32_t, 2>{11003, 850772}));
 }
 
 }  // namespace
