@@ -85,7 +85,7 @@ public:
 
     /// Reads exactly @p length bytes from @p endpoint; short transfers go on. @return false on a libusb error.
     bool bulkRead(unsigned endpoint, unsigned length, uint8_t* buffer);
-    /// Writes @p length bytes in one transfer. deliberate: a short write counts as success.
+    /// Writes @p length bytes in one transfer; a short write counts as success.
     bool bulkWrite(unsigned endpoint, unsigned length, const uint8_t* buffer);
     /// Takes the camera's lock; waits while another operation holds it. Not re-entrant.
     void lock();
@@ -121,7 +121,7 @@ public:
     /// @p address is the 7-bit device address.
     bool i2cWrite(unsigned address, const uint8_t* data, unsigned n);
     bool i2cRead(unsigned address, uint8_t* buffer, unsigned n);
-    /// Reads the configuration EEPROM. deliberate: addresses above 255 wrap.
+    /// Reads the configuration EEPROM; addresses above 255 wrap.
     bool eepRead(unsigned address, uint8_t* buffer, unsigned n);
     /// Sets up the SPI lines; QUICKER and ADVANCED only, any other family ends the process.
     bool spiInit();
@@ -142,7 +142,7 @@ public:
     bool sendCommand(unsigned cmd);
     /// 16-bit payload: high byte first on ADVANCED, low byte first on STANDARD and CLASSIC.
     bool sendCommand(unsigned cmd, uint16_t value);
-    /// 16-bit payload with a reply. deliberate: low byte first on every family, unlike the form without a reply.
+    /// 16-bit payload with a reply: low byte first on every family, unlike the form without a reply.
     bool sendCommand(unsigned cmd, uint16_t value, uint8_t* reply, unsigned replyLength);
     /// Starts the camera's application and waits up to 64 x 10 ms for it.
     bool appInit();
