@@ -10,6 +10,9 @@ namespace {
 /// A device that asks to be tried again at once is tried again after one microframe, as a host controller would.
 constexpr int64_t MICROFRAME_US = 125;
 
+constexpr uint8_t RECIPIENT_INTERFACE = 1;
+constexpr uint8_t REQUEST_SET_INTERFACE = 11;
+
 int statusCode(TransferStatus status)
 {
     switch (status) {
@@ -113,6 +116,11 @@ bool UrbQueue::step(Pending& pending)
 
 BulkResult UrbQueue::stepControl(Urb& urb)
 {
+    if (urb.setup.requestType == RECIPIENT_INTERFACE && urb.setup.request == REQUEST_SET_INTERFACE) {
+        // for devices that is a call of its own
+        const bool ok = device_.setInterface(urb.setup.index, urb.setup.value);
+        return {ok ? TransferStatus::OK : TransferStatus::STALL, 0, true, NEVER};
+    }
     const ControlResult result = device_.control(urb.setup, {urb.data.get(), urb.length});
     return {result.status, result.length, result.complete, result.retryAtUs};
 }

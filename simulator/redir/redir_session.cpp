@@ -18,9 +18,7 @@ constexpr uint64_t GUEST = 1;  // owner of all transfers in the queue
 /// The longest transfer that a guest may ask for. One read of a whole frame arrives as one packet.
 constexpr size_t LONGEST_TRANSFER = size_t{64} * 1024 * 1024;
 
-constexpr uint8_t RECIPIENT_INTERFACE = 1;
 constexpr uint8_t REQUEST_SET_CONFIGURATION = 9;
-constexpr uint8_t REQUEST_SET_INTERFACE = 11;
 constexpr uint16_t BULK_PACKET_LENGTH = 512;  // of every bulk endpoint at high speed
 constexpr size_t ENDPOINT_SLOTS = 32;
 
@@ -263,7 +261,7 @@ void RedirSession::setConfiguration(uint64_t id, uint8_t configuration)
 {
     const SetupPacket request{0, REQUEST_SET_CONFIGURATION, configuration, 0, 0};
     const bool ok = device_.control(request, {}).status == TransferStatus::OK;
-    alternate_ = 0;
+    reset();
     sendEndpoints();
     usb_redir_configuration_status_header status{redirStatus(ok ? 0 : -EPIPE), configuration};
     usbredirparser_send_configuration_status(parser_.get(), id, &status);
@@ -271,8 +269,7 @@ void RedirSession::setConfiguration(uint64_t id, uint8_t configuration)
 
 void RedirSession::setAlternate(uint64_t id, uint8_t interface, uint8_t alternate)
 {
-    const SetupPacket request{RECIPIENT_INTERFACE, REQUEST_SET_INTERFACE, alternate, interface, 0};
-    const bool ok = device_.control(request, {}).status == TransferStatus::OK;
+    const bool ok = device_.setInterface(interface, alternate);
     if (ok)
         alternate_ = alternate;
     sendEndpoints();

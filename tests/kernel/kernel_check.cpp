@@ -1,0 +1,238 @@
+// SPDX-License-Identifier: MIT
+// What the test on a real kernel checks with more than the command line tools can: transfers and their errors, and the
+// speed of getImage beside a bare libusb loop. Stands between the library and libusb, and passes everything on.
+#include <dlfcn.h>
+#include <libusb.h>
+#include <vornccd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr unsigned char REPLY_IN = 0x86;
+constexpr unsigned char IMAGE_IN = 0x88;
+
+/// What the library's transfers told.
+struct Seen {
+    libusb_device_handle* handle = nullptr;
+    int error = 0;  ///< of the first transfer that failed
+    Clock::time_point failedAt;
+    std::vector<int> imageReads;  ///< the lengths asked for
+
+    int note(libusb_device_handle* user, int result)
+    {
+        handle = user;
+        if (result < 0 && error == 0) {
+            error = result;
+            failedAt = Clock::now();
+        }
+        return result;
+    }
+} seen;
+
+template <typename Function>
+Function* realOne(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+extern "C" int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data,
+                                    int length, int* moved, unsigned timeoutMs)
+{
+    static auto* const real = realOne<decltype(libusb_bulk_transfer)>("libusb_bulk_transfer");
+    if (endpoint == IMAGE_IN)
+        seen.imageReads.push_back(length);
+    return seen.note(handle, real(handle, endpoint, data, length, moved, timeoutMs));
+}
+
+extern "C" int libusb_control_transfer(libusb_device_handle* handle, uint8_t type, uint8_t request, uint16_t value,
+                                       uint16_t index, unsigned char* data, uint16_t length, unsigned timeoutMs)
+{
+    static auto* const real = realOne<decltype(libusb_control_transfer)>("libusb_control_transfer");
+    return seen.note(handle, real(handle, type, request, value, index, data, length, timeoutMs));
+}
+
+namespace {
+
+int fail(const std::string& what)
+{
+    std::printf("%s\n", what.c_str());
+    return 1;
+}
+
+/// The only camera there is, opened.
+class Camera {
+public:
+    explicit Camera(long chunk)
+    {
+        if (VornCamera::list(&camera_, 1) != 1)
+            std::exit(fail("no camera in the list"));
+        if (chunk > 0)
+            (void)camera_->setParam(MAX_PACKET_SIZE, chunk);
+        if (!camera_->open() || !camera_->getCapabilities(nullptr, nullptr, &caps))
+            std::exit(fail(std::string("open: ") + camera_->getLastError()));
+        image.resize(size_t{caps.pixelCountX} * caps.pixelCountY + 1);
+    }
+    ~Camera() { VornCamera_destroy(camera_); }
+    Camera(const Camera&) = delete;
+    Camera& operator=(const Camera&) = delete;
+    VornCamera* operator->() const { return camera_; }
+
+    bool read() const { return camera_->readCCD(0, 0, caps.pixelCountX, caps.pixelCountY, 1, 1, 0.02); }
+    bool getImage() { return camera_->getImage(image.data(), caps.pixelCountX * caps.pixelCountY); }
+
+    /// Whether the image is the ramp, pixel by pixel.
+    bool isRamp() const
+    {
+        for (size_t i = 0; i + 1 < image.size(); ++i)
+            if (image[i] != static_cast<uint16_t>(i / caps.pixelCountX * 256 + i % caps.pixelCountX))
+                return false;
+        return true;
+    }
+
+    VornCapabilities caps{};
+    std::vector<uint16_t> image;
+
+private:
+    VornCamera* camera_ = nullptr;
+};
+
+/// ramp FILE WIDTH HEIGHT [folded]: whether a FITS file is the picture of the ramp pattern that a sensor of this size
+/// holds; cameras with 8-bit samples show its two bytes folded.
+int ramp(const std::string& name, size_t width, size_t height, bool folded)
+{
+    std::ifstream file(name, std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    const size_t end = bytes.find("END                 ");
+    const size_t data = (end / 2880 + 1) * 2880;
+    if (end == std::string::npos || bytes.size() < data + width * height * 2)
+        return fail("no FITS file of this size");
+    for (size_t i = 0; i < width * height; ++i) {
+        const auto high = static_cast<uint8_t>(bytes[data + 2 * i] ^ 0x80);  // BZERO is 32768
+        const auto low = static_cast<uint8_t>(bytes[data + 2 * i + 1]);
+        const size_t pattern = i / width * 256 + i % width;
+        const size_t wanted = folded ? ((pattern >> 8 ^ pattern) & 0xFF) << 8 : pattern & 0xFFFF;
+        if (wanted != static_cast<size_t>(high << 8 | low))
+            return fail("pixel " + std::to_string(i) + " is " + std::to_string(high << 8 | low) + ", not " +
+                        std::to_string(wanted));
+    }
+    return 0;
+}
+
+/// errors NAME...: bare reads from a bridge, one after the other, end with these errors.
+int errors(int count, char** names)
+{
+    (void)libusb_init(nullptr);
+    libusb_device** list = nullptr;
+    libusb_device_handle* handle = nullptr;
+    for (ssize_t i = libusb_get_device_list(nullptr, &list); i > 0 && !handle; --i) {
+        libusb_device_descriptor descriptor{};
+        if (libusb_get_device_descriptor(list[i - 1], &descriptor) == 0 && descriptor.idVendor == 0x1234)
+            (void)libusb_open(list[i - 1], &handle);
+    }
+    if (!handle || libusb_claim_interface(handle, 0) != 0 || libusb_set_interface_alt_setting(handle, 0, 1) != 0)
+        return fail("cannot use the camera");
+    for (int i = 0; i < count; ++i) {
+        unsigned char reply[512];
+        int moved = 0;
+        const auto start = Clock::now();
+        const std::string got =
+            libusb_error_name(libusb_bulk_transfer(handle, REPLY_IN, reply, sizeof reply, &moved, 500));
+        if (got != std::string("LIBUSB_ERROR_") + names[i])
+            return fail(std::string("read ") + std::to_string(i + 1) + ": " + got + " instead of " + names[i]);
+        if (Clock::now() - start > std::chrono::seconds(1))
+            return fail(got + " came late");
+        (void)libusb_clear_halt(handle, REPLY_IN);
+    }
+    return 0;
+}
+
+/// exposure CHUNK NAME: an exposure with reads of CHUNK bytes ends with the error NAME at once, or in a ramp: NONE.
+int exposure(long chunk, const std::string& name)
+{
+    Camera camera(chunk);
+    seen = {};
+    bool ok = camera->startExposure(false);
+    if (ok)
+        std::this_thread::sleep_for(std::chrono::microseconds(camera->delay(0.05)));
+    ok = ok && camera->readCCD(0, 0, camera.caps.pixelCountX, camera.caps.pixelCountY, 1, 1) && camera.getImage();
+    camera->close();
+    if (name == "NONE")
+        return ok && camera.isRamp() ? 0 : fail(ok ? "not the ramp" : camera->getLastError());
+    const std::string error = libusb_error_name(seen.error);
+    if (ok || error != "LIBUSB_ERROR_" + name)
+        return fail("the first error is " + error + (ok ? ", and the exposure worked" : ""));
+    const std::chrono::duration<double> late = Clock::now() - seen.failedAt;
+    return late.count() < 1.0 ? 0 : fail("ended only " + std::to_string(late.count()) + " s after the error");
+}
+
+/// speed BUS: megabytes a second of getImage beside a bare libusb loop that reads the same bytes in the same pieces.
+int speed(const char* bus)
+{
+    constexpr int ROUNDS = 3;
+    VornHostBulkTimeout = 1000;
+    Camera camera(0x100000);
+    double best[2] = {1e9, 1e9};
+    std::vector<int> reads;
+    for (int round = 0; round < 2 * ROUNDS; ++round) {
+        const bool bare = round % 2 == 1;
+        if (!camera.read())
+            return fail(camera->getLastError());
+        std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // until all pixels are digitised
+        seen.imageReads.clear();
+        std::vector<unsigned char> buffer(camera.image.size() * 2);
+        const auto start = Clock::now();
+        if (bare) {
+            size_t filled = 0;
+            for (const int length : reads) {
+                int moved = 0;
+                if (libusb_bulk_transfer(seen.handle, IMAGE_IN, buffer.data() + filled, length, &moved, 1000) != 0)
+                    return fail("the bare loop failed");
+                filled += static_cast<size_t>(moved);
+            }
+        } else if (!camera.getImage() || !camera.isRamp()) {
+            return fail("getImage failed");
+        }
+        const std::chrono::duration<double> took = Clock::now() - start;
+        best[bare] = std::min(best[bare], took.count());
+        if (bare)
+            (void)camera.getImage();  // nothing is left to read: it only ends the readout
+        else
+            reads = seen.imageReads;
+    }
+    camera->close();
+    const double megabytes = static_cast<double>(camera.image.size()) * 2e-6;
+    std::printf("%s: getImage %.1f MB/s, bare libusb loop %.1f MB/s, %.1f %%\n", bus, megabytes / best[0],
+                megabytes / best[1], 100.0 * best[1] / best[0]);
+    return best[1] / best[0] >= 0.95 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    const std::string what = argc > 1 ? argv[1] : "";
+    if (what == "ramp" && argc >= 5)
+        return ramp(argv[2], std::stoul(argv[3]), std::stoul(argv[4]), argc > 5);
+    if (what == "errors")
+        return errors(argc - 2, argv + 2);
+    if (what == "exposure" && argc == 4)
+        return exposure(std::stol(argv[2]), argv[3]);
+    if (what == "speed" && argc == 3)
+        return speed(argv[2]);
+    return fail("usage: kernel_check ramp|errors|exposure|speed ...");
+}
