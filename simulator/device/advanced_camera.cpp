@@ -114,28 +114,12 @@ constexpr Command COMMANDS[] = {
     {KERNEL_PING, 2, 2, true},
 };
 
-std::string nameOf(uint8_t code)
-{
-    return "command " + std::to_string(code);
-}
-
 }  // namespace
 
 AdvancedCamera::AdvancedCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock,
                                DeviceLog& log)
-    : model_(model),
-      options_(options),
-      clock_(clock),
-      log_(log),
-      sensor_(model, options),
-      cooler_(model.cooler, options.ambientCelsius, clock.nowUs()),
-      wheel_(model.filterCount, clock.nowUs())
+    : BridgedCamera(model, options, clock, log), options_(options)
 {
-}
-
-void AdvancedCamera::bridgeStarted()
-{
-    output_.clear();
 }
 
 bool AdvancedCamera::understandsWaveform(std::span<const uint8_t> table) const
@@ -143,34 +127,11 @@ bool AdvancedCamera::understandsWaveform(std::span<const uint8_t> table) const
     return strobeSettlingClocks(table) >= 1;
 }
 
-void AdvancedCamera::wordsReceived(std::span<const uint8_t> bytes)
-{
-    complain(std::to_string(bytes.size()) + " bytes on the parallel bus, which leads outwards only");
-}
-
-void AdvancedCamera::portChanged(unsigned port, const PortLines& lines)
-{
-    if (port == 0)
-        port_ = lines;
-}
-
 CameraTruth AdvancedCamera::truth() const
 {
-    const int64_t now = clock_.nowUs();
-    CameraTruth truth;
+    CameraTruth truth = BridgedCamera::truth();
     truth.lastImage = image_;
-    truth.imageWidth = sensor_.lastWidth();
-    truth.imageHeight = sensor_.lastHeight();
-    truth.frameCount = sensor_.frameCount();
-    truth.lightSeconds = sensor_.lastIntegration().lightSeconds;
-    truth.darkSeconds = sensor_.lastIntegration().darkSeconds;
-    truth.sensorCelsius = cooler_.sensorCelsius(now);
-    truth.coolerPower = cooler_.power(now);
     truth.integrating = integratingSinceUs_.has_value();
-    truth.filterPosition = wheel_.current(now);
-    truth.filterMoving = wheel_.moving(now);
-    truth.driftX = mount_.driftX(now);
-    truth.driftY = mount_.driftY(now);
     return truth;
 }
 
@@ -197,22 +158,22 @@ int64_t AdvancedCamera::spiExchange(const SpiSelection& selection, std::span<con
     const auto* command = std::find_if(std::begin(COMMANDS), std::end(COMMANDS),
                                        [code](const Command& each) { return each.code == code; });
     if (command == std::end(COMMANDS)) {
-        complain(nameOf(code) + " is unknown");
+        complain(commandName(code) + " is unknown");
         return doneAtUs;
     }
     const size_t wanted = HEAD_LENGTH + command->payloadLength + command->replyLength;
     if (out.size() != wanted || in.size() != wanted) {
-        complain(nameOf(code) + " in an exchange of " + std::to_string(out.size()) + " bytes, not " +
+        complain(commandName(code) + " in an exchange of " + std::to_string(out.size()) + " bytes, not " +
                  std::to_string(wanted));
         return doneAtUs;
     }
     if (!command->early && applicationStatus() != STATUS_UP) {
-        complain(nameOf(code) + " before the application is up");
+        complain(commandName(code) + " before the application is up");
         return doneAtUs;
     }
     if (clock_.nowUs() < busyUntilUs_ && code != KERNEL_PING) {
         if (code != PING)  // pinging is how a host finds out
-            complain(nameOf(code) + " while the sensor is being cleared");
+            complain(commandName(code) + " while the sensor is being cleared");
         return doneAtUs;
     }
     execute(code, out.subspan(HEAD_LENGTH, command->payloadLength),
@@ -239,7 +200,7 @@ void AdvancedCamera::execute(uint8_t code, std::span<const uint8_t> payload, std
         }
         case CLEAR_TIME:
             if (model_.versionMajor < 2)
-                complain(nameOf(code) + " is unknown to firmware 1");
+                complain(commandName(code) + " is unknown to firmware 1");
             writeBe16(reply, 0, static_cast<unsigned>(clearTimeUs() / 1000));
             break;
         case START_APPLICATION:
@@ -261,7 +222,7 @@ void AdvancedCamera::execute(uint8_t code, std::span<const uint8_t> payload, std
             replyCoolingStatus(reply);
             break;
         case SET_COOLING:
-            setCooling(readBe16(payload, 0), reply);
+            writeBe16(reply, 0, cool(readBe16(payload, 0)) ? 1 : 0);
             break;
         case WARM_UP:
             warmUp();

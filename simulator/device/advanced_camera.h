@@ -4,15 +4,10 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <string>
 #include <vector>
 
-#include "accessory_models.h"
 #include "advanced_converter.h"
-#include "bus_output.h"
-#include "cooler_model.h"
-#include "simulated_camera.h"
-#include "simulated_sensor.h"
+#include "bridged_camera.h"
 
 namespace vornsim {
 
@@ -27,18 +22,13 @@ namespace vornsim {
 /// Images leave over the parallel bus: two values out of the converter's pipeline, then the binned region row after
 /// row, 16-bit samples little-endian or 8-bit samples two a word. A column count that does not divide evenly is
 /// rounded up, in 8-bit readout to an even count.
-class AdvancedCamera final : public CameraApplication {
+class AdvancedCamera final : public BridgedCamera {
 public:
     /// @p clock and @p log must outlive the camera.
     AdvancedCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock, DeviceLog& log);
 
-    void bridgeStarted() override;
     bool understandsWaveform(std::span<const uint8_t> table) const override;
-    OfferedWords offeredWords(int64_t nowUs) override { return output_.offered(nowUs); }
-    void wordsTaken(size_t byteCount) override { output_.taken(byteCount); }
-    void wordsReceived(std::span<const uint8_t> bytes) override;
     int64_t spiExchange(const SpiSelection& selection, std::span<const uint8_t> out, std::span<uint8_t> in) override;
-    void portChanged(unsigned port, const PortLines& lines) override;
     CameraTruth truth() const override;
 
     /// Sets what is connected to the general-purpose lines that are inputs (bit n: line n).
@@ -63,9 +53,6 @@ private:
     void replyCoolingStatus(std::span<uint8_t> reply) const;
     void replyFilterStatus(std::span<uint8_t> reply);
     void replyGpio(std::span<uint8_t> reply);
-    void setCooling(uint16_t rawTarget, std::span<uint8_t> reply);
-    void warmUp();
-    void closeRelay(unsigned relay);
     void prepareExposure();
     void startExposure();
     void readOut(std::span<const uint8_t> payload);
@@ -74,21 +61,10 @@ private:
     void sendImage(const Region& region, const ExposureTimes& times, bool eightBit);
     uint16_t gpioMask() const;
     int64_t clearTimeUs() const;
-    void complain(const std::string& text) { log_.complain("camera: " + text); }
-    void note(const std::string& text) { log_.note("camera: " + text); }
 
-    CameraModel model_;
     CameraOptions options_;
-    const Clock& clock_;
-    DeviceLog& log_;
 
-    SimulatedSensor sensor_;
-    CoolerModel cooler_;
-    FilterWheel wheel_;
-    GuidedMount mount_;
     AdvancedConverter converter_;
-    BusOutput output_;
-    PortLines port_;  // the bridge's lines 0 to 7
 
     std::optional<int64_t> readyAtUs_;  // when the application is up; empty before it was started
     int64_t busyUntilUs_ = 0;           // the application prepares the sensor and hears nothing

@@ -2,7 +2,6 @@
 #include "classic_camera.h"
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -71,56 +70,16 @@ int64_t durationUs(uint8_t code)
     return code < 10 ? code * 1000 : (code - 9) * 10000;
 }
 
-std::string nameOf(uint8_t code)
-{
-    return "command " + std::to_string(code);
-}
-
 }  // namespace
 
 ClassicCamera::ClassicCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock, DeviceLog& log)
-    : model_(model),
-      clock_(clock),
-      log_(log),
-      sensor_(model, options),
-      cooler_(model.cooler, options.ambientCelsius, clock.nowUs())
+    : AnsweringCamera(model, options, clock, log)
 {
-}
-
-void ClassicCamera::bridgeStarted()
-{
-    output_.clear();
-    starting_ = false;
 }
 
 bool ClassicCamera::understandsWaveform(std::span<const uint8_t> table) const
 {
     return strobeSettlingClocks(table) >= SETTLING_CLOCKS;
-}
-
-void ClassicCamera::portChanged(unsigned port, const PortLines& lines)
-{
-    if (port == 0)
-        port_ = lines;
-}
-
-OfferedWords ClassicCamera::offeredWords(int64_t nowUs)
-{
-    if (!starting_)
-        return output_.offered(nowUs);
-    // While the application starts, every word read is its current status.
-    startStatus_ = {static_cast<uint8_t>(nowUs < startedAtUs_ ? 'B' : 'I'), 0};
-    return {startStatus_};
-}
-
-void ClassicCamera::wordsTaken(size_t byteCount)
-{
-    if (!starting_) {
-        output_.taken(byteCount);
-    } else if (byteCount > 0 && startStatus_[0] == 'I') {
-        starting_ = false;
-        started_ = true;
-    }
 }
 
 void ClassicCamera::wordsReceived(std::span<const uint8_t> bytes)
@@ -143,14 +102,10 @@ bool ClassicCamera::i2cWrite(uint8_t address, std::span<const uint8_t> data)
     const auto* command = std::find_if(std::begin(COMMANDS), std::end(COMMANDS),
                                        [code](const Command& each) { return each.code == code; });
     if (command == std::end(COMMANDS))
-        complain(nameOf(code) + " is unknown");
+        complain(commandName(code) + " is unknown");
     else if (payload.size() != command->payloadLength)
-        complain(nameOf(code) + " with " + std::to_string(payload.size()) + " bytes of payload");
-    else if (starting_ && code != START_APPLICATION)
-        complain(nameOf(code) + " while the application starts");
-    else if (!started_ && !command->early)
-        complain(nameOf(code) + " before the application was started");
-    else
+        complain(commandName(code) + " with " + std::to_string(payload.size()) + " bytes of payload");
+    else if (mayServe(code, command->early, code == START_APPLICATION))
         execute(code, payload);
     return true;
 }
@@ -167,12 +122,7 @@ void ClassicCamera::answer(std::span<const uint8_t> bytes, int64_t afterUs)
 
 void ClassicCamera::execute(uint8_t code, std::span<const uint8_t> payload)
 {
-    if (output_.left() > 0) {
-        complain(std::to_string(output_.left()) + " bytes of the answer to " + nameOf(answeredCode_) +
-                 " were not fetched before " + nameOf(code));
-        output_.clear();
-    }
-    answeredCode_ = code;
+    beginAnswer(code);
     const uint16_t argument = payload.size() == 2 ? readLe16(payload, 0) : uint16_t{0};
     switch (code) {
         case DESCRIBE:
@@ -190,13 +140,9 @@ void ClassicCamera::execute(uint8_t code, std::span<const uint8_t> payload)
         case TEMPERATURE:
             return sendTemperature(argument);
         case SET_COOLING:
-            return setCooling(argument);
+            return answer({static_cast<uint8_t>(cool(argument))});
         case WARM_UP:
-            if (cooler_.warmUp(clock_.nowUs()))
-                note("warming up");
-            else
-                complain("warm-up, but the cooler cannot be controlled");
-            return;
+            return warmUp();
         case PREPARE_SENSOR:
             return prepareSensor(argument);
         case PREPARE_EXPOSURE:
@@ -219,8 +165,7 @@ void ClassicCamera::execute(uint8_t code, std::span<const uint8_t> payload)
 void ClassicCamera::startApplication()
 {
     // Whatever an earlier session left under way ends; the cooler goes on.
-    starting_ = true;
-    startedAtUs_ = clock_.nowUs() + APPLICATION_START_US;
+    beginStart(APPLICATION_START_US);
     phase_ = Phase::IDLE;
 }
 
@@ -244,36 +189,16 @@ void ClassicCamera::sendDescription()
 
 void ClassicCamera::sendTemperature(unsigned sensor)
 {
-    if (sensor < 1 || sensor > model_.sensorCount) {
-        complain("there is no temperature sensor " + std::to_string(sensor));
-        sensor = 1;
-    }
-    const int64_t now = clock_.nowUs();
-    const double celsius = sensor == 1 ? cooler_.sensorCelsius(now) : cooler_.housingCelsius(now);
     std::vector<uint8_t> bytes = {model_.sensorEncoding};
-    appendLe16(bytes, encodeCelsius(celsius, model_.sensorEncoding));
+    appendLe16(bytes, rawTemperature(sensor));
     answer(bytes, TEMPERATURE_US);
 }
 
 void ClassicCamera::sendCoolingStatus()
 {
-    const int64_t now = clock_.nowUs();
-    const double range = model_.maxCoolerPower - model_.minCoolerPower;
-    std::vector<uint8_t> bytes = {static_cast<uint8_t>(model_.minCoolerPower + std::lround(cooler_.power(now) * range)),
-                                  cooler_.flags(now)};
+    std::vector<uint8_t> bytes = {rawCoolerPower(), cooler_.flags(clock_.nowUs())};
     appendLe16(bytes, encodeCelsius(cooler_.targetCelsius(), model_.sensorEncoding));
     answer(bytes, ANSWER_US);
-}
-
-void ClassicCamera::setCooling(uint16_t rawTarget)
-{
-    const double celsius = decodeCelsius(rawTarget, model_.sensorEncoding);
-    const bool done = cooler_.setTarget(celsius, clock_.nowUs());
-    if (done)
-        note("cooling to " + std::to_string(celsius) + " degrees");
-    else
-        complain("cooling target, but the cooler cannot be controlled");
-    answer({static_cast<uint8_t>(done)});
 }
 
 // ---- Exposure ----
@@ -360,16 +285,7 @@ void ClassicCamera::readOut(std::span<const uint8_t> payload)
 
 CameraTruth ClassicCamera::truth() const
 {
-    const int64_t now = clock_.nowUs();
-    CameraTruth truth;
-    truth.lastImage = sensor_.lastImage();
-    truth.imageWidth = sensor_.lastWidth();
-    truth.imageHeight = sensor_.lastHeight();
-    truth.frameCount = sensor_.frameCount();
-    truth.lightSeconds = sensor_.lastIntegration().lightSeconds;
-    truth.darkSeconds = sensor_.lastIntegration().darkSeconds;
-    truth.sensorCelsius = cooler_.sensorCelsius(now);
-    truth.coolerPower = cooler_.power(now);
+    CameraTruth truth = AnsweringCamera::truth();
     truth.integrating = phase_ == Phase::INTEGRATING || phase_ == Phase::SETTLING || phase_ == Phase::STOPPED;
     return truth;
 }

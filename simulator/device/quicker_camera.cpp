@@ -48,13 +48,13 @@ constexpr std::string_view MANUFACTURER = "Vorn";
 }  // namespace
 
 QuickerCamera::QuickerCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock, DeviceLog& log)
-    : model_(model), clock_(clock), log_(log), ambientCelsius_(options.ambientCelsius), sensor_(model, options)
+    : BridgedCamera(model, options, clock, log), ambientCelsius_(options.ambientCelsius)
 {
 }
 
 void QuickerCamera::bridgeStarted()
 {
-    output_.clear();
+    BridgedCamera::bridgeStarted();
     converter_.restart();
     reset_ = false;
 }
@@ -64,17 +64,12 @@ bool QuickerCamera::understandsWaveform(std::span<const uint8_t> table) const
     return strobeSettlingClocks(table) >= 0;
 }
 
-void QuickerCamera::wordsReceived(std::span<const uint8_t> bytes)
-{
-    complain(std::to_string(bytes.size()) + " bytes on the parallel bus, which leads outwards only");
-}
-
 void QuickerCamera::portChanged(unsigned port, const PortLines& lines)
 {
     if (port != 0)
         return;
     const unsigned before = port_.latch & port_.direction;
-    port_ = lines;
+    BridgedCamera::portChanged(port, lines);
     const unsigned after = port_.latch & port_.direction;
     if ((before & RESET_LINE) != 0 && (after & RESET_LINE) == 0) {
         reset_ = true;
@@ -226,18 +221,10 @@ std::vector<uint8_t> QuickerCamera::frameWords()
 
 CameraTruth QuickerCamera::truth() const
 {
-    const int64_t now = clock_.nowUs();
-    CameraTruth truth;
+    CameraTruth truth = BridgedCamera::truth();
     truth.lastImage = image_;
-    truth.imageWidth = sensor_.lastWidth();
-    truth.imageHeight = sensor_.lastHeight();
-    truth.frameCount = sensor_.frameCount();
-    truth.lightSeconds = sensor_.lastIntegration().lightSeconds;
-    truth.darkSeconds = sensor_.lastIntegration().darkSeconds;
     truth.sensorCelsius = ambientCelsius_;
     truth.integrating = phase_ == Phase::INTEGRATING;
-    truth.driftX = mount_.driftX(now);
-    truth.driftY = mount_.driftY(now);
     return truth;
 }
 

@@ -3,14 +3,10 @@
 
 #include <cstdint>
 #include <span>
-#include <string>
 #include <vector>
 
-#include "accessory_models.h"
-#include "bus_output.h"
+#include "bridged_camera.h"
 #include "quicker_converter.h"
-#include "simulated_camera.h"
-#include "simulated_sensor.h"
 
 namespace vornsim {
 
@@ -24,16 +20,13 @@ namespace vornsim {
 /// | 2        | bits 3:0 guide relays; bits 11:4 what the next start does                             |
 /// | 5        | starts it; the value is a duration in units of 1024 / 3 us where there is one         |
 /// | 8        | bits 11:8 vertical, 7:4 horizontal binning less one; in force when written twice      |
-class QuickerCamera final : public CameraApplication {
+class QuickerCamera final : public BridgedCamera {
 public:
     /// @p clock and @p log must outlive the camera.
     QuickerCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock, DeviceLog& log);
 
     void bridgeStarted() override;
     bool understandsWaveform(std::span<const uint8_t> table) const override;
-    OfferedWords offeredWords(int64_t nowUs) override { return output_.offered(nowUs); }
-    void wordsTaken(size_t byteCount) override { output_.taken(byteCount); }
-    void wordsReceived(std::span<const uint8_t> bytes) override;
     int64_t spiExchange(const SpiSelection& selection, std::span<const uint8_t> out, std::span<uint8_t> in) override;
     void portChanged(unsigned port, const PortLines& lines) override;
     uint8_t portInputs(unsigned port) override;
@@ -47,18 +40,9 @@ private:
     void start(unsigned argument);
     void endExposure(int64_t beginUs, int64_t endUs);
     std::vector<uint8_t> frameWords();
-    void complain(const std::string& text) { log_.complain("camera: " + text); }
-    void note(const std::string& text) { log_.note("camera: " + text); }
 
-    CameraModel model_;
-    const Clock& clock_;
-    DeviceLog& log_;
     double ambientCelsius_;
-    SimulatedSensor sensor_;
-    GuidedMount mount_;
     QuickerConverter converter_;
-    BusOutput output_;
-    PortLines port_;  // lines 0 to 7
 
     bool reset_ = false;  // line 1 was pulsed since the bridge was started
     unsigned control_ = 0;

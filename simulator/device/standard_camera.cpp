@@ -2,7 +2,6 @@
 #include "standard_camera.h"
 
 #include <algorithm>
-#include <cmath>
 #include <memory>
 #include <utility>
 
@@ -90,61 +89,19 @@ constexpr int64_t ANSWER_US = 2000;
 constexpr int64_t TEMPERATURE_US = 60000;  // conversion and averaging
 constexpr int64_t APPLICATION_START_US = 35000;
 
-std::string commandName(uint8_t code)
-{
-    return "command " + std::to_string(code);
-}
-
 }  // namespace
 
 StandardCamera::StandardCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock,
                                DeviceLog& log)
-    : model_(model),
-      clock_(clock),
-      log_(log),
-      sensor_(model, options),
-      cooler_(model.cooler, options.ambientCelsius, clock.nowUs()),
-      wheel_(model.filterCount, clock.nowUs()),
-      shutter_(model.shutter)
+    : AnsweringCamera(model, options, clock, log), shutter_(model.shutter)
 {
 }
 
 // ---- The bus ----
 
-void StandardCamera::bridgeStarted()
-{
-    output_.clear();
-    starting_ = false;
-}
-
 bool StandardCamera::understandsWaveform(std::span<const uint8_t> table) const
 {
     return crc32(table) == WAVEFORM_CRC;
-}
-
-void StandardCamera::portChanged(unsigned port, const PortLines& lines)
-{
-    if (port == 0)
-        portA_ = lines;
-}
-
-OfferedWords StandardCamera::offeredWords(int64_t nowUs)
-{
-    if (!starting_)
-        return output_.offered(nowUs);
-    // While the application starts, every word read is its current status.
-    startStatus_ = {static_cast<uint8_t>(nowUs < startedAtUs_ ? 'B' : 'I'), 0};
-    return {startStatus_};
-}
-
-void StandardCamera::wordsTaken(size_t byteCount)
-{
-    if (!starting_) {
-        output_.taken(byteCount);
-    } else if (byteCount > 0 && startStatus_[0] == 'I') {
-        starting_ = false;
-        started_ = true;
-    }
 }
 
 void StandardCamera::answer(std::vector<uint8_t> bytes, int64_t afterUs)
@@ -154,7 +111,7 @@ void StandardCamera::answer(std::vector<uint8_t> bytes, int64_t afterUs)
 
 void StandardCamera::wordsReceived(std::span<const uint8_t> bytes)
 {
-    if (portA_.direction != PORT_A_DIRECTION || portA_.latch != PORT_A_LATCH) {
+    if (port_.direction != PORT_A_DIRECTION || port_.latch != PORT_A_LATCH) {
         complain("words on a bus that port A does not enable");
         return;
     }
@@ -179,23 +136,14 @@ void StandardCamera::wordsReceived(std::span<const uint8_t> bytes)
         }
         const auto payload = bytes.subspan(FRAME_HEADER_LENGTH, rule->payloadLength);
         bytes = bytes.subspan(FRAME_HEADER_LENGTH + padded);
-        if (starting_ && code != START_APPLICATION)
-            complain(commandName(code) + " while the application starts");
-        else if (!started_ && !rule->anyTime)
-            complain(commandName(code) + " before the application was started");
-        else
+        if (mayServe(code, rule->anyTime, code == START_APPLICATION))
             execute(code, payload);
     }
 }
 
 void StandardCamera::execute(uint8_t code, std::span<const uint8_t> payload)
 {
-    if (output_.left() > 0) {
-        complain(std::to_string(output_.left()) + " bytes of the answer to " + commandName(answeredCode_) +
-                 " were not fetched before " + commandName(code));
-        output_.clear();
-    }
-    answeredCode_ = code;
+    beginAnswer(code);
     const uint16_t argument = payload.size() == 2 ? readLe16(payload, 0) : uint16_t{0};
     switch (code) {
         case GET_DESCRIPTION:
@@ -214,8 +162,11 @@ void StandardCamera::execute(uint8_t code, std::span<const uint8_t> payload)
         case CLOSE_RELAY_2:
         case CLOSE_RELAY_3:
         case CLOSE_RELAY_4:
+            return closeRelay(code - unsigned{CLOSE_RELAY_1});
         case OPEN_RELAYS:
-            return setRelays(code);
+            if (!model_.guidePort)
+                complain("guide relays, but there is no guide port");
+            return mount_.setRelays(0, clock_.nowUs());
         case START_APPLICATION:
             return startApplication();
         case GET_COOLER_DETAILS:
@@ -227,7 +178,7 @@ void StandardCamera::execute(uint8_t code, std::span<const uint8_t> payload)
         case GET_TEMPERATURE:
             return sendTemperature(argument);
         case SET_COOLING:
-            return setCooling(argument);
+            return answer({static_cast<uint8_t>(cool(argument)), 0}, ANSWER_US);
         case WARM_UP:
             return warmUp();
         case PING:
@@ -249,8 +200,7 @@ void StandardCamera::startApplication()
 {
     // Whatever an earlier session left under way ends; the cooler goes on.
     const int64_t now = clock_.nowUs();
-    starting_ = true;
-    startedAtUs_ = now + APPLICATION_START_US;
+    beginStart(APPLICATION_START_US);
     phase_ = Phase::IDLE;
     shutter_.set(false, now);
     mount_.setRelays(0, now);
@@ -284,14 +234,8 @@ void StandardCamera::sendDescription()
 
 void StandardCamera::sendTemperature(unsigned sensor)
 {
-    if (sensor < 1 || sensor > model_.sensorCount) {
-        complain("there is no temperature sensor " + std::to_string(sensor));
-        sensor = 1;
-    }
-    const int64_t now = clock_.nowUs();
-    const double celsius = sensor == 1 ? cooler_.sensorCelsius(now) : cooler_.housingCelsius(now);
     std::vector<uint8_t> bytes = {model_.sensorEncoding, 0};
-    appendLe16(bytes, encodeCelsius(celsius, model_.sensorEncoding));
+    appendLe16(bytes, rawTemperature(sensor));
     appendLe16(bytes, 0);
     answer(std::move(bytes), TEMPERATURE_US);
 }
@@ -303,31 +247,9 @@ void StandardCamera::sendCoolerDetails()
 
 void StandardCamera::sendCoolingStatus()
 {
-    const int64_t now = clock_.nowUs();
-    const double range = model_.maxCoolerPower - model_.minCoolerPower;
-    const auto power = static_cast<uint8_t>(model_.minCoolerPower + std::lround(cooler_.power(now) * range));
-    std::vector<uint8_t> bytes = {power, 0, cooler_.flags(now), 0};
+    std::vector<uint8_t> bytes = {rawCoolerPower(), 0, cooler_.flags(clock_.nowUs()), 0};
     appendLe16(bytes, encodeCelsius(cooler_.targetCelsius(), model_.sensorEncoding));
     answer(std::move(bytes), ANSWER_US);
-}
-
-void StandardCamera::setCooling(uint16_t rawTarget)
-{
-    const double celsius = decodeCelsius(rawTarget, model_.sensorEncoding);
-    const bool done = cooler_.setTarget(celsius, clock_.nowUs());
-    if (done)
-        note("cooling to " + std::to_string(celsius) + " degrees");
-    else
-        complain("cooling target, but the cooler cannot be controlled");
-    answer({static_cast<uint8_t>(done), 0}, ANSWER_US);
-}
-
-void StandardCamera::warmUp()
-{
-    if (cooler_.warmUp(clock_.nowUs()))
-        note("warming up");
-    else
-        complain("warm-up, but the cooler cannot be controlled");
 }
 
 // ---- Accessories ----
@@ -340,23 +262,6 @@ void StandardCamera::setShutter(uint16_t open)
     }
     shutter_.set(open == 1, clock_.nowUs());
     note(open == 1 ? "shutter open" : "shutter closed");
-}
-
-void StandardCamera::setRelays(uint8_t code)
-{
-    if (!model_.guidePort) {
-        complain("guide relays, but there is no guide port");
-        return;
-    }
-    if (code == OPEN_RELAYS) {
-        mount_.setRelays(0, clock_.nowUs());
-        return;
-    }
-    const unsigned relay = code - unsigned{CLOSE_RELAY_1};
-    const unsigned opposite = relay ^ 1U;
-    if (((mount_.relays() >> opposite) & 1) != 0)
-        complain("guide relays closed in opposite directions");
-    mount_.setRelays(static_cast<uint8_t>(mount_.relays() | (1U << relay)), clock_.nowUs());
 }
 
 void StandardCamera::sendFilterStatus()
@@ -382,22 +287,9 @@ void StandardCamera::setFilter(uint16_t position)
 
 CameraTruth StandardCamera::truth() const
 {
-    const int64_t now = clock_.nowUs();
-    CameraTruth truth;
-    truth.lastImage = sensor_.lastImage();
-    truth.imageWidth = sensor_.lastWidth();
-    truth.imageHeight = sensor_.lastHeight();
-    truth.frameCount = sensor_.frameCount();
-    truth.lightSeconds = sensor_.lastIntegration().lightSeconds;
-    truth.darkSeconds = sensor_.lastIntegration().darkSeconds;
-    truth.sensorCelsius = cooler_.sensorCelsius(now);
-    truth.coolerPower = cooler_.power(now);
+    CameraTruth truth = AnsweringCamera::truth();
     truth.shutterOpen = shutter_.present() && shutter_.open();
     truth.integrating = phase_ == Phase::INTEGRATING || phase_ == Phase::STOPPED;
-    truth.filterPosition = wheel_.current(now);
-    truth.filterMoving = wheel_.moving(now);
-    truth.driftX = mount_.driftX(now);
-    truth.driftY = mount_.driftY(now);
     return truth;
 }
 
