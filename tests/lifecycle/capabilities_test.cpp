@@ -81,7 +81,8 @@ TEST(Capabilities, AClosedCameraHasNone)
     opened.camera.pixelCountX = 12;
     opened.usb.close();
     opened.camera.close();
-    VornCapabilities caps = {.pixelCountX = 77};
+    VornCapabilities caps = {};
+    caps.pixelCountX = 77;
     const char* name = "mine";
     EXPECT_FALSE(opened.camera.getCapabilities(&name, nullptr, &caps));
     EXPECT_EQ(std::tuple(caps.pixelCountX, std::string(name)), std::tuple(77U, "mine"));
