@@ -2,8 +2,8 @@
 #pragma once
 
 /// @file mutant.h
-/// Included by the compiler ahead of every mutated source, which holds all mutants at once: M(17) is true while the
-/// environment names number 17. With VORNCCD_MUTANT_LOG set, each number is noted in that file when it is first met.
+/// Included by every mutated source, which holds many mutants at once: M(17) is true while the environment names number
+/// 17. With VORNCCD_MUTANT_LOG set, each number is noted in that file when it is first met.
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -112,6 +112,11 @@ class Finder:
                                        ' '.join(change.split())))
 
 
+def find(path, arguments):
+    """@return the mutants of one file, for a compiler with these arguments."""
+    return Finder(path, arguments).mutants
+
+
 def render(text, mutants, start=0, end=None):
     """The bytes start to end with all mutants in them. Lines stay where they are."""
     end = len(text) if end is None else end

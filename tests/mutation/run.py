@@ -35,7 +35,7 @@ def parse_arguments():
     parser.add_argument('--numbers', type=int, nargs='*', help='only these mutants of the sample')
     parser.add_argument('--jobs', type=int, default=os.cpu_count(), help='test programs at a time, and of the build')
     parser.add_argument('--work', default=str(ROOT / 'build' / 'mutation'), help='folder of the copy and its build')
-    parser.add_argument('--skip', default='mutation|bench|scene|usbip|redir|firmware_packer',
+    parser.add_argument('--skip', default='scene|simulator_tests|usb|redir|firmware|thread',
                         help='test programs to leave out, a regular expression')
     return parser.parse_args()
 
@@ -45,10 +45,10 @@ def sample(options):
     clang = subprocess.run(['clang-14', '-print-resource-dir'], capture_output=True, text=True, check=True).stdout
     arguments = ['-std=c++20', f'-I{ROOT}', f'-I{ROOT}/include', f'-I{ROOT}/src', '-I/usr/include/libusb-1.0',
                  f'-isystem{clang.strip()}/include']
-    found = []
-    for path in sorted([*ROOT.glob('src/**/*.[ch]*'), *ROOT.glob('capture/**/*.[ch]*')]):
-        if path.suffix in ('.h', '.cpp') and path.name not in TABLES and options.only in str(path):
-            found += mutants.Finder(str(path), arguments).mutants
+    paths = [str(path) for path in sorted([*ROOT.glob('src/**/*.[ch]*'), *ROOT.glob('capture/**/*.[ch]*')])
+             if path.suffix in ('.h', '.cpp') and path.name not in TABLES and options.only in str(path)]
+    with concurrent.futures.ProcessPoolExecutor(options.jobs) as pool:
+        found = sum(pool.map(mutants.find, paths, [arguments] * len(paths)), [])
     chosen = random.Random(options.seed).sample(found, min(options.sample, len(found)))
     chosen.sort(key=lambda m: (m.path, m.start, m.end))
     for number, mutant in enumerate(chosen, 1):
@@ -63,19 +63,23 @@ def build(options, chosen):
     copy = work / 'source'
     shutil.rmtree(copy, ignore_errors=True)
     shutil.copytree(ROOT, copy, ignore=shutil.ignore_patterns('.git', 'build', 'mutation'))
-    flags = f'-O1 -w -fpermissive -Wno-narrowing -Wno-error -include {HERE}/mutant.h'
+    flags = '-O1 -w -fpermissive -Wno-narrowing -Wno-error'
     subprocess.run(['cmake', '-G', 'Ninja', '-S', copy, '-B', work / 'build', '-DCMAKE_BUILD_TYPE=None',
                     f'-DCMAKE_CXX_FLAGS={flags}'], check=True, stdout=subprocess.DEVNULL)
+    listed = subprocess.run(['ninja', '-C', work / 'build', '-t', 'targets', 'all'], capture_output=True, text=True,
+                            check=True).stdout
+    programs = [p for p in re.findall(r'^(bin/\w+_test): ', listed, re.MULTILINE) if not re.search(options.skip, p)]
     for folder in ('src', 'capture'):  # what an earlier run has built of them holds other mutants
         for path in (copy / folder).rglob('*.*'):
             path.touch()
     while True:
         for path in {m.path for m in chosen}:
-            text = mutants.render(pathlib.Path(path).read_bytes(), [m for m in chosen if m.path == path])
+            text = f'#include "{HERE}/mutant.h"\n#line 1\n'.encode()
+            text += mutants.render(pathlib.Path(path).read_bytes(), [m for m in chosen if m.path == path])
             target = copy / pathlib.Path(path).relative_to(ROOT)
             if target.read_bytes() != text:
                 target.write_bytes(text)
-        result = subprocess.run(['ninja', '-k0', f'-j{options.jobs}', '-C', work / 'build'], capture_output=True,
+        result = subprocess.run(['ninja', '-k0', f'-j{options.jobs}', '-C', work / 'build', *programs], capture_output=True,
                                 text=True, check=False)
         if result.returncode == 0:
             return chosen
