@@ -1,0 +1,46 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# Does what the documents say: runs their shell blocks, file by file, compiles their whole C++ programs, and follows
+# their links. A block behind a line "<!-- not run: REASON -->" is left out.
+# Usage: documents_test.sh DOCUMENT...: with SOURCE, the checkout, in the environment; works in the current directory
+set -eu
+here=$PWD
+failed=0
+
+# blocks LANGUAGE DOCUMENT: writes the fenced blocks of a language, each behind a line with the mark #@
+blocks() {
+    awk -v fence="^\`\`\`$1\$" '
+        /^```/ && inside {inside = 0; next}
+        $0 ~ fence && !skip {inside = 1; print "#@"; next}
+        {skip = /^<!-- not run: .+ -->$/}
+        inside' "$2"
+}
+
+for document in "$@"; do
+    rm -rf "$here/work"
+    mkdir "$here/work"
+    cd "$here/work"
+    ln -s "$SOURCE"/* .
+
+    blocks sh "$document" >"$here/commands.sh"
+    if ! sh -eu -x "$here/commands.sh" >"$here/log" 2>&1 </dev/null; then
+        echo "$document: a command fails:"
+        tail -n 15 "$here/log"
+        failed=1
+    fi
+
+    blocks cpp "$document" | awk -v RS='#@\n' '/int main/ {print > ("'"$here"'/work/block-" NR ".cpp")}'
+    for program in block-*.cpp; do
+        [ -e "$program" ] || continue
+        # shellcheck disable=SC2046  # flags are split on purpose
+        c++ -std=c++20 -fsyntax-only "$program" $(pkg-config --cflags vornccd) || failed=1
+    done
+
+    cd "$(dirname "$document")"
+    grep -o '](\([^)#:]*\)' "$document" | cut -c 3- >"$here/links" || true
+    while read -r link; do
+        [ -e "$link" ] || { echo "$document: the link to $link leads nowhere"; failed=1; }
+    done <"$here/links"
+    echo "$document: $(grep -c '^#@' "$here/commands.sh") blocks"
+done
+exit $failed
