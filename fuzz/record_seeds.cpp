@@ -109,7 +109,7 @@ void record(const Session& session, const std::filesystem::path& folder)
             answers.push_back(static_cast<uint8_t>(session.family - CLASSIC));
         std::vector<uint8_t> requests = {static_cast<uint8_t>(model - vornsim::models().data())};
         RecordingUsb usb(*camera, answers, requests);
-        std::vector<uint8_t> script = {0};  // nothing in the way
+        std::vector<uint8_t> script = {uint8_t{night}};  // nights are traced, nothing is in the way
         if (night)
             append(script, nightScript());
         vornfuzz::Input input(script, &answers);
