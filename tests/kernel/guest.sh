@@ -51,6 +51,7 @@ devices() { # sysfs directories of simulated cameras
 }
 # shellcheck disable=SC2046  # words are counted
 plugged() { set -- "$1" $(devices) && [ $# -eq $(($1 + 1)) ]; }
+claimed() { [ -e "/sys/bus/usb/drivers/$1/"*:1.0 ]; } # by a kernel driver
 unplug() {
     if [ "$bus" = xhci ]; then
         echo unplug >/dev/ttyS1
@@ -96,15 +97,15 @@ troubles() {
         --fault endpoint=0x86,transfer=3,error=TIMEOUT --fault endpoint=0x86,transfer=4,error=IO,times=ever
     check "errors of transfers are told as they are" kernel_check errors PIPE OVERFLOW TIMEOUT IO
     for error in PIPE OVERFLOW IO; do
-        times=$([ "$bus$error" = xhciIO ] && echo 4 || echo 1)
+        times=$([ "$bus$error" = xhciIO ] && echo 5 || echo 1)
         plug --camera K06 --fault "exposure=1,endpoint=0x88,error=$error,times=$times"
         check "$error in an image ends the exposure" kernel_check exposure 65536 "$error"
-        check "the next exposure after $error works" kernel_check exposure 65536 NONE
     done
+    check "the next exposure works" kernel_check exposure 65536 NONE
 }
 unplugging() {
-    transfers="1 2 3 4 5 6 8 10 12 14 16 18"
-    [ "$bus" = xhci ] || transfers="1 2 3 4 5 7 9 11 13 15 17 19"
+    transfers="1 2 3 4 5 6 8 10 12 14 16"
+    [ "$bus" = xhci ] || transfers="1 2 3 4 5 7 9 11 13 15 17"
     for transfer in $transfers; do
         plug --camera K06 --fault "exposure=1,transfer=$transfer,error=NO_DEVICE,replug=0"
         check "unplugged at transfer $transfer" kernel_check exposure 32768 NO_DEVICE
@@ -122,7 +123,7 @@ together() {
     plug --camera K12 --camera K06
     vornctl expose -q -f -d "Vorn K12" -t 6 -o first.fits >first.log 2>&1 &
     first=$!
-    patiently test -e /sys/bus/usb/drivers/usbfs/*:1.0
+    patiently claimed usbfs
     check "a camera in use is refused" ends 1 "used by another program" vornctl info -d "Vorn K12"
     vornctl expose -q -f -d "Vorn K06" -t 0.02 -o second.fits >second.log 2>&1
     check "a second camera shows every pixel" kernel_check ramp second.fits 768 512
@@ -136,7 +137,7 @@ access() {
     check "without permission there is the udev rule to copy" \
         ends 4 'SUBSYSTEM=="usb"' su observer -s /bin/sh -c "vornctl info"
     insmod /lib/modules/usbtest.ko vendor=0x1234 product=0xdf34
-    check "a kernel driver has the camera" patiently test -e /sys/bus/usb/drivers/usbtest/*:1.0
+    check "a kernel driver has the camera" patiently claimed usbtest
     check "it is detached" kernel_check exposure 1048576 NONE
     rmmod usbtest
 }
@@ -155,11 +156,8 @@ families() {
 }
 
 server=""
-for bus in $(echo "$buses" | tr , ' '); do
-    for part in $(echo "$parts" | tr , ' '); do
-        $part
-    done
-    unplug
+for part in $(echo "$parts" | tr , ' '); do
+    $part
 done
 echo COMPLETE
 poweroff -f

@@ -32,8 +32,8 @@ if [ ! -e "$release/complete" ]; then
     touch "$release/complete"
 fi
 
-# The kernel gives its parameters to the first process as variables.
-buses=${1:-vhci,xhci}
+# What the guests are to do; the kernel gives its parameters to the first process as variables.
+buses=${1:-vhci xhci}
 [ $# -eq 0 ] || shift
 parts=$(echo "${*:-families troubles chunks together access speed unplugging}" | tr ' ' ',')
 
@@ -55,9 +55,7 @@ printf 'root:x:0:0::/:/bin/sh\nobserver:x:1000:1000::/:/bin/sh\n' >root/etc/pass
 echo "$modules" >root/etc/modules
 (cd root && find . | cpio --quiet -o -H newc | gzip -1) >initramfs
 
-# vornsim redir runs outside; the guest says with lines on its second serial port what to plug in.
-rm -f control cam1 cam2
-mkfifo control
+# In the xhci guest the cameras are plugged in from outside: it says with lines on its second serial port which ones.
 plug() { # CAMERA ARGUMENTS
     unplug
     sockets=cam1
@@ -71,32 +69,42 @@ unplug() {
     [ -z "$plugged" ] || wait "$plugged" || true
     plugged=""
 }
-(
+serve_guest() {
     plugged=""
     while read -r what arguments; do
         # shellcheck disable=SC2086
         case $what in plug) plug $arguments ;; unplug) unplug ;; esac
     done
     unplug
-) <control &
-agent=$!
-
-set -- -chardev file,id=control,path=control -serial stdio -serial chardev:control -device qemu-xhci,id=hc
-for camera in cam1 cam2; do
-    set -- "$@" -chardev "socket,id=$camera,path=$camera,server=on,wait=off" \
-        -device "usb-redir,chardev=$camera,bus=hc.0"
+}
+run_guest() { # BUS
+    rm -rf "$1"
+    mkdir "$1"
+    cd "$1"
+    mkfifo control
+    serve_guest <control &
+    timeout 600 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 1024 -nodefaults -nographic \
+        -no-reboot -kernel "../$release/boot/vmlinuz-$release" -initrd ../initramfs \
+        -append "console=ttyS0 quiet loglevel=3 panic=-1 bus=$1 parts=$parts" \
+        -chardev file,id=control,path=control -serial stdio -serial chardev:control -device qemu-xhci,id=hc \
+        -chardev socket,id=cam1,path=cam1,server=on,wait=off -device usb-redir,chardev=cam1,bus=hc.0 \
+        -chardev socket,id=cam2,path=cam2,server=on,wait=off -device usb-redir,chardev=cam2,bus=hc.0 \
+        </dev/null 2>&1 | tee console.log | sed -un 's/\r$//; s/^.*\(PASS\|FAIL\|SPEED\): /\1: /p'
+    wait
+}
+for bus in $buses; do
+    (run_guest "$bus") &
 done
-timeout 600 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 1024 -nodefaults -nographic -no-reboot \
-    -kernel "$release/boot/vmlinuz-$release" -initrd initramfs \
-    -append "console=ttyS0 quiet loglevel=3 panic=-1 buses=$buses parts=$parts" "$@" </dev/null >console.log 2>&1 || true &
-qemu=$!
-tail -f --pid=$qemu console.log 2>/dev/null | sed -un 's/\r$//; s/^.*\(PASS\|FAIL\|SPEED\): /\1: /p'
-wait $agent || true
-passed=$(grep -c 'PASS: ' console.log || true)
-failed=$(grep -c 'FAIL: ' console.log || true)
-if ! grep -q '^COMPLETE' console.log; then
-    echo "FAIL: the guest did not come to its end; see $work/console.log"
-    failed=$((failed + 1))
-fi
+wait
+passed=0
+failed=0
+for bus in $buses; do
+    passed=$((passed + $(grep -c 'PASS: ' "$bus/console.log" || true)))
+    failed=$((failed + $(grep -c 'FAIL: ' "$bus/console.log" || true)))
+    if ! grep -q '^COMPLETE' "$bus/console.log"; then
+        echo "FAIL: the $bus guest did not come to its end; see $work/$bus/console.log"
+        failed=$((failed + 1))
+    fi
+done
 echo "$passed passed, $failed failed"
 [ "$failed" -eq 0 ]
