@@ -115,10 +115,10 @@ Error explainOpenFailure(const std::string& trace, int listIndex)
     return {ErrorKind::TIMEOUT, "the camera does not answer as it should", REPLUG_ADVICE};
 }
 
-Error explainExposureFailure(const std::string& failure, const std::string& reopenFailure)
+Error explainFailure(const std::string& complaint, const std::string& failure, const std::string& reopenFailure)
 {
     if (reopenFailure.empty())
-        return {ErrorKind::FAILED, "the exposure failed (" + failure + "), but the camera answers again",
+        return {ErrorKind::FAILED, complaint + " (" + failure + "), but the camera answers again",
                 "Try once more. If it happens again, use another cable or USB port, without a hub."};
     // This text of the library means that the device itself is gone; it was there when the session began.
     if (reopenFailure == "Failed to open device")

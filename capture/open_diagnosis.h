@@ -14,9 +14,10 @@ namespace vorncapture {
 /// @param listIndex the camera's place in VornCamera::list(), -1 when unknown
 Error explainOpenFailure(const std::string& trace, int listIndex);
 
-/// Tells why an exposure failed.
+/// Tells why an operation on an open camera failed.
+/// @param complaint what the failure is called, "the exposure failed"
 /// @param failure the library's text
 /// @param reopenFailure the library's text when the camera was opened again afterwards; empty when that worked
-Error explainExposureFailure(const std::string& failure, const std::string& reopenFailure);
+Error explainFailure(const std::string& complaint, const std::string& failure, const std::string& reopenFailure);
 
 }  // namespace vorncapture

@@ -251,7 +251,7 @@ Result<Session::Integration> Session::startLong(const ExposurePlan& plan)
     if (!integration)
         return mute();
     if (integration->failure != nullptr)
-        return abandon(integration->failure);
+        return abandon("the exposure failed", integration->failure);
     return *integration;
 }
 
@@ -298,7 +298,7 @@ Result<Frame> Session::readOut(const ExposurePlan& plan, Integration integration
         return mute();
     }
     if (readout->failure != nullptr)
-        return abandon(readout->failure);
+        return abandon("the exposure failed", readout->failure);
     if (cancel != nullptr && cancel->requested())
         return cancelled();
 
@@ -323,7 +323,19 @@ Result<Frame> Session::readOut(const ExposurePlan& plan, Integration integration
     return frame;
 }
 
-Error Session::abandon(const std::string& failure)
+Status Session::operate(const std::string& complaint, const std::function<bool(VornCamera&)>& work)
+{
+    const auto failure = call([work](VornCamera& camera) -> std::optional<std::string> {
+        return work(camera) ? std::nullopt : std::optional<std::string>(camera.getLastError());
+    });
+    if (!failure)
+        return mute();
+    if (*failure)
+        return abandon(complaint, **failure);
+    return Done{};
+}
+
+Error Session::abandon(const std::string& complaint, const std::string& failure)
 {
     // Close the shutter first, then find out by opening it again whether the camera is still there. Opening loads its
     // program anew, so that a camera that had lost its way can be used again.
@@ -335,7 +347,7 @@ Error Session::abandon(const std::string& failure)
     const auto outcome = worker_.run(reopen, options_.watchdog.open);
     if (!outcome)
         return mute();
-    return explainExposureFailure(failure, *outcome);
+    return explainFailure(complaint, failure, *outcome);
 }
 
 Error Session::cancelled()

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <string>
 
 #include "capture/camera_worker.h"
 #include "capture/clock.h"
@@ -69,6 +70,15 @@ public:
         return worker_.run(std::move(work), options_.watchdog.command);
     }
 
+    /// Runs @p work, an operation of the library that tells by its result whether it went well, in the camera's thread.
+    /// After a failure the camera was closed and opened again to find the cause.
+    /// @param complaint what a failure is called, "the shutter does not move"
+    /// Errors: FAILED, DEVICE_LOST, TIMEOUT.
+    Status operate(const std::string& complaint, const std::function<bool(VornCamera&)>& work);
+
+    /// @return the clock that waits go by.
+    Clock& clock() { return *options_.clock; }
+
     /// @return true when a call on the camera never came back. Its thread is then left alone, and the process should
     /// end without waiting for it.
     bool stuck() const { return worker_.stuck(); }
@@ -85,7 +95,7 @@ private:
                     const ProgressCallback& progress);
     Result<Frame> readOut(const ExposurePlan& plan, Integration integration, const CancelToken* cancel,
                           const ProgressCallback& progress);
-    Error abandon(const std::string& failure);
+    Error abandon(const std::string& complaint, const std::string& failure);
     Error cancelled();
     Error mute() const;
 

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: MIT
+#include "capture/cooling.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <string>
+
+namespace vorncapture {
+namespace {
+
+constexpr double POLL_SECONDS = 1.0;
+constexpr double NAP_SECONDS = 0.1;             // how soon a cancellation is noticed
+constexpr double SET_POINT_STEP_CELSIUS = 0.1;  // finer steps of a ramp are not worth a command
+
+std::string degrees(double celsius)
+{
+    std::array<char, 32> text = {};
+    (void)std::snprintf(text.data(), text.size(), "%.1f degC", celsius);
+    return text.data();
+}
+
+Status setTarget(Session& session, double celsius)
+{
+    return session.operate("the cooler takes no target",
+                           [celsius](VornCamera& camera) { return camera.setCooling(static_cast<float>(celsius)); });
+}
+
+/// Converting a target ends the process when the camera never named the encoding of its temperatures, so a temperature
+/// must have come through before.
+Status checkCooler(const Session& session, const Telemetry& telemetry)
+{
+    const COOLER_TYPE cooler = session.info().caps.cooler;
+    if (cooler == COOLER_NONE)
+        return Error{ErrorKind::BAD_REQUEST, session.info().name + " has no cooler", ""};
+    if (cooler == COOLER_ALWAYSON)
+        return Error{
+            ErrorKind::BAD_REQUEST,
+            "the cooler of " + session.info().name + " runs whenever the camera is powered; it takes no target", ""};
+    if (!telemetry.ccdCelsius())
+        return Error{ErrorKind::FAILED, "the camera does not tell its sensor's temperature",
+                     "Without it cooling cannot be controlled. Switch the camera off and on again."};
+    return Done{};
+}
+
+/// Sleeps until the next reading. @return false when cancelled.
+bool nap(Clock& clock, const CancelToken* cancel)
+{
+    const double end = clock.steadySeconds() + POLL_SECONDS;
+    for (double left = POLL_SECONDS; left > 0.0; left = end - clock.steadySeconds()) {
+        if (cancel != nullptr && cancel->requested())
+            return false;
+        clock.sleep(std::min(left, NAP_SECONDS));
+    }
+    return cancel == nullptr || !cancel->requested();
+}
+
+}  // namespace
+
+TemperatureRamp::TemperatureRamp(double from, double to, std::optional<double> perMinute) : from_(from), to_(to)
+{
+    if (perMinute)
+        duration_ = std::abs(to - from) / *perMinute * 60.0;
+}
+
+double TemperatureRamp::at(double seconds) const
+{
+    if (seconds >= duration_)
+        return to_;
+    return from_ + (to_ - from_) * std::max(0.0, seconds) / duration_;
+}
+
+void TemperatureWatch::add(double seconds, double celsius)
+{
+    const bool near = std::abs(celsius - target_) <= TOLERANCE_CELSIUS;
+    if (near && !near_)
+        nearSince_ = seconds;
+    near_ = near;
+    settled_ = near && seconds - nearSince_ >= HOLD_SECONDS;
+}
+
+Status coolDown(Session& session, const CoolingRequest& request, const CancelToken* cancel,
+                const CoolingProgress& progress)
+{
+    const double target = request.targetCelsius;
+    if (!(target >= LOWEST_TARGET_CELSIUS) || !(target <= HIGHEST_TARGET_CELSIUS))
+        return Error{ErrorKind::BAD_REQUEST,
+                     "a target lies from " + degrees(LOWEST_TARGET_CELSIUS) + " to " + degrees(HIGHEST_TARGET_CELSIUS),
+                     ""};
+    if (request.perMinute && !(*request.perMinute > 0.0))
+        return Error{ErrorKind::BAD_REQUEST, "a ramp has more than 0 degrees a minute", ""};
+    Telemetry telemetry = session.readTelemetry();
+    const Status possible = checkCooler(session, telemetry);
+    if (!possible.ok())
+        return possible;
+
+    Clock& clock = session.clock();
+    const double start = clock.steadySeconds();
+    const TemperatureRamp ramp(telemetry.ccdCelsius().value_or(target), target, request.perMinute);
+    TemperatureWatch watch(target);
+    std::optional<double> commanded;
+    while (true) {
+        const double elapsed = clock.steadySeconds() - start;
+        const double setPoint = ramp.at(elapsed);
+        const bool last = setPoint == target;
+        if (!commanded || (last ? *commanded != target : std::abs(setPoint - *commanded) >= SET_POINT_STEP_CELSIUS)) {
+            const Status done = setTarget(session, setPoint);
+            if (!done.ok())
+                return done;
+            commanded = setPoint;
+        }
+        if (last && !request.wait)
+            return Done{};
+        telemetry = session.readTelemetry();
+        if (telemetry.ccdCelsius())
+            watch.add(elapsed, *telemetry.ccdCelsius());
+        if (progress)
+            progress(telemetry, setPoint, elapsed);
+        if (watch.settled())
+            return Done{};
+        if (elapsed > ramp.duration() + request.limitSeconds) {
+            const auto reached = telemetry.ccdCelsius();
+            return Error{ErrorKind::TIMEOUT,
+                         "the sensor has not settled at " + degrees(target) +
+                             (reached ? "; it is at " + degrees(*reached) : std::string()),
+                         "The cooler may not manage so much below the air's temperature: choose a higher target."};
+        }
+        if (!nap(clock, cancel))
+            return Error{ErrorKind::CANCELLED, "stopped waiting; the cooler goes on towards " + degrees(*commanded),
+                         ""};
+    }
+}
+
+Status warmUp(Session& session, bool wait, double limitSeconds, const CancelToken* cancel,
+              const CoolingProgress& progress)
+{
+    Telemetry telemetry = session.readTelemetry();
+    const Status possible = checkCooler(session, telemetry);
+    if (!possible.ok())
+        return possible;
+    const Status begun =
+        session.operate("the warm-up does not start", [](VornCamera& camera) { return camera.initiateWarmUp(); });
+    if (!begun.ok() || !wait)
+        return begun;
+    Clock& clock = session.clock();
+    const double start = clock.steadySeconds();
+    while (true) {
+        const double elapsed = clock.steadySeconds() - start;
+        telemetry = session.readTelemetry();
+        if (progress)
+            progress(telemetry, HIGHEST_TARGET_CELSIUS, elapsed);
+        if (telemetry.coolingState == COOLING_INACTIVE)
+            return Done{};
+        if (elapsed > limitSeconds)
+            return Error{ErrorKind::TIMEOUT, "the camera is still warming up", "Look again with: vornctl status"};
+        if (!nap(clock, cancel))
+            return Error{ErrorKind::CANCELLED, "stopped waiting; the camera goes on warming up", ""};
+    }
+}
+
+}  // namespace vorncapture
