@@ -24,6 +24,7 @@
 #pragma once
 
 #if defined(__GNUC__)
+/// Marks what the library exports.
 #define VORNCCD_API __attribute__((visibility("default")))
 #else
 #define VORNCCD_API

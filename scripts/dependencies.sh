@@ -7,7 +7,7 @@ BUILD_PACKAGES="g++ cmake ninja-build pkg-config libusb-1.0-0-dev libcli11-dev n
 
 # For the tests besides.
 TEST_PACKAGES="libgtest-dev libgmock-dev python3-minimal clang-14 llvm-14 libclang-rt-14-dev binutils fitsverify
-    abigail-tools appstream"
+    abigail-tools appstream doxygen scdoc"
 
 # install_missing PACKAGE...: installs with apt those that are not installed yet.
 install_missing() {
