@@ -38,7 +38,7 @@ CameraTruth BridgedCamera::truth() const
     truth.darkSeconds = sensor_.lastIntegration().darkSeconds;
     truth.sensorCelsius = cooler_.sensorCelsius(now);
     truth.coolerPower = cooler_.power(now);
-    truth.filterPosition = wheel_.count() > 0 ? wheel_.current(now) : 0;
+    truth.filterPosition = wheel_.current(now);
     truth.filterMoving = wheel_.moving(now);
     truth.driftX = mount_.driftX(now);
     truth.driftY = mount_.driftY(now);
