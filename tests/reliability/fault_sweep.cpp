@@ -1,0 +1,320 @@
+// SPDX-License-Identifier: MIT
+// Makes every libusb call of every scenario go wrong in every way, once and for good, and checks what the library makes
+// of it. Each family is swept in a process of its own.
+//
+// usage: fault_sweep [--stride N]    with N, only every N-th point
+#include <sys/mman.h>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "scenarios.h"
+
+namespace vorntest {
+
+namespace {
+
+constexpr int64_t LONGEST_US = 12 * 3'600'000'000LL;  // 400 retries of an exchange that takes its time to fail
+constexpr int SHOWN_FAULTS = 4000;
+
+/// What a process has found.
+struct Tally {
+    uint64_t points = 0;
+    uint64_t faults = 0;
+    uint64_t exits = 0;
+    int64_t longestUs = 0;
+};
+
+/// A scenario of a family, and the calls it makes when all is well.
+struct Course {
+    const Subject& subject;
+    const Scenario& scenario;
+    std::vector<BusCall> calls = {};
+    std::vector<size_t> stepOf = {};       ///< of each call
+    std::vector<size_t> allocations = {};  ///< for each the number of calls before it
+
+    /// @return the number of a call within its step, from 1.
+    size_t numberInStep(size_t call) const
+    {
+        const auto first = std::lower_bound(stepOf.begin(), stepOf.end(), stepOf[call]);
+        return call - static_cast<size_t>(first - stepOf.begin()) + 1;
+    }
+};
+
+struct Point {
+    Trouble trouble;
+    size_t call;  ///< index; of the call that the memory is for, when that is what fails
+    bool forEver;
+    size_t allocation = 0;  ///< number of the allocation that fails, from 1
+};
+
+Tally* tallies = nullptr;  // of all families, shared by their processes
+Tally* tally = nullptr;
+
+/// Calls whose failure an operation survives by contract, by their numbers within it.
+struct Ignored {
+    CAMERA_TYPE family;
+    const char* step;
+    size_t first;
+    size_t last;
+    bool onceOnly;  ///< what is asked again: survived only when it works then
+};
+constexpr Ignored IGNORED[] = {
+    {STANDARD, "open", 784, 787, false},  // colour record
+    {STANDARD, "open", 792, 797, true},   // ping: five tries
+    {ADVANCED, "open", 779, 782, false},  // colour record
+    {ADVANCED, "start", 5, 20, true},     // pings while the sensor is cleared: 401 tries
+    {ADVANCED, "set gain", 1, 2, true},   // the record is asked for until it came twice
+    {QUICKER, "open", 786, 789, false},   // colour record
+    {QUICKER, "start", 1, 4, false},      // clearing the sensor
+    {QUICKER, "read", 2, 5, false},       // binning
+    {CLASSIC, "open", 784, 787, false},   // colour record
+    {CLASSIC, "open", 2, 798, true},      // until the connection check has passed: all over again
+};
+
+constexpr unsigned FLUSH_TIMEOUT_MS = 100;
+constexpr unsigned EP_BRIDGE_OUT = 0x04;
+constexpr unsigned EP_BRIDGE_IN = 0x86;
+constexpr uint8_t BRIDGE_PAR_IN = 0x09;
+constexpr uint8_t BRIDGE_SET_TIMEOUT = 0x0C;
+
+bool isIgnored(const Course& course, size_t call, bool forEver)
+{
+    const CAMERA_TYPE family = course.subject.family;
+    const BusCall& made = course.calls[call];
+    const std::string_view step = course.scenario.steps[course.stepOf[call]].name;
+    if (family == IIDC && (made.kind == BusCall::CONTROL_IN || made.kind == BusCall::CONTROL_OUT))
+        return true;  // registers give no results
+    if (made.timeoutMs == FLUSH_TIMEOUT_MS)
+        return true;  // flushing ends at a failure
+    const uint8_t request = made.endpoint == EP_BRIDGE_OUT ? made.bytes[0] : 0;
+    if (step == "read" && request == BRIDGE_SET_TIMEOUT)
+        return true;
+    // Only the data count: neither the state of the readout nor the timeout after it.
+    if (step == "image" && (made.endpoint == EP_BRIDGE_IN || (request != 0 && request != BRIDGE_PAR_IN)))
+        return true;
+    const size_t number = course.numberInStep(call);
+    return std::any_of(std::begin(IGNORED), std::end(IGNORED), [&](const Ignored& row) {
+        return row.family == family && row.step == step && number >= row.first && number <= row.last &&
+               !(forEver && row.onceOnly);
+    });
+}
+
+void complain(const Course& course, const Point& point, const std::string& what)
+{
+    if (tally->faults++ < SHOWN_FAULTS)
+        std::printf("%s, %s, step %s, call %zu (%s), %s%s: %s\n", course.subject.name, course.scenario.name,
+                    course.scenario.steps[course.stepOf[point.call]].name, course.numberInStep(point.call),
+                    course.calls[point.call].text().c_str(), nameOf(point.trouble), point.forEver ? " for ever" : "",
+                    what.c_str());
+}
+
+/// Goes through the scenario undisturbed. @return false when that fails already.
+bool record(Course& course)
+{
+    FaultyCamera faulty(course.subject.model);
+    for (const Step& step : course.scenario.before)
+        step.run(faulty.camera);
+    faulty.faulty.recorded = &course.calls;
+    allocations = {.recorded = &course.allocations, .calls = &course.calls};
+    for (size_t i = 0; i < course.scenario.steps.size(); i++) {
+        const Step& step = course.scenario.steps[i];
+        if (applies(step, faulty.camera) && runStep(step, faulty.camera) != Outcome::DONE) {
+            std::printf("%s, %s: %s fails without a fault: %s\n", course.subject.name, course.scenario.name, step.name,
+                        faulty.camera.getLastError());
+            tally->faults++;
+            return false;
+        }
+        course.stepOf.resize(course.calls.size(), i);
+    }
+    allocations = {};
+    return true;
+}
+
+/// @return the step that has to fail, or the number of steps when none has to.
+size_t expectedFailure(const Course& course, const Point& point)
+{
+    if (!isError(point.trouble))
+        return course.scenario.steps.size();
+    const size_t last = point.forEver ? course.calls.size() - 1 : point.call;
+    for (size_t call = point.call; call <= last; call++) {
+        const size_t step = course.stepOf[call];
+        if (!isIgnored(course, call, point.forEver))
+            return step;
+    }
+    return course.scenario.steps.size();
+}
+
+/// @return whether @p text is what this failure of the step is called.
+bool isDocumented(const Course& course, const Point& point, const Step& step, const char* text)
+{
+    const bool cameraNeverReady = point.forEver || !isError(point.trouble);
+    if (step.error == nullptr)
+        return std::strcmp(text, "No error") == 0 || (cameraNeverReady && std::strcmp(text, "Failed to set gain") == 0);
+    const bool atLibusbOpen = course.calls[point.call].kind == BusCall::OPEN;
+    const bool endlessRetries = course.subject.family == CLASSIC && point.forEver;
+    const bool opening = std::strcmp(step.name, "open") == 0;
+    if (opening && (atLibusbOpen || endlessRetries) && std::strcmp(text, "Failed to open device") == 0)
+        return true;
+    if (opening && atLibusbOpen)
+        return false;
+    if (std::strcmp(text, step.error) == 0)
+        return true;
+    // A camera may seem to be another one when its answers are wrong.
+    constexpr const char* MISLED[] = {"Unsupported operation", "Invalid parameter", "Operation out of sequence"};
+    return !isError(point.trouble) && std::any_of(std::begin(MISLED), std::end(MISLED),
+                                                  [=](const char* one) { return std::strcmp(text, one) == 0; });
+}
+
+/// Goes through the steps with the fault. @return false when the library wanted to end the process.
+bool suffer(const Course& course, const Point& point, FaultyCamera& faulty)
+{
+    const size_t failing = expectedFailure(course, point);
+    VornCameraImpl& camera = faulty.camera;
+    faulty.faulty.plan(point.trouble, point.allocation != 0 ? 0 : point.call + 1, point.forEver);
+    faulty.faulty.patience = course.subject.family == CLASSIC ? 100 : 3000;
+    allocations = {.failing = point.allocation};
+    const int64_t startUs = bus().nowUs();
+    bool failed = false;
+    bool open = camera.handle != nullptr;
+    for (size_t i = 0; i < course.scenario.steps.size() && !failed; i++) {
+        const Step& step = course.scenario.steps[i];
+        if (!applies(step, camera))
+            continue;
+        const Outcome outcome = runStep(step, camera);
+        if (outcome == Outcome::EXITED) {
+            if (isError(point.trouble))
+                complain(course, point, std::string(step.name) + " ends the process");
+            return false;
+        }
+        failed = outcome == Outcome::FAILED;
+        if (std::strcmp(step.name, "open") == 0 || step.error == nullptr)
+            open = camera.handle != nullptr && (!failed || step.error == nullptr);
+        // A register of which nobody knows that it was not written shows in the image at the earliest.
+        const bool blind = course.subject.family == IIDC && failing == course.scenario.steps.size();
+        if (isError(point.trouble) && failed != (i == failing) && !(blind && &step == &course.scenario.steps.back()))
+            complain(course, point, std::string(step.name) + (failed ? " fails" : " succeeds"));
+        if (failed && !isDocumented(course, point, step, camera.getLastError()))
+            complain(course, point, std::string("the error of ") + step.name + " is \"" + camera.getLastError() + "\"");
+    }
+    tally->longestUs = std::max(tally->longestUs, bus().nowUs() - startUs);
+    if (bus().nowUs() - startUs > LONGEST_US)
+        complain(course, point, "it takes too long");
+    if (!faulty.lockFree())
+        complain(course, point, "the lock is held");
+    if ((camera.handle != nullptr) != open || (faulty.device.openCount != 0) != open)
+        complain(course, point, open ? "the device is closed" : "the device is open");
+    if (allocations.held != 0)
+        complain(course, point, std::to_string(allocations.held) + " buffers are lost");
+    faulty.faulty.heal();
+    allocations = {};
+    camera.close();
+    if (!camera.open())
+        complain(course, point, std::string("the camera does not open again: ") + camera.getLastError());
+    camera.close();
+    if (faulty.device.openCount != 0)
+        complain(course, point, "a handle is left");
+    return true;
+}
+
+void visit(const Course& course, const Point& point)
+{
+    tally->points++;
+    FaultyCamera faulty(course.subject.model);
+    for (const Step& step : course.scenario.before)
+        step.run(faulty.camera);
+    if (!suffer(course, point, faulty))
+        tally->exits++;
+}
+
+void sweep(const Subject& subject, uint64_t stride)
+{
+    uint64_t turn = 0;
+    for (const Scenario& scenario : scenariosOf(subject.family)) {
+        Course course = {subject, scenario};
+        if (!record(course))
+            continue;
+        for (size_t call = 0; call < course.calls.size(); call++) {
+            for (const Trouble trouble : TROUBLES) {
+                for (const bool forEver : {false, true}) {
+                    if (FaultyUsb::applies(trouble, course.calls[call]) && turn++ % stride == 0)
+                        visit(course, {trouble, call, forEver});
+                }
+            }
+        }
+        for (size_t i = 0; i < course.allocations.size(); i++) {
+            if (turn++ % stride == 0)
+                visit(course, {Trouble::NO_ALLOCATION, course.allocations[i], false, i + 1});
+        }
+    }
+}
+
+/// A CLASSIC camera that is there but never ours: retries without end, until it is gone.
+void retryAllNight()
+{
+    constexpr uint64_t RETRIES = 100'000;
+    constexpr uintptr_t STACK_BYTES = 4096;
+    FaultyCamera faulty("Vorn K30");
+    faulty.faulty.plan(Trouble::IO, 1, true);
+    faulty.faulty.opens = true;
+    faulty.faulty.patience = RETRIES;
+    const int64_t startUs = bus().nowUs();
+    const bool opened = faulty.camera.open();
+    const int64_t retries = (bus().nowUs() - startUs) / 5'000'000;
+    const uintptr_t stack = faulty.faulty.highestStack - faulty.faulty.lowestStack;
+    std::printf("CLASSIC   %lld retries, stack within %zu bytes\n", static_cast<long long>(retries), stack);
+    if (opened || std::strcmp(faulty.camera.getLastError(), "Failed to open device") != 0 || retries != RETRIES ||
+        stack > STACK_BYTES || faulty.device.openCount != 0 || !faulty.lockFree())
+        tally->faults++;
+}
+
+/// Sweeps one family and says what came of it.
+bool report(const Subject& subject, uint64_t stride)
+{
+    tally = &tallies[static_cast<size_t>(&subject - subjects().data())];
+    sweep(subject, stride);
+    if (subject.family == CLASSIC)
+        retryAllNight();
+    std::printf("%-9s %7llu points, longest %6.0f s of virtual time, %llu ends of the process by contract\n",
+                subject.name, static_cast<unsigned long long>(tally->points),
+                static_cast<double>(tally->longestUs) / 1e6, static_cast<unsigned long long>(tally->exits));
+    return tally->faults == 0;
+}
+
+}  // namespace
+
+void reportMisuse(const std::string& text)
+{
+    std::printf("misuse of libusb: %s\n", text.c_str());
+    tally->faults++;
+}
+
+}  // namespace vorntest
+
+int main(int argc, char** argv)
+{
+    using namespace vorntest;
+    const bool strided = argc == 3 && std::strcmp(argv[1], "--stride") == 0;
+    const uint64_t stride = strided ? std::strtoull(argv[2], nullptr, 10) : 1;
+    if ((argc != 1 && !strided) || stride == 0) {
+        std::fprintf(stderr, "usage: %s [--stride N]\n", argv[0]);
+        return 2;
+    }
+    void* shared =
+        mmap(nullptr, sizeof(Tally) * subjects().size(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (shared == MAP_FAILED)
+        return 1;
+    tallies = static_cast<Tally*>(shared);
+    const bool ok = inProcesses([stride](const Subject& subject) { return report(subject, stride); });
+    uint64_t points = 0;
+    uint64_t faults = 0;
+    for (size_t i = 0; i < subjects().size(); i++) {
+        points += tallies[i].points;
+        faults += tallies[i].faults;
+    }
+    std::printf("%llu points, %llu faults of the library\n", static_cast<unsigned long long>(points),
+                static_cast<unsigned long long>(faults));
+    return ok ? 0 : 1;
+}
