@@ -8,6 +8,8 @@ cd "$(dirname "$0")"
 
 # shellcheck disable=SC2086  # the lists are split on purpose
 install_missing $BUILD_PACKAGES $TEST_PACKAGES
+# shellcheck disable=SC2086
+install_missing $KERNEL_PACKAGES || echo "==> Going on without them"
 
 # build PRESET [TARGET]
 build() {
@@ -24,5 +26,9 @@ echo "==> Tests under the address and undefined-behaviour sanitizers"
 ctest --preset asan-ubsan -j "$jobs"
 echo "==> Tests of threads under the thread sanitizer"
 ctest --preset tsan -j "$jobs" -R Thread
+echo "==> Simulated cameras on a real kernel"
+status=0
+tests/kernel/run.sh build/release || status=$?
+[ "$status" -eq 0 ] || [ "$status" -eq 77 ] # 77: skipped
 echo "==> Tests of the release build"
 ctest --preset release -j "$jobs"

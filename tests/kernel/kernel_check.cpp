@@ -24,12 +24,19 @@ using Clock = std::chrono::steady_clock;
 constexpr unsigned char REPLY_IN = 0x86;
 constexpr unsigned char IMAGE_IN = 0x88;
 
+/// A transfer as the library asked for it.
+struct BulkTransfer {
+    unsigned char endpoint;
+    std::vector<unsigned char> data;  ///< what was sent, or as many bytes as were asked for
+};
+
 /// What the library's transfers told.
 struct Seen {
     libusb_device_handle* handle = nullptr;
     int error = 0;  ///< of the first transfer that failed
     Clock::time_point failedAt;
-    std::vector<int> imageReads;  ///< the lengths asked for
+    bool recording = false;
+    std::vector<BulkTransfer> bulk;
 
     int note(libusb_device_handle* user, int result)
     {
@@ -54,8 +61,8 @@ extern "C" int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char 
                                     int length, int* moved, unsigned timeoutMs)
 {
     static auto* const real = realOne<decltype(libusb_bulk_transfer)>("libusb_bulk_transfer");
-    if (endpoint == IMAGE_IN)
-        seen.imageReads.push_back(length);
+    if (seen.recording)
+        seen.bulk.push_back({endpoint, {data, data + length}});
     return seen.note(handle, real(handle, endpoint, data, length, moved, timeoutMs));
 }
 
@@ -180,42 +187,46 @@ int exposure(long chunk, const std::string& name)
     return late.count() < 1.0 ? 0 : fail("ended only " + std::to_string(late.count()) + " s after the error");
 }
 
-/// speed BUS: megabytes a second of getImage beside a bare libusb loop that reads the same bytes in the same pieces.
+/// Makes the recorded transfers again with nothing around them. @return the bytes that came, or 0 after an error.
+size_t bareLoop()
+{
+    size_t got = 0;
+    for (auto& [endpoint, data] : seen.bulk) {
+        int moved = 0;
+        if (libusb_bulk_transfer(seen.handle, endpoint, data.data(), static_cast<int>(data.size()), &moved, 5000) != 0)
+            return 0;
+        got += endpoint == IMAGE_IN ? static_cast<size_t>(moved) : 0;
+    }
+    return got;
+}
+
+/// speed BUS: megabytes a second of getImage beside a bare libusb loop that makes the same transfers, by turns.
 int speed(const char* bus)
 {
     constexpr int ROUNDS = 3;
     VornHostBulkTimeout = 1000;
     Camera camera(0x100000);
+    const size_t imageLength = 2 * (camera.image.size() - 1);
     double best[2] = {1e9, 1e9};
-    std::vector<int> reads;
-    for (int round = 0; round < 2 * ROUNDS; ++round) {
-        const bool bare = round % 2 == 1;
+    for (int round = -1; round < 2 * ROUNDS; ++round) {
+        const bool bare = round >= 0 && round % 2 == 1;
         if (!camera.read())
             return fail(camera->getLastError());
         std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // until all pixels are digitised
-        seen.imageReads.clear();
-        std::vector<unsigned char> buffer(camera.image.size() * 2);
+        seen.recording = round < 0;
         const auto start = Clock::now();
-        if (bare) {
-            size_t filled = 0;
-            for (const int length : reads) {
-                int moved = 0;
-                if (libusb_bulk_transfer(seen.handle, IMAGE_IN, buffer.data() + filled, length, &moved, 1000) != 0)
-                    return fail("the bare loop failed");
-                filled += static_cast<size_t>(moved);
-            }
-        } else if (!camera.getImage() || !camera.isRamp()) {
-            return fail("getImage failed");
-        }
+        const bool ok = bare ? bareLoop() >= imageLength : camera.getImage();
         const std::chrono::duration<double> took = Clock::now() - start;
-        best[bare] = std::min(best[bare], took.count());
+        seen.recording = false;
+        if (!ok || (!bare && !camera.isRamp()))
+            return fail(bare ? "the bare loop failed" : "getImage failed");
+        if (round >= 0)
+            best[bare] = std::min(best[bare], took.count());
         if (bare)
             (void)camera.getImage();  // nothing is left to read: it only ends the readout
-        else
-            reads = seen.imageReads;
     }
     camera->close();
-    const double megabytes = static_cast<double>(camera.image.size()) * 2e-6;
+    const double megabytes = static_cast<double>(imageLength) * 1e-6;
     std::printf("%s: getImage %.1f MB/s, bare libusb loop %.1f MB/s, %.1f %%\n", bus, megabytes / best[0],
                 megabytes / best[1], 100.0 * best[1] / best[0]);
     return best[1] / best[0] >= 0.95 ? 0 : 1;

@@ -83,7 +83,7 @@ run_guest() { # BUS
     cd "$1"
     mkfifo control
     serve_guest <control &
-    timeout 600 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 2 -m 1024 -nodefaults -nographic \
+    timeout 600 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 1 -m 1024 -nodefaults -nographic \
         -no-reboot -kernel "../$release/boot/vmlinuz-$release" -initrd ../initramfs \
         -append "console=ttyS0 quiet loglevel=3 panic=-1 bus=$1 parts=$parts" \
         -chardev file,id=control,path=control -serial stdio -serial chardev:control -device qemu-xhci,id=hc \
