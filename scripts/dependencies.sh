@@ -12,6 +12,9 @@ TEST_PACKAGES="libgtest-dev libgmock-dev python3-minimal clang-14 llvm-14 libcla
 # To drive the simulated cameras on a real kernel; without them that test is skipped.
 KERNEL_PACKAGES="qemu-system-x86 busybox-static cpio usbip libusbredirparser-dev"
 
+# For tests/long.sh besides.
+LONG_PACKAGES="valgrind"
+
 # install_missing PACKAGE...: installs with apt those that are not installed yet.
 install_missing() {
     missing=""

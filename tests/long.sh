@@ -1,0 +1,44 @@
+#!/bin/sh
+# SPDX-License-Identifier: MIT
+# The tests that take long, with one table at the end of what each found. Their output goes to build/long/.
+# usage: tests/long.sh [NAME...]    with names only those: sweep soak valgrind
+set -eu
+cd "$(dirname "$0")/.."
+. scripts/dependencies.sh
+
+# shellcheck disable=SC2086  # the lists are split on purpose
+install_missing $BUILD_PACKAGES $TEST_PACKAGES $LONG_PACKAGES
+cmake --preset release -DVORNCCD_BUILD_TESTS=ON >/dev/null
+cmake --build --preset release --target fault_sweep soak
+bin=$PWD/build/release/bin
+logs=build/long
+mkdir -p "$logs"
+
+# Each returns whether all is well, and prints last what it did.
+run_sweep() {
+    "$bin/fault_sweep"
+}
+run_soak() {
+    "$bin/soak"
+}
+run_valgrind() {
+    valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite --error-exitcode=1 --trace-children=yes \
+        "$bin/soak" --nights 1 && echo "one night of each family without an error of memory"
+}
+
+[ $# -gt 0 ] || set -- sweep soak valgrind
+table=""
+failed=0
+for name in "$@"; do
+    echo "==> $name"
+    start=$(date +%s)
+    result=ok
+    "run_$name" >"$logs/$name.log" 2>&1 || result=FAILED
+    [ "$result" = ok ] || failed=1
+    cat "$logs/$name.log"
+    seconds=$(($(date +%s) - start))
+    table="$table$(printf '%-10s %-7s %5d s   %s' "$name" "$result" "$seconds" "$(tail -n 1 "$logs/$name.log")")
+"
+done
+printf '\n%-10s %-7s %7s   %s\n%s' test result time "last line" "$table"
+exit $failed
