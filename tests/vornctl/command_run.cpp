@@ -44,13 +44,12 @@ Outcome CommandLine::script(const std::string& simulator, const std::string& tex
                  captured_.path("script.sh") + "'");
 }
 
-Outcome CommandLine::pictures(const std::string& simulator, const std::vector<std::string>& exposures) const
+Outcome CommandLine::pictures(const std::vector<std::string>& models, const std::string& exposure) const
 {
-    const std::string expose =
-        std::string("'") + VORNSIM + "' run " + simulator + " -- '" + VORNCTL + "' expose -q -t 0.01 ";
     std::string command = "jobs=; ";
-    for (const std::string& exposure : exposures)
-        command.append(expose).append(exposure).append(" & jobs=\"$jobs $!\"; ");
+    for (const std::string& model : models)
+        command += std::string("'") + VORNSIM + "' run --scene ramp --camera " + model + " -- '" + VORNCTL +
+                   "' expose -q -t 0.01 -o " + model + ".fits " + exposure + " & jobs=\"$jobs $!\"; ";
     return shell(command + "for job in $jobs; do wait $job || exit $?; done");
 }
 

@@ -33,10 +33,10 @@ protected:
     /// Runs a shell script with simulated cameras, in which $VORNCTL is the program.
     Outcome script(const std::string& simulator, const std::string& text) const;
 
-    /// Takes pictures at once, each with vornctl's options in a row of @p exposures and a simulator of its own: opening
-    /// takes most of the time, and a camera that gets its firmware is away from the bus for a while.
+    /// Takes a picture of the test pattern with each of @p models at once, into "K12.fits", each with a simulator of
+    /// its own: opening takes most of the time, and a camera that gets its firmware is away from the bus for a while.
     /// @return status 0 when all were taken.
-    Outcome pictures(const std::string& simulator, const std::vector<std::string>& exposures) const;
+    Outcome pictures(const std::vector<std::string>& models, const std::string& exposure) const;
 
     capturetest::FitsFile readFits(const std::string& name) const { return capturetest::readFits(path(name)); }
 
