@@ -4,18 +4,21 @@
 #include <png.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <memory>
 #include <system_error>
 
+#include "capture/debayer.h"
 #include "capture/output_file.h"
 
 namespace vorncapture {
 namespace {
 
 constexpr size_t VALUE_COUNT = 65536;
+constexpr size_t COLOURS = 3;
 constexpr double DEVIATIONS_TO_BLACK = 2.8;      // below the sky, in standard deviations of its noise
 constexpr double DEVIATION_PER_MEDIAN = 1.4826;  // of a normal distribution
 constexpr double SKY_LEVEL = 0.25;               // of full brightness
@@ -40,36 +43,90 @@ double midtones(double middle, double x)
     return (middle - 1.0) * x / ((2.0 * middle - 1.0) * x - middle);
 }
 
-}  // namespace
+/// How values become levels: below black nothing, the sky at its level, white at full brightness.
+struct Levels {
+    double sky;
+    double black;
+    double white;
+};
 
-StretchTable automaticStretch(const std::vector<uint16_t>& pixels)
+Levels findLevels(const Histogram& histogram, uint64_t count)
 {
-    Histogram histogram(VALUE_COUNT);
-    for (const uint16_t value : pixels)
-        ++histogram[value];
-    const size_t median = medianOf(histogram, pixels.size());
+    const size_t median = medianOf(histogram, count);
     Histogram distances(VALUE_COUNT);
     for (size_t value = 0; value < VALUE_COUNT; ++value)
         distances[value > median ? value - median : median - value] += histogram[value];
-    const double deviation = DEVIATION_PER_MEDIAN * static_cast<double>(medianOf(distances, pixels.size()));
+    const double deviation = DEVIATION_PER_MEDIAN * static_cast<double>(medianOf(distances, count));
 
     const auto lastUsed = std::find_if(histogram.rbegin(), histogram.rend(), [](uint64_t n) { return n > 0; });
     const double brightest = static_cast<double>(std::distance(lastUsed, histogram.rend())) - 1.0;
     // At least one value of noise, so that an even picture has a sky as well.
     const double sky = static_cast<double>(median);
-    const double black = std::max(0.0, sky - DEVIATIONS_TO_BLACK * std::max(deviation, 1.0));
-    const double white = std::max(brightest, sky + 1.0);
+    return {sky, std::max(0.0, sky - DEVIATIONS_TO_BLACK * std::max(deviation, 1.0)), std::max(brightest, sky + 1.0)};
+}
 
+StretchTable stretchOf(const Levels& levels)
+{
     // The curve that lifts the sky to its level is the one whose middle is the same curve's value with the two roles
     // exchanged.
-    const double skyPart = (sky - black) / (white - black);
+    const double range = levels.white - levels.black;
+    const double skyPart = (levels.sky - levels.black) / range;
     const double middle = skyPart > 0.0 ? midtones(SKY_LEVEL, skyPart) : 0.5;
     StretchTable table(VALUE_COUNT);
     for (size_t value = 0; value < VALUE_COUNT; ++value) {
-        const double part = std::clamp((static_cast<double>(value) - black) / (white - black), 0.0, 1.0);
+        const double part = std::clamp((static_cast<double>(value) - levels.black) / range, 0.0, 1.0);
         table[value] = static_cast<uint8_t>(std::lround(255.0 * midtones(middle, part)));
     }
     return table;
+}
+
+/// Finds the levels of every @p step-th value of @p pixels from @p first on: of one colour among several.
+Levels levelsOf(const std::vector<uint16_t>& pixels, size_t first, size_t step)
+{
+    Histogram histogram(VALUE_COUNT);
+    uint64_t count = 0;
+    for (size_t i = first; i < pixels.size(); i += step, ++count)
+        ++histogram[pixels[i]];
+    return findLevels(histogram, count);
+}
+
+/// Stretches a colour picture: the sky becomes grey, because each colour's own sky is moved to the same level, and one
+/// curve serves all three colours, so that stars keep theirs.
+std::vector<uint8_t> colourLevels(const Frame& frame)
+{
+    const std::vector<uint16_t> colours = debayer(frame);
+    std::array<Levels, COLOURS> own = {};
+    Levels common = {0.0, 0.0, 1.0};  // above each colour's black
+    for (size_t colour = 0; colour < COLOURS; ++colour) {
+        own[colour] = levelsOf(colours, colour, COLOURS);
+        common.sky = std::max(common.sky, own[colour].sky - own[colour].black);
+        common.white = std::max(common.white, own[colour].white - own[colour].black);
+    }
+    std::array<StretchTable, COLOURS> tables;
+    for (size_t colour = 0; colour < COLOURS; ++colour) {
+        const double black = own[colour].sky - common.sky;
+        tables[colour] = stretchOf({own[colour].sky, black, black + common.white});
+    }
+    std::vector<uint8_t> levels(colours.size());
+    for (size_t i = 0; i < colours.size(); ++i)
+        levels[i] = tables[i % COLOURS][colours[i]];
+    return levels;
+}
+
+std::vector<uint8_t> greyLevels(const Frame& frame)
+{
+    const StretchTable table = automaticStretch(frame.pixels);
+    std::vector<uint8_t> levels(frame.pixels.size());
+    std::transform(frame.pixels.begin(), frame.pixels.end(), levels.begin(),
+                   [&table](uint16_t value) { return table[value]; });
+    return levels;
+}
+
+}  // namespace
+
+StretchTable automaticStretch(const std::vector<uint16_t>& pixels)
+{
+    return stretchOf(levelsOf(pixels, 0, 1));
 }
 
 Status writePng(const Frame& frame, const std::string& path, bool overwrite)
@@ -79,18 +136,15 @@ Status writePng(const Frame& frame, const std::string& path, bool overwrite)
     if (!possible.ok())
         return possible;
 
-    const StretchTable table = automaticStretch(frame.pixels);
-    std::vector<uint8_t> levels(frame.pixels.size());
-    std::transform(frame.pixels.begin(), frame.pixels.end(), levels.begin(),
-                   [&table](uint16_t value) { return table[value]; });
+    const bool colour = frame.bayer();
+    const std::vector<uint8_t> levels = colour ? colourLevels(frame) : greyLevels(frame);
 
     png_image image = {};
     image.version = PNG_IMAGE_VERSION;
     image.width = frame.width;
     image.height = frame.height;
-    image.format = PNG_FORMAT_GRAY;
-    const auto stride = static_cast<png_int_32>(frame.width);
-    if (png_image_write_to_file(&image, output.temporaryPath().c_str(), 0, levels.data(), stride, nullptr) == 0)
+    image.format = colour ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+    if (png_image_write_to_file(&image, output.temporaryPath().c_str(), 0, levels.data(), 0, nullptr) == 0)
         return Error{ErrorKind::FILE_ERROR, "cannot write " + path + ": " + static_cast<const char*>(image.message),
                      "Is there room on the disk?"};
     return output.publish();

@@ -11,7 +11,7 @@
 
 namespace vorncapture {
 
-/// Grey level of each pixel value.
+/// Level of each pixel value.
 using StretchTable = std::vector<uint8_t>;
 
 /// Finds the levels that make a star field visible: black a little below the sky, the sky at a quarter of full
@@ -19,7 +19,8 @@ using StretchTable = std::vector<uint8_t>;
 /// @return 65536 levels, never falling
 StretchTable automaticStretch(const std::vector<uint16_t>& pixels);
 
-/// Writes a picture as an 8-bit grey PNG, automatically stretched, for people to look at.
+/// Writes a picture as an 8-bit PNG, automatically stretched, for people to look at: in colour where the picture keeps
+/// a colour sensor's pattern, else in grey.
 /// @param overwrite whether an existing file may be replaced
 /// Error: FILE_ERROR; then there is no new file and no piece of one.
 Status writePng(const Frame& frame, const std::string& path, bool overwrite);

@@ -156,6 +156,7 @@ TEST_F(Files, FullDiskLeavesNoFile)
 TEST_F(Files, PngIsGreyAndStretched)
 {
     Frame frame = sampleFrame();
+    frame.camera.caps.colour = COLOUR_NONE;
     frame.width = 100;
     frame.height = 100;
     frame.pixels.assign(10000, 1000);

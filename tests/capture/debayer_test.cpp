@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+#include <png.h>
+
+#include <algorithm>
+#include <array>
+
+#include "capture/debayer.h"
+#include "capture/png_writer.h"
+#include "test_directory.h"
+
+namespace {
+
+using namespace vorncapture;
+using Rgb = std::array<uint16_t, 3>;
+
+constexpr Rgb SKY = {900, 2000, 1400};
+constexpr std::array<Rgb, 3> STARS = {{{9000, 2000, 1400}, {900, 9500, 1400}, {900, 2000, 9900}}};
+constexpr unsigned STAR_SIZE = 8;
+
+/// What stands at a place of the sensor: three stars, red, green and blue, in a sky with a strong tint.
+const Rgb& sceneAt(unsigned x, unsigned y)
+{
+    const bool star = y / STAR_SIZE == 2 && x / STAR_SIZE % 2 == 1 && x < 6 * STAR_SIZE;
+    return star ? STARS.at(x / STAR_SIZE / 2) : SKY;
+}
+
+/// What a sensor with this phase of its RGGB filters sees of the scene in a region.
+Frame seen(int offsetX, int offsetY, const Region& region)
+{
+    Frame frame;
+    frame.camera.caps.colour = COLOUR_RGGB;
+    frame.camera.caps.offsetX = offsetX;
+    frame.camera.caps.offsetY = offsetY;
+    frame.region = region;
+    frame.width = region.width;
+    frame.height = region.height;
+    for (unsigned y = region.y; y < region.y + region.height; ++y) {
+        for (unsigned x = region.x; x < region.x + region.width; ++x) {
+            const unsigned colour = (x + static_cast<unsigned>(offsetX)) % 2 + (y + static_cast<unsigned>(offsetY)) % 2;
+            frame.pixels.push_back(sceneAt(x, y)[colour]);
+        }
+    }
+    return frame;
+}
+
+class Colours : public ::testing::TestWithParam<int>, protected capturetest::TestDirectory {};
+
+TEST_P(Colours, AreThoseOfTheSceneForEachPhaseAndRegion)
+{
+    const Frame frame = seen(GetParam() & 1, GetParam() >> 1 & 1, {GetParam() >> 2U & 1U, 3, 61, 50});
+    const std::vector<uint16_t> colours = debayer(frame);
+    ASSERT_EQ(colours.size(), frame.pixels.size() * 3);
+    ASSERT_TRUE(writePng(frame, path("a.png"), false).ok());
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_NE(png_image_begin_read_from_file(&image, path("a.png").c_str()), 0);
+    ASSERT_EQ(image.format, static_cast<png_uint_32>(PNG_FORMAT_RGB));
+    std::vector<uint8_t> levels(colours.size());
+    ASSERT_NE(png_image_finish_read(&image, nullptr, levels.data(), 0, nullptr), 0);
+
+    for (size_t i = 0; i < frame.pixels.size(); ++i) {
+        const auto column = static_cast<unsigned>(i % frame.width);
+        const unsigned x = column + frame.region.x;
+        const unsigned y = static_cast<unsigned>(i / frame.width) + frame.region.y;
+        const Rgb& scene = sceneAt(x, y);
+        const unsigned inStar = std::min(x % STAR_SIZE, y % STAR_SIZE);
+        if (inStar == 0 || std::max(x % STAR_SIZE, y % STAR_SIZE) == STAR_SIZE - 1)
+            continue;  // beside a border between star and sky
+        ASSERT_TRUE(std::equal(scene.begin(), scene.end(), &colours[i * 3])) << x << ", " << y;
+        const uint8_t* level = &levels[i * 3];
+        const auto [darkest, brightest] = std::minmax_element(level, level + 3);
+        if (&scene == &SKY)  // grey
+            ASSERT_TRUE(*darkest > 50 && *brightest < 80 && *brightest - *darkest <= 1) << x << ", " << y;
+        else
+            ASSERT_TRUE(*brightest > 200 && *darkest < 80 && level + (&scene - STARS.data()) == brightest) << x;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(AllPhases, Colours, ::testing::Range(0, 8));
+
+TEST(Debayer, TakesPicturesOfAnySize)
+{
+    EXPECT_EQ(debayer(seen(0, 0, {0, 0, 1, 1})), (std::vector<uint16_t>{900, 900, 900}));
+    EXPECT_EQ(debayer(seen(0, 0, {0, 0, 2, 1})), (std::vector<uint16_t>{900, 2000, 900, 900, 2000, 2000}));
+}
+
+}  // namespace
