@@ -10,9 +10,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -49,18 +49,13 @@ struct Seen {
     }
 } seen;
 
-template <typename Function>
-Function* realOne(const char* name)
-{
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
 
 extern "C" int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint, unsigned char* data,
                                     int length, int* moved, unsigned timeoutMs)
 {
-    static auto* const real = realOne<decltype(libusb_bulk_transfer)>("libusb_bulk_transfer");
+    static auto* const real =
+        reinterpret_cast<decltype(&libusb_bulk_transfer)>(dlsym(RTLD_NEXT, "libusb_bulk_transfer"));
     if (seen.recording)
         seen.bulk.push_back({endpoint, {data, data + length}});
     return seen.note(handle, real(handle, endpoint, data, length, moved, timeoutMs));
@@ -69,7 +64,8 @@ extern "C" int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char 
 extern "C" int libusb_control_transfer(libusb_device_handle* handle, uint8_t type, uint8_t request, uint16_t value,
                                        uint16_t index, unsigned char* data, uint16_t length, unsigned timeoutMs)
 {
-    static auto* const real = realOne<decltype(libusb_control_transfer)>("libusb_control_transfer");
+    static auto* const real =
+        reinterpret_cast<decltype(&libusb_control_transfer)>(dlsym(RTLD_NEXT, "libusb_control_transfer"));
     return seen.note(handle, real(handle, type, request, value, index, data, length, timeoutMs));
 }
 
@@ -187,13 +183,16 @@ int exposure(long chunk, const std::string& name)
     return late.count() < 1.0 ? 0 : fail("ended only " + std::to_string(late.count()) + " s after the error");
 }
 
-/// Makes the recorded transfers again with nothing around them. @return the bytes that came, or 0 after an error.
-size_t bareLoop()
+/// Makes the recorded transfers again, into a new buffer as the library has one for each frame, with nothing around
+/// them. @return the bytes of the image that came, or 0 after an error.
+size_t bareLoop(size_t frameLength)
 {
+    const std::unique_ptr<unsigned char[]> frame(new unsigned char[frameLength]);
     size_t got = 0;
     for (auto& [endpoint, data] : seen.bulk) {
         int moved = 0;
-        if (libusb_bulk_transfer(seen.handle, endpoint, data.data(), static_cast<int>(data.size()), &moved, 5000) != 0)
+        unsigned char* const bytes = endpoint == IMAGE_IN ? frame.get() + got : data.data();
+        if (libusb_bulk_transfer(seen.handle, endpoint, bytes, static_cast<int>(data.size()), &moved, 5000) != 0)
             return 0;
         got += endpoint == IMAGE_IN ? static_cast<size_t>(moved) : 0;
     }
@@ -215,7 +214,7 @@ int speed(const char* bus)
         std::this_thread::sleep_for(std::chrono::milliseconds(2500));  // until all pixels are digitised
         seen.recording = round < 0;
         const auto start = Clock::now();
-        const bool ok = bare ? bareLoop() >= imageLength : camera.getImage();
+        const bool ok = bare ? bareLoop(imageLength + 512) >= imageLength : camera.getImage();
         const std::chrono::duration<double> took = Clock::now() - start;
         seen.recording = false;
         if (!ok || (!bare && !camera.isRamp()))
