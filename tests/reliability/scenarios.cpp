@@ -245,11 +245,11 @@ void __wrap_free(void* memory)
     __real_free(memory);
 }
 
-}  // extern "C"
-
-extern "C" [[noreturn]] void exit(int status) noexcept
+void exit(int status) noexcept
 {
     if (vorntest::exitExpected)
         longjmp(vorntest::exitPoint, 1);  // NOLINT(cert-err52-cpp)
     std::_Exit(status);
 }
+
+}  // extern "C"

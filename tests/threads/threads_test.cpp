@@ -171,6 +171,53 @@ TEST_F(ThreadedCameras, KeepTheLockFromReadoutToImage)
     }
 }
 
+/// Does @p count operations in turn, each with an answer to check. Only one thread may expose with a camera.
+void operate(VornCameraImpl& camera, int count, bool exposes)
+{
+    for (int i = 0; i < count; i++) {
+        float celsius = -300.0F;
+        COOLING_STATE state = COOLING_INACTIVE;
+        bool ok = false;
+        switch (i % 4) {
+            case 0:
+                ok = camera.getTemperatureSensorStatus(1, &celsius) && celsius > -60.0F;
+                break;
+            case 1:
+                ok = camera.setCooling(-10.0F);
+                break;
+            case 2:
+                ok = camera.getCoolingStatus(&state, &celsius, nullptr) && state == COOLING_SETPOINT;
+                break;
+            default:
+                ok = exposes ? expose(camera, false).size() > PIXELS : camera.setGuideRelays(0);
+                break;
+        }
+        ASSERT_TRUE(ok) << "operation " << i << ": " << camera.getLastError();
+    }
+}
+
+TEST_F(ThreadedCameras, DoAHundredThousandOperations)
+{
+    constexpr int OPERATIONS = 12'500;  // of each of two threads, four times
+    for (const bool traced : {false, true}) {
+        for (const bool shared : {false, true}) {
+            SCOPED_TRACE(std::string(traced ? "traced, " : "") + (shared ? "one camera" : "two cameras"));
+            SimulatedCamera one("Vorn K12");
+            SimulatedCamera two("Vorn K16");
+            ASSERT_TRUE(one.camera.open() && two.camera.open());
+            const std::unique_ptr<TraceCapture> trace = traced ? std::make_unique<TraceCapture>() : nullptr;
+            std::thread thread([&] { operate(shared ? one.camera : two.camera, OPERATIONS, !shared); });
+            operate(one.camera, OPERATIONS, true);
+            thread.join();
+            for (SimulatedCamera* simulated : {&one, &two}) {
+                EXPECT_TRUE(simulated->lockFree());
+                simulated->camera.close();
+                simulated->expectNoComplaints();
+            }
+        }
+    }
+}
+
 TEST_F(ThreadedCameras, AbortAnExposureFromElsewhere)
 {
     SimulatedCamera simulated("Vorn K12");
