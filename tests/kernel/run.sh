@@ -85,7 +85,7 @@ run_guest() { # BUS
     serve_guest <control &
     timeout 600 qemu-system-x86_64 -accel tcg,thread=multi -cpu max -smp 1 -m 1024 -nodefaults -nographic \
         -no-reboot -kernel "../$release/boot/vmlinuz-$release" -initrd ../initramfs \
-        -append "console=ttyS0 quiet loglevel=3 panic=-1 bus=$1 parts=$parts" \
+        -append "console=ttyS0 quiet loglevel=3 panic=-1 no_timer_check bus=$1 parts=$parts" \
         -chardev file,id=control,path=control -serial stdio -serial chardev:control -device qemu-xhci,id=hc \
         -chardev socket,id=cam1,path=cam1,server=on,wait=off -device usb-redir,chardev=cam1,bus=hc.0 \
         -chardev socket,id=cam2,path=cam2,server=on,wait=off -device usb-redir,chardev=cam2,bus=hc.0 \
