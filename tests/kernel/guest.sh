@@ -143,7 +143,7 @@ access() {
 }
 speed() {
     plug --camera K13
-    check "getImage is nearly as fast as bare libusb" kernel_check speed "$bus"
+    check "getImage keeps up with bare libusb" kernel_check speed "$bus"
     echo "SPEED: $(cat said)"
 }
 
