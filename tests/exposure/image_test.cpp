@@ -44,13 +44,13 @@ TEST(GetImage, AFailureKeepsWhatArrived)
     }
 }
 
-// Twice the first count is 0 in 32 bits; nobody can hold the second frame.
+// Twice the first two counts is 0 in 32 bits; nobody can hold the third frame.
 TEST(GetImage, RefusesWhatNobodyCanHold)
 {
     ReadOutCamera standard(STANDARD);
     standard.usb.out(0x04, LOWER_TIMEOUT);
     (void)standard.image(4, 0x80000000U, false);
-    ReadOutCamera quicker(QUICKER, 0xFFFF9000, 0xFFFF9000);
+    ReadOutCamera quicker(QUICKER, 0x10000, 0x8000);
     readLine4(quicker.usb, 0).parIn(2, "AA BB").out(0x04, LOWER_TIMEOUT);
     (void)quicker.image(4, 4, false);
     ReadOutCamera iidc(IIDC, 0xFFFF9000, 0xFFFF9000);

@@ -96,6 +96,17 @@ TEST(BridgePrimitive, SendsTheseBytesOrFails)
     }
 }
 
+TEST(BridgePrimitive, DoesNotKnowEveryModeAndLine)
+{
+    OpenedCamera opened;
+    EXPECT_FALSE(opened.camera.parInit(5U));
+    opened.usb.out(0x04, "03 ?? 00 00 00 00 00 00 05 ...").in(0x86, 9, "FF FF FF FF FF FF FF FF FF");
+    unsigned state = 7;
+    EXPECT_TRUE(opened.camera.getIOState(40, &state));
+    EXPECT_EQ(state, 7U);
+    opened.expectSettled();
+}
+
 TEST(GetData, WordFillsTheLowHalf)
 {
     OpenedCamera standard;

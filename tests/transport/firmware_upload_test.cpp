@@ -80,13 +80,19 @@ TEST(WriteFirmware, FollowsTheTableAHostPutThere)
 // Without an end mark the walk must stop at the table's end; the address sanitizer watches.
 TEST(WriteFirmware, NeverReadsPastTheTable)
 {
-    OpenedCamera standard;
-    const OtherFirmware table("", 2);
-    standard.usb.controlOut(0xA0, 0xE600, 0, "01");
-    for (size_t at = 0; at + 5 <= sizeof FIRMWARE; at += 5)
-        standard.usb.controlOut(0xA0, 0x0202, 0, "02 02");
-    (void)standard.camera.writeFW();
-    EXPECT_TRUE(standard.usb.done());
+    for (const bool lastFits : {false, true}) {
+        OpenedCamera standard;
+        const OtherFirmware table(lastFits ? "03 02 02 A1 A2 A3" : "", 2);
+        standard.usb.controlOut(0xA0, 0xE600, 0, "01");
+        if (lastFits)
+            standard.usb.controlOut(0xA0, 0x0202, 0, "A1 A2 A3");
+        for (size_t at = lastFits ? 6 : 0; at + 5 <= sizeof FIRMWARE; at += 5)
+            standard.usb.controlOut(0xA0, 0x0202, 0, "02 02");
+        if (lastFits)
+            standard.usb.controlOut(0xA0, 0xE600, 0, "00");
+        EXPECT_EQ(standard.camera.writeFW(), lastFits);
+        EXPECT_TRUE(standard.usb.done());
+    }
 }
 
 }  // namespace
