@@ -32,6 +32,16 @@ chroot "$root" sh -c 'apt-get install -y --no-install-recommends /packages/*.deb
     { tail -n 20 "$work/log"; exit 1; }
 chroot "$root" sh -c 'cd /here && sh use_installed.sh /usr/share/doc/libvornccd-dev/examples \
     /usr/lib/udev/rules.d/60-vornccd.rules'
+# What udev makes of the rules when a camera appears.
+# shellcheck disable=SC2016  # expanded in the chroot
+chroot "$root" vornsim run --camera K12 --camera XRM -- sh -c 'for camera in 1-1 1-2; do
+    udevadm test --action=add "$(readlink -f /sys/bus/usb/devices/$camera)" 2>&1; done' >"$work/log"
+if [ "$(grep -c -E '60-vornccd.rules:[0-9]+ (MODE 0660|GROUP 46)|^CURRENT_TAGS=.*:uaccess:' "$work/log")" -ne 6 ] ||
+    grep 'vornccd.rules.*Invalid' "$work/log"; then
+    grep -E 'vornccd|TAGS' "$work/log"
+    echo "^ udev does not take the rules as they are meant"
+    exit 1
+fi
 chroot "$root" apt-get purge -y libvornccd1 vornccd-simulator >"$work/log" 2>&1
 if find "$root/usr" -name '*vorn*' | grep .; then
     echo "^ left behind after the packages were removed"

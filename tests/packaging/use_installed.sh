@@ -54,6 +54,12 @@ echo "udev rules"
 vornsim list | awk 'NR > 1 {print substr($NF, 3)}' | sort >simulated
 sed -n 's/^ATTR{idProduct}=="\([0-9a-f]*\)", MODE="0660", GROUP="plugdev", TAG+="uaccess".*/\1/p' "$rules" | sort >ruled
 diff simulated ruled || { echo "^ models without a rule and rules without a model"; exit 1; }
+# udev ignores a line that is not made of these throughout, a comment behind them included.
+pair='[A-Z]+(\{[A-Za-z_]+\})?(==|!=|=|\+=)"[^"]*"'
+if grep -v -n -E "^(#.*|$pair(, $pair)*)?\$" "$rules"; then
+    echo "^ not a rule"
+    exit 1
+fi
 if sed 's/#.*//' "$rules" | grep -o 'MODE="[^"]*"' | grep -v 'MODE="0660"'; then
     echo "^ a rule that opens a camera to everybody, or to nobody"
     exit 1
