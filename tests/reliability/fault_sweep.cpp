@@ -17,7 +17,7 @@ namespace vorntest {
 namespace {
 
 constexpr int64_t LONGEST_US = 12 * 3'600'000'000LL;  // 400 retries of an exchange that takes its time to fail
-constexpr int SHOWN_FAULTS = 4000;
+constexpr int SHOWN_FAULTS = 20;
 
 /// What a process has found.
 struct Tally {

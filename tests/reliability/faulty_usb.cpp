@@ -17,12 +17,8 @@ bool isReceiving(const BusCall& call)
     return call.kind == BusCall::BULK_IN || call.kind == BusCall::CONTROL_IN;
 }
 
-int resultOf(Trouble trouble)
-{
-    constexpr int RESULTS[] = {LIBUSB_ERROR_IO,   LIBUSB_ERROR_NO_DEVICE, LIBUSB_ERROR_TIMEOUT,
-                               LIBUSB_ERROR_PIPE, LIBUSB_ERROR_OVERFLOW,  LIBUSB_ERROR_NO_MEM};
-    return RESULTS[static_cast<int>(trouble)];
-}
+constexpr int RESULTS[] = {LIBUSB_ERROR_IO,   LIBUSB_ERROR_NO_DEVICE, LIBUSB_ERROR_TIMEOUT,
+                           LIBUSB_ERROR_PIPE, LIBUSB_ERROR_OVERFLOW,  LIBUSB_ERROR_NO_MEM};
 
 }  // namespace
 
@@ -105,9 +101,9 @@ int FaultyUsb::spoil(const BusCall& call, std::span<uint8_t> data, int& transfer
         }
         case Trouble::TIMEOUT:
             bus().advanceUs(int64_t{call.timeoutMs} * 1000);
-            return LIBUSB_ERROR_TIMEOUT;
+            [[fallthrough]];
         default:
-            return resultOf(trouble_);
+            return RESULTS[static_cast<int>(trouble_)];
     }
 }
 

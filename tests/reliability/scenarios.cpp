@@ -15,15 +15,19 @@ constexpr ReadoutRegion REGION = {2, 3, 8, 8, 1, 1};
 constexpr double SHORT_SECONDS = 0.02;
 constexpr double LONG_SECONDS = 300.0;
 constexpr unsigned PIXELS = REGION.width * REGION.height;
-constexpr unsigned GUIDE_MASK = 5;
 
 jmp_buf exitPoint;
 bool exitExpected = false;
 
-bool startLong(VornCameraImpl& camera)
-{
-    return camera.startExposure(false);
-}
+// Where the operations leave what they read.
+float celsius = 0;
+float percent = 0;
+COOLING_STATE state = COOLING_INACTIVE;
+unsigned count = 0;
+bool moving = false;
+unsigned short levels = 0;
+int gain = 0;
+int offset = 0;
 
 bool readLong(VornCameraImpl& camera)
 {
@@ -48,94 +52,37 @@ bool close(VornCameraImpl& camera)
     return true;
 }
 
-bool readTemperature(VornCameraImpl& camera)
-{
-    float celsius = 0;
-    return camera.getTemperatureSensorStatus(1, &celsius);
-}
-
-bool readCooling(VornCameraImpl& camera)
-{
-    COOLING_STATE state = COOLING_INACTIVE;
-    float target = 0;
-    float power = 0;
-    return camera.getCoolingStatus(&state, &target, &power);
-}
-
-bool readWheel(VornCameraImpl& camera)
-{
-    unsigned count = 0;
-    bool moving = false;
-    return camera.getFilterWheelStatus(&count, &moving, nullptr, nullptr);
-}
-
-bool readLines(VornCameraImpl& camera)
-{
-    unsigned short levels = 0;
-    return camera.getGPIO(&levels);
-}
-
-bool readGain(VornCameraImpl& camera)
-{
-    int gain = 0;
-    int offset = 0;
-    return camera.getGain(&gain, &offset);
-}
-
-bool hasSensor(const VornCameraImpl& camera)
-{
-    return camera.tempSensorCount > 0;
-}
-
-bool canCool(const VornCameraImpl& camera)
-{
-    return camera.cooler > COOLER_ALWAYSON;
-}
-
-bool hasWheel(const VornCameraImpl& camera)
-{
-    return camera.hasFilterWheel;
-}
-
-bool hasLines(const VornCameraImpl& camera)
-{
-    return camera.hasGPIO;
-}
-
-bool isAdvanced(const VornCameraImpl& camera)
-{
-    return camera.type == ADVANCED;
-}
-
-/// One operation as a value for the tables below.
 #define CALL(operation) [](VornCameraImpl& camera) { return camera.operation; }
-#define HAS(member) [](const VornCameraImpl& camera) { return camera.member; }
+#define WITH(condition) [](const VornCameraImpl& camera) { return camera.condition; }
 
 const Step OPEN = {"open", "Failed to initialize device", CALL(open())};
 const Step CLOSE = {"close", nullptr, close};
 const Step IMAGE = {"image", "Failed to get image", takeImage};
 const std::vector<Step> LONG_EXPOSURE = {
-    {"start", "Failed to start exposure", startLong}, {"read", "Failed to read CCD", readLong}, IMAGE};
+    {"start", "Failed to start exposure", CALL(startExposure(false))}, {"read", "Failed to read CCD", readLong}, IMAGE};
 const std::vector<Step> SHORT_EXPOSURE = {{"read", "Failed to read CCD", readShort}, IMAGE};
 const std::vector<Step> ACCESSORIES = {
-    {"temperature", "Failed to read temperature sensor status", readTemperature, hasSensor},
-    {"cool", "Failed to set temperature", CALL(setCooling(-10.0F)), canCool},
-    {"cooling", "Failed to set cooling status", readCooling, canCool},
-    {"warm up", "Failed to initiate warmup", CALL(initiateWarmUp()), canCool},
-    {"wheel", "Failed to get filter wheel status", readWheel, hasWheel},
-    {"filter", "Failed to set filter", CALL(setFilter(2)), hasWheel},
-    {"shutter", "Failed to set shutter", CALL(setShutter(true)), HAS(hasShutter)},
+    {"temperature", "Failed to read temperature sensor status", CALL(getTemperatureSensorStatus(1, &celsius)),
+     WITH(tempSensorCount > 0)},
+    {"cool", "Failed to set temperature", CALL(setCooling(-10.0F)), WITH(cooler > COOLER_ALWAYSON)},
+    {"cooling", "Failed to set cooling status", CALL(getCoolingStatus(&state, &celsius, &percent)),
+     WITH(cooler > COOLER_ALWAYSON)},
+    {"warm up", "Failed to initiate warmup", CALL(initiateWarmUp()), WITH(cooler > COOLER_ALWAYSON)},
+    {"wheel", "Failed to get filter wheel status", CALL(getFilterWheelStatus(&count, &moving, nullptr, nullptr)),
+     WITH(hasFilterWheel)},
+    {"filter", "Failed to set filter", CALL(setFilter(2)), WITH(hasFilterWheel)},
+    {"shutter", "Failed to set shutter", CALL(setShutter(true)), WITH(hasShutter)},
     {"abort", nullptr, CALL(abortExposure())},
-    {"relays", "Failed to set guide relays", CALL(setGuideRelays(GUIDE_MASK)), HAS(hasGuidePort)},
-    {"directions", "Failed to set GPIO direction", CALL(setGPIODirection(3)), hasLines},
-    {"lines", "Failed to get GPIO", readLines, hasLines},
-    {"drive lines", "Failed to set GPIO", CALL(setGPIO(1)), hasLines},
-    {"gain", nullptr, readGain, isAdvanced},
-    {"set gain", nullptr, CALL(setGain(7, 100)), isAdvanced},
+    {"relays", "Failed to set guide relays", CALL(setGuideRelays(5)), WITH(hasGuidePort)},
+    {"directions", "Failed to set GPIO direction", CALL(setGPIODirection(3)), WITH(hasGPIO)},
+    {"lines", "Failed to get GPIO", CALL(getGPIO(&levels)), WITH(hasGPIO)},
+    {"drive lines", "Failed to set GPIO", CALL(setGPIO(1)), WITH(hasGPIO)},
+    {"gain", nullptr, CALL(getGain(&gain, &offset)), WITH(type == ADVANCED)},
+    {"set gain", nullptr, CALL(setGain(7, 100)), WITH(type == ADVANCED)},
 };
 
 #undef CALL
-#undef HAS
+#undef WITH
 
 }  // namespace
 
