@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # The tests that take long, with one table at the end of what each found. Their output goes to build/long/.
-# usage: tests/long.sh [NAME...]    with names only those: sweep soak valgrind
+# usage: tests/long.sh [NAME...]    with names only those: sweep soak valgrind packages
 # shellcheck disable=SC2317  # functions are called by their names
 set -eu
 cd "$(dirname "$0")/.."
@@ -27,7 +27,11 @@ run_valgrind() {
         "$bin/soak" --nights 3
 }
 
-[ $# -gt 0 ] || set -- sweep soak valgrind
+run_packages() {
+    sh tests/packaging/deb_test.sh
+}
+
+[ $# -gt 0 ] || set -- sweep soak valgrind packages
 table=""
 failed=0
 for name in "$@"; do

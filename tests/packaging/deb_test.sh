@@ -47,3 +47,4 @@ if find "$root/usr" -name '*vorn*' | grep .; then
     echo "^ left behind after the packages were removed"
     exit 1
 fi
+echo "built, clean for lintian, installed into a fresh Debian, used, known to udev, removed"
