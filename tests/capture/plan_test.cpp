@@ -59,12 +59,29 @@ TEST(Plan, ReadsAHighSensorAsFarDownAsTheDriverGoes)
     EXPECT_FALSE(planExposure(camera, {.seconds = 1.0}).ok());
 }
 
+TEST(Plan, AsksQuickerCamerasForASquareAroundTheRegion)
+{
+    const CameraInfo camera = CameraSession("K01")->info();  // 64 x 48
+    const struct {
+        Region region, asked;
+        size_t firstValue;
+    } rows[] = {{{60, 40, 4, 8}, {56, 40, 8, 8}, 4}, {{48, 44, 16, 4}, {48, 32, 16, 16}, 12 * 16}};
+    for (const auto& row : rows) {
+        const auto plan = planExposure(camera, {.seconds = 1e-6, .region = row.region});
+        ASSERT_TRUE(plan.ok()) << plan.error().text;
+        EXPECT_EQ(plan.value().asked, row.asked);
+        EXPECT_EQ(plan.value().firstValue, row.firstValue);
+        ASSERT_EQ(plan.value().notes.size(), 1U);
+        EXPECT_EQ(plan.value().notes.front().find("the shortest exposure"), 0U);
+    }
+}
+
 TEST(ShortExposure, IsWhatTheCameraMakesOfIt)
 {
     constexpr struct {
         CAMERA_TYPE family;
         double asked, made;
-    } ROWS[] = {{QUICKER, 0.1, 292 * 1024 / 3e6},
+    } ROWS[] = {{QUICKER, 1.0, 2929 * 1024 / 3e6},
                 {QUICKER, 0.0, 1024 / 3e6},
                 {QUICKER, 2.0, 4095 * 1024 / 3e6},
                 {STANDARD, 0.0123456, 0.012346},

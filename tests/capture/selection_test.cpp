@@ -24,16 +24,17 @@ TEST(SelectCamera, FindsItByIndexModelOrSerialNumber)
         {"index:3", -1, ErrorKind::NO_SUCH_CAMERA},
         {"Vorn K16", 1, NONE},
         {" vorn  k16", 1, NONE},
+        {"k30", -1, ErrorKind::NO_SUCH_CAMERA},
         {"k12", -1, ErrorKind::BAD_REQUEST},  // two of them
         {"", -1, ErrorKind::BAD_REQUEST},     // three to choose from
-        {"1002", 2, NONE},
+        {"102", 2, NONE},
         {"serial:7", 0, NONE},
         {"serial:x", -1, ErrorKind::BAD_REQUEST},
         {"index:99999999999", -1, ErrorKind::BAD_REQUEST},
     };
     for (const Row& row : ROWS) {
         SCOPED_TRACE(row.text);
-        Camera cameras[] = {Camera("K12", 7), Camera("K16"), Camera("K12", 1002)};
+        Camera cameras[] = {Camera("K12", 7), Camera("K16"), Camera("K12", 102)};
         std::vector<CameraHandle> handles;
         for (Camera& camera : cameras)
             handles.push_back(camera.handle());
@@ -44,6 +45,15 @@ TEST(SelectCamera, FindsItByIndexModelOrSerialNumber)
         for (int i = 0; i < 3; ++i)
             EXPECT_EQ(cameras[i].device.openCount, i == row.found ? 1 : 0);
         EXPECT_EQ(session.ok() ? NONE : session.error().kind, row.kind);
+    }
+}
+
+TEST(SelectCamera, SaysThatThereIsNone)
+{
+    for (const char* text : {"", "0", "k12", "102"}) {
+        const auto session = openSelected({}, CameraSelector::parse(text).value());
+        ASSERT_FALSE(session.ok());
+        EXPECT_NE(session.error().text.find("no camera is attached"), std::string::npos) << session.error().text;
     }
 }
 
