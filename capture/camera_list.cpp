@@ -8,6 +8,9 @@
 #include <string_view>
 #include <utility>
 
+#include "capture/open_diagnosis.h"
+#include "capture/usb_nodes.h"
+
 namespace vorncapture {
 namespace {
 
@@ -41,7 +44,8 @@ Error noSuchCamera(const std::vector<CameraHandle>& cameras, const std::string& 
                 ""};
     std::string attached;
     for (size_t index = 0; index < cameras.size(); ++index)
-        attached += (index > 0 ? ", " : "") + std::to_string(index) + " " + cameras[index]->getName();
+        attached += (index > 0 ? ", " : "") + std::to_string(index) +
+                    (cameras[index] ? std::string(" ") + cameras[index]->getName() : " (opened)");
     return {ErrorKind::NO_SUCH_CAMERA, "no camera " + wanted + "; attached: " + attached, ""};
 }
 
@@ -100,6 +104,32 @@ Result<std::unique_ptr<Session>> openSerial(std::vector<CameraHandle> cameras, u
                  "none of the attached cameras has the serial number " + std::to_string(serialNumber), ""};
 }
 
+/// Opens the camera at a place on the bus. The library tells a camera's USB ids only, so of several alike each is
+/// opened until the device's node is found to be in use by this process.
+Result<std::unique_ptr<Session>> openPort(std::vector<CameraHandle> cameras, const std::string& place,
+                                          const SessionOptions& options)
+{
+    struct Candidate {
+        size_t index;
+        std::string path;
+    };
+    std::vector<Candidate> candidates;
+    for (size_t index = 0; index < cameras.size(); ++index) {
+        for (const UsbNode& node : nodesOfCamera(static_cast<int>(index))) {
+            if (node.isAt(place))
+                candidates.push_back({index, node.path});
+        }
+    }
+    for (const Candidate& candidate : candidates) {
+        SessionOptions own = options;
+        own.listIndex = static_cast<int>(candidate.index);
+        auto session = Session::open(std::move(cameras[candidate.index]), own);
+        if (candidates.size() == 1 || (session.ok() && openInThisProcess(candidate.path)))
+            return session;
+    }
+    return noSuchCamera(cameras, "at " + place);
+}
+
 }  // namespace
 
 std::vector<CameraHandle> listCameras()
@@ -125,7 +155,9 @@ Result<CameraSelector> CameraSelector::parse(const std::string& text)
     }
     if (const auto number = wholeNumber(view))
         return CameraSelector{view.size() <= LONGEST_INDEX ? By::INDEX : By::SERIAL, *number, ""};
-    return CameraSelector{By::MODEL, 0, text};
+    const bool place = view.find_first_not_of("0123456789.-:") == std::string_view::npos &&
+                       view.find_first_of("-:") != std::string_view::npos;
+    return CameraSelector{place ? By::PORT : By::MODEL, 0, text};
 }
 
 Result<std::unique_ptr<Session>> openSelected(std::vector<CameraHandle> cameras, const CameraSelector& selector,
@@ -133,6 +165,8 @@ Result<std::unique_ptr<Session>> openSelected(std::vector<CameraHandle> cameras,
 {
     if (selector.by == CameraSelector::By::SERIAL)
         return openSerial(std::move(cameras), selector.number, options);
+    if (selector.by == CameraSelector::By::PORT)
+        return openPort(std::move(cameras), selector.model, options);
     const Result<size_t> index = findUnopened(cameras, selector);
     if (!index.ok())
         return index.error();

@@ -18,14 +18,15 @@ std::vector<CameraHandle> listCameras();
 
 /// Which camera is meant.
 struct CameraSelector {
-    enum class By { ONLY, INDEX, MODEL, SERIAL };
+    enum class By { ONLY, INDEX, MODEL, SERIAL, PORT };
 
     By by = By::ONLY;         ///< ONLY: the one that is attached
     unsigned int number = 0;  ///< list index or serial number
-    std::string model;        ///< case, blanks and the word "Vorn" do not matter
+    std::string model;        ///< case, blanks and the word "Vorn" do not matter; or a place on the bus
 
-    /// Reads "0" (an index of one or two digits), "123456" (longer: a serial number), "serial:7", "index:0" or a
-    /// model, "Vorn K12" or "k12". An empty text selects the only camera.
+    /// Reads "0" (an index of one or two digits), "123456" (longer: a serial number), "serial:7", "index:0", a
+    /// place on the bus ("1:2" its bus and device number as lsusb has them, "1-2.3" its bus and ports) or a model,
+    /// "Vorn K12" or "k12". An empty text selects the only camera.
     static Result<CameraSelector> parse(const std::string& text);
 };
 

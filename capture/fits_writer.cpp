@@ -24,6 +24,9 @@ public:
         fits_create_diskfile(&file_, path.c_str(), &status_);
     }
 
+    /// A file in memory, which goes to standard output when it is finished.
+    FitsFile() { fits_create_file(&file_, "-", &status_); }
+
     ~FitsFile()
     {
         int ignored = 0;
@@ -83,11 +86,13 @@ private:
     int status_ = 0;
 };
 
-const char* frameType(const ExposureRequest& request)
+std::string frameType(const Frame& frame)
 {
-    if (!request.dark)
+    if (!frame.imageType.empty())
+        return frame.imageType;
+    if (!frame.request.dark)
         return "Light Frame";
-    return request.seconds > 0.0 ? "Dark Frame" : "Bias Frame";
+    return frame.request.seconds > 0.0 ? "Dark Frame" : "Bias Frame";
 }
 
 void writeTime(FitsFile& fits, const Frame& frame)
@@ -97,13 +102,15 @@ void writeTime(FitsFile& fits, const Frame& frame)
     fits.number("EXPOSURE", frame.exposureSeconds, 6, "[s] the same");
     if (frame.request.dark)
         fits.number("DARKTIME", frame.exposureSeconds, 6, "[s] the same");
-    fits.text("IMAGETYP", frameType(frame.request), "type of frame");
+    fits.text("IMAGETYP", frameType(frame), "type of frame");
 }
 
 void writeCamera(FitsFile& fits, const Frame& frame)
 {
     fits.text("INSTRUME", frame.camera.name, "camera");
     fits.number("CAMSER", static_cast<long long>(frame.camera.serialNumber), "camera serial number");
+    if (frame.filter)
+        fits.text("FILTER", std::to_string(*frame.filter), "position of the filter wheel");
     const Telemetry& telemetry = frame.telemetry;
     if (telemetry.ccdCelsius())
         fits.number("CCD-TEMP", *telemetry.ccdCelsius(), 2, "[degC] sensor temperature at the start");
@@ -138,6 +145,26 @@ void writeGeometry(FitsFile& fits, const Frame& frame)
     }
 }
 
+void fillFile(FitsFile& fits, const Frame& frame, const std::string& creator)
+{
+    fits.image(frame.width, frame.height);
+    writeTime(fits, frame);
+    writeCamera(fits, frame);
+    writeGeometry(fits, frame);
+    fits.text("SWCREATE", creator, "program that wrote this file");
+    fits.pixels(frame.pixels);
+}
+
+Status finishFile(FitsFile& fits, const std::string& name)
+{
+    const int status = fits.finish();
+    if (status == 0)
+        return Done{};
+    std::array<char, FLEN_STATUS> text = {};
+    fits_get_errstatus(status, text.data());
+    return Error{ErrorKind::FILE_ERROR, "cannot write " + name + ": " + text.data(), "Is there room on the disk?"};
+}
+
 }  // namespace
 
 std::string fitsDate(Clock::Utc moment)
@@ -162,19 +189,19 @@ Status writeFits(const Frame& frame, const std::string& path, const std::string&
         return possible;
 
     FitsFile fits(output.temporaryPath());
-    fits.image(frame.width, frame.height);
-    writeTime(fits, frame);
-    writeCamera(fits, frame);
-    writeGeometry(fits, frame);
-    fits.text("SWCREATE", creator, "program that wrote this file");
-    fits.pixels(frame.pixels);
-    const int status = fits.finish();
-    if (status != 0) {
-        std::array<char, FLEN_STATUS> text = {};
-        fits_get_errstatus(status, text.data());
-        return Error{ErrorKind::FILE_ERROR, "cannot write " + path + ": " + text.data(), "Is there room on the disk?"};
-    }
-    return output.publish();
+    fillFile(fits, frame, creator);
+    const Status written = finishFile(fits, path);
+    return written.ok() ? output.publish() : written;
+}
+
+Status streamFits(const Frame& frame, const std::string& creator)
+{
+    FitsFile fits;
+    fillFile(fits, frame, creator);
+    const Status written = finishFile(fits, "standard output");
+    if (written.ok() && std::fflush(stdout) != 0)
+        return Error{ErrorKind::FILE_ERROR, "cannot write to standard output", "Does its reader still run?"};
+    return written;
 }
 
 }  // namespace vorncapture

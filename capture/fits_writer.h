@@ -15,6 +15,9 @@ namespace vorncapture {
 /// Error: FILE_ERROR; then there is no new file and no piece of one.
 Status writeFits(const Frame& frame, const std::string& path, const std::string& creator, bool overwrite);
 
+/// Writes the same to standard output. Error: FILE_ERROR.
+Status streamFits(const Frame& frame, const std::string& creator);
+
 /// @return a moment as FITS writes it, "2024-02-29T23:59:59.123", in UTC.
 std::string fitsDate(Clock::Utc moment);
 

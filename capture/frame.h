@@ -33,10 +33,12 @@ struct Frame {
 
     CameraInfo camera;
     ExposureRequest request;
-    Region region;                 ///< sensor pixels shown
-    double exposureSeconds = 0.0;  ///< truly integrated
-    Clock::Utc start;              ///< when integration began
-    Telemetry telemetry;           ///< read just before
+    Region region;                                      ///< sensor pixels shown
+    double exposureSeconds = 0.0;                       ///< truly integrated
+    Clock::Utc start;                                   ///< when integration began
+    Telemetry telemetry;                                ///< read just before
+    std::string imageType = {};                         ///< "Flat Frame"; empty: as the request tells
+    std::optional<unsigned int> filter = std::nullopt;  ///< position of the filter wheel
     std::vector<std::string> notes;
 
     /// @return true when the picture keeps the sensor's Bayer pattern: a colour sensor, unbinned.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "capture/open_diagnosis.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <optional>
 #include <sstream>
@@ -27,9 +28,38 @@ std::string sysfsId(unsigned int id)
     return text;
 }
 
-/// Finds the USB nodes that may be the camera at @p listIndex: the library names a camera's USB ids only in the trace
-/// of its listing. Cameras of one model have one id, so there may be several.
-std::vector<UsbNode> nodesOf(int listIndex)
+Error permissionError(const std::vector<UsbNode>& nodes)
+{
+    PermissionFacts facts;
+    for (const UsbNode& node : nodes) {
+        const std::string access = node.access();
+        if (!access.empty() && !node.usable())
+            facts.nodes.push_back(node.path + " belongs to " + access);
+    }
+    if (!nodes.empty()) {
+        facts.productId = nodes.front().productId;
+        facts.ruleInstalled = udevRuleInstalled(facts.productId);
+    }
+    facts.user = userAccess();
+    return {ErrorKind::PERMISSION, "no permission to use the camera", permissionAdvice(facts)};
+}
+
+Error busyError(const std::vector<UsbNode>& nodes)
+{
+    Error error{ErrorKind::BUSY, "the camera is used by another program", ""};
+    std::ostringstream advice;
+    for (const UsbNode& node : nodes) {
+        for (const std::string& holder : node.holders())
+            advice << "Process " << holder << " has " << node.path << " open.\n";
+    }
+    advice << "Close the other program, or disconnect the camera in it.";
+    error.advice = advice.str();
+    return error;
+}
+
+}  // namespace
+
+std::vector<UsbNode> nodesOfCamera(int listIndex)
 {
     if (listIndex < 0)
         return {};
@@ -52,66 +82,100 @@ std::vector<UsbNode> nodesOf(int listIndex)
     return {};
 }
 
-Error permissionError(const std::vector<UsbNode>& nodes)
+OpenObstacle findObstacle(const std::string& trace, bool standIn)
 {
-    Error error{ErrorKind::PERMISSION, "no permission to use the camera", ""};
-    std::ostringstream advice;
-    for (const UsbNode& node : nodes) {
-        const std::string access = node.access();
-        if (!access.empty() && !node.usable())
-            advice << "Its device node " << node.path << " belongs to " << access << ".\n";
-    }
-    advice << "Put this line into /etc/udev/rules.d/60-vornccd.rules:\n"
-           << "  SUBSYSTEM==\"usb\", ENV{DEVTYPE}==\"usb_device\", ";
-    if (!nodes.empty())
-        advice << "ATTR{idVendor}==\"" << nodes.front().vendorId << "\", ATTR{idProduct}==\"" << nodes.front().productId
-               << "\", ";
-    advice << "MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"\n"
-           << "then type: sudo udevadm control --reload && sudo udevadm trigger --subsystem-match=usb\n"
-           << "Your user must be in the group plugdev: sudo usermod -aG plugdev $USER, and log in again.";
-    error.advice = advice.str();
-    return error;
+    if (says(trace, "LIBUSB_ERROR_ACCESS"))
+        return OpenObstacle::PERMISSION;
+    if (says(trace, "LIBUSB_ERROR_BUSY"))
+        return OpenObstacle::BUSY;
+    if (says(trace, "LIBUSB_ERROR_NO_MEM"))
+        return OpenObstacle::NO_MEMORY;
+    if (says(trace, "LIBUSB_ERROR_NO_DEVICE") || says(trace, "LIBUSB_ERROR_NOT_FOUND"))
+        return OpenObstacle::GONE;
+    if (says(trace, "cpu stopped 0") || says(trace, "incomplete firmware upload") || says(trace, "cpu started 0"))
+        return OpenObstacle::FIRMWARE_REFUSED;
+    // A camera that answered a ping runs its program, so what follows is a matter of its description.
+    if (says(trace, "ping ok") || says(trace, "APPINIT completed"))
+        return OpenObstacle::NO_DESCRIPTION;
+    if (standIn && says(trace, "cpu started 1"))
+        return OpenObstacle::STAND_IN;
+    return OpenObstacle::NO_ANSWER;
 }
 
-Error busyError(const std::vector<UsbNode>& nodes)
+bool standInFirmware()
 {
-    Error error{ErrorKind::BUSY, "the camera is used by another program", ""};
-    std::ostringstream advice;
-    for (const UsbNode& node : nodes) {
-        for (const std::string& holder : node.holders())
-            advice << "Process " << holder << " has " << node.path << " open.\n";
+    // Load records: length, address (two bytes), data; a length of 0 ends them. The stand-in says what it is.
+    constexpr size_t HEADER_LENGTH = 3;
+    std::string program;
+    for (size_t at = 0; at + HEADER_LENGTH < sizeof FIRMWARE && FIRMWARE[at] != 0;) {
+        const size_t length = std::min<size_t>(FIRMWARE[at], sizeof FIRMWARE - at - HEADER_LENGTH);
+        program.append(FIRMWARE + at + HEADER_LENGTH, FIRMWARE + at + HEADER_LENGTH + length);
+        at += HEADER_LENGTH + length;
     }
-    advice << "Close the other program, or disconnect the camera in it.";
-    error.advice = advice.str();
-    return error;
+    return program.find("stand-in image") != std::string::npos;
 }
 
-Error memoryError()
+std::string permissionAdvice(const PermissionFacts& facts)
 {
-    Error error{ErrorKind::FAILED, "no memory left for USB transfers", ""};
     std::ostringstream advice;
-    const long limit = usbMemoryMebibytes();
-    if (limit > 0)
-        advice << "All USB programs together may use " << limit << " MiB. ";
+    for (const std::string& node : facts.nodes)
+        advice << "Its device node " << node << ".\n";
+    if (!facts.ruleInstalled) {
+        advice << "No udev rule for it is installed. The packages bring one; by hand, put this line into "
+                  "/etc/udev/rules.d/60-vornccd.rules:\n"
+               << "  SUBSYSTEM==\"usb\", ENV{DEVTYPE}==\"usb_device\", ";
+        if (!facts.productId.empty())
+            advice << "ATTR{idProduct}==\"" << facts.productId << "\", ";
+        advice << "MODE=\"0660\", GROUP=\"plugdev\", TAG+=\"uaccess\"\n";
+    } else {
+        advice << "A udev rule for it is installed, but has not come into effect for this device.\n";
+    }
+    advice << "Then type: sudo udevadm control --reload && sudo udevadm trigger --subsystem-match=usb";
+    if (!facts.user.plugdevExists)
+        advice << "\nThere is no group plugdev: sudo groupadd --system plugdev";
+    if (!facts.user.inPlugdev)
+        advice << "\nThe user " << facts.user.name << " is not in the group plugdev: sudo usermod -aG plugdev "
+               << facts.user.name << ", and log in again.";
+    return advice.str();
+}
+
+std::string memoryAdvice(long mebibytes)
+{
+    std::ostringstream advice;
+    if (mebibytes > 0)
+        advice << "All USB programs together may use " << mebibytes << " MiB. ";
     advice << "Close other USB programs, or raise the limit:\n"
            << "  echo 64 | sudo tee /sys/module/usbcore/parameters/usbfs_memory_mb\n"
-           << "For good: options usbcore usbfs_memory_mb=64 in /etc/modprobe.d/usbcore.conf.";
-    error.advice = advice.str();
-    return error;
+           << "For good: options usbcore usbfs_memory_mb=64 in /etc/modprobe.d/usbcore.conf, then "
+              "sudo update-initramfs -u.";
+    return advice.str();
 }
-
-}  // namespace
 
 Error explainOpenFailure(const std::string& trace, int listIndex)
 {
-    if (says(trace, "LIBUSB_ERROR_ACCESS"))
-        return permissionError(nodesOf(listIndex));
-    if (says(trace, "LIBUSB_ERROR_BUSY"))
-        return busyError(nodesOf(listIndex));
-    if (says(trace, "LIBUSB_ERROR_NO_MEM"))
-        return memoryError();
-    if (says(trace, "LIBUSB_ERROR_NO_DEVICE") || says(trace, "LIBUSB_ERROR_NOT_FOUND"))
-        return {ErrorKind::DEVICE_LOST, "the camera is no longer attached", REPLUG_ADVICE};
+    switch (findObstacle(trace, standInFirmware())) {
+        case OpenObstacle::PERMISSION:
+            return permissionError(nodesOfCamera(listIndex));
+        case OpenObstacle::BUSY:
+            return busyError(nodesOfCamera(listIndex));
+        case OpenObstacle::NO_MEMORY:
+            return {ErrorKind::FAILED, "no memory left for USB transfers", memoryAdvice(usbMemoryMebibytes())};
+        case OpenObstacle::GONE:
+            return {ErrorKind::DEVICE_LOST, "the camera is no longer attached", REPLUG_ADVICE};
+        case OpenObstacle::FIRMWARE_REFUSED:
+            return {ErrorKind::TIMEOUT, "the camera's bridge did not take its program",
+                    std::string(REPLUG_ADVICE) + "\nUse another cable or USB port, without a hub."};
+        case OpenObstacle::STAND_IN:
+            return {ErrorKind::TIMEOUT, "the camera does not answer: this library was built with the stand-in program",
+                    "Only simulated cameras work with it. Build the library with the bridge's real program:\n"
+                    "  cmake --preset release -DVORNCCD_FIRMWARE=/path/to/program.hex && "
+                    "cmake --build --preset release"};
+        case OpenObstacle::NO_DESCRIPTION:
+            return {ErrorKind::TIMEOUT, "the camera answers, but its description cannot be read",
+                    std::string(REPLUG_ADVICE) + "\nIf that does not help, vornctl info --trace shows what it said."};
+        case OpenObstacle::NO_ANSWER:
+            break;
+    }
     return {ErrorKind::TIMEOUT, "the camera does not answer as it should", REPLUG_ADVICE};
 }
 

@@ -2,11 +2,50 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "capture/result.h"
 #include "capture/trace_capture.h"
+#include "capture/usb_nodes.h"
 
 namespace vorncapture {
+
+/// Why a camera does not open.
+enum class OpenObstacle {
+    PERMISSION,
+    BUSY,
+    NO_MEMORY,         ///< in the system, for the transfers
+    GONE,              ///< no longer attached
+    FIRMWARE_REFUSED,  ///< the bridge did not take its program
+    STAND_IN,          ///< the bridge took a program that does nothing: the library was built without a real one
+    NO_DESCRIPTION,    ///< the camera answers, but does not describe itself
+    NO_ANSWER,
+};
+
+/// Finds the obstacle in what the library wrote while it tried to open a camera.
+/// @param standIn whether the library's bridge program is the stand-in, see standInFirmware()
+OpenObstacle findObstacle(const std::string& trace, bool standIn);
+
+/// @return whether the library's bridge program is the stand-in, which real cameras take and then do not answer.
+bool standInFirmware();
+
+/// What decides about the permission to use a device.
+struct PermissionFacts {
+    std::vector<std::string> nodes;  ///< "/dev/bus/usb/001/002 belongs to root:root, mode 0600"
+    std::string productId;           ///< four hexadecimal digits; empty when unknown
+    bool ruleInstalled = false;
+    UserAccess user;
+};
+
+/// @return what to do about it: only what is missing is advised.
+std::string permissionAdvice(const PermissionFacts& facts);
+
+/// Finds the USB devices that may be the camera at @p listIndex of VornCamera::list(). Cameras of one model have one
+/// id, so there may be several.
+std::vector<UsbNode> nodesOfCamera(int listIndex);
+
+/// @return how to give USB programs more memory than the @p mebibytes they have; at most 0: unknown.
+std::string memoryAdvice(long mebibytes);
 
 /// Tells why a camera could not be opened. The library's own texts are the same for every cause; the USB error names
 /// in its trace are not, and the system's files tell the rest.

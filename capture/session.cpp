@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <utility>
 
 #include "capture/exposure_time.h"
@@ -12,6 +13,7 @@ namespace vorncapture {
 namespace {
 
 constexpr long MAX_PACKET_BYTES = 0x100000;
+constexpr int OPENING_TRIES = 2;
 constexpr double WAIT_STEP_SECONDS = 0.1;
 
 /// Our own timing of an exposure is good to about this; finer digits would only tell of the scheduler.
@@ -55,7 +57,7 @@ void readTemperatures(VornCamera& camera, const CameraInfo& info, Telemetry& tel
         return;
     }
     for (unsigned int sensor = 1; sensor <= info.caps.tempSensorCount; ++sensor)
-        telemetry.celsius.push_back(readCelsius(camera, sensor));
+        telemetry.celsius.push_back(info.temperatureEncoding != 0 ? readCelsius(camera, sensor) : std::nullopt);
 }
 
 void readCooler(VornCamera& camera, const CameraInfo& info, Telemetry& telemetry)
@@ -85,6 +87,14 @@ void readGain(VornCamera& camera, const CameraInfo& info, Telemetry& telemetry)
         return;
     telemetry.gain = gain;
     telemetry.offset = offset;
+}
+
+/// @return the encoding of temperatures that a camera named while it was opened, the last that @p trace has.
+unsigned int temperatureEncoding(const std::string& trace)
+{
+    const std::string label = "temperature sensor type: ";
+    const size_t found = trace.rfind(label);
+    return found == std::string::npos ? 0U : static_cast<unsigned int>(std::atoi(trace.c_str() + found + label.size()));
 }
 
 Telemetry telemetryOf(VornCamera& camera, const CameraInfo& info)
@@ -168,21 +178,24 @@ Status Session::openCamera()
         return readInfo(camera);
     };
     const auto limit = options_.watchdog.open;
-    auto info = worker_.run(openAndAsk, limit, options_.cancel);
-    if (options_.cancel != nullptr && options_.cancel->requested())
-        return Error{ErrorKind::CANCELLED, "stopped while the camera was being opened", ""};
-    if (!info)
-        return mute();
-    if (!*info) {
-        // The library's texts do not tell the cause, but its trace does: try once more and listen.
+    // The library's texts do not tell why a camera does not open, nor how it encodes temperatures, but its trace does.
+    std::string said;
+    std::optional<std::optional<CameraInfo>> info;
+    for (int tries = 0; tries < OPENING_TRIES && (tries == 0 || !*info); ++tries) {
         TraceCapture trace;
         info = worker_.run(openAndAsk, limit, options_.cancel);
-        const std::string said = trace.finish();
-        if (!info)
-            return mute();
-        if (!*info)
-            return explainOpenFailure(said, options_.listIndex);
+        said = trace.finish();
+        if (options_.cancel != nullptr && options_.cancel->requested())
+            return Error{ErrorKind::CANCELLED, "stopped while the camera was being opened", ""};
+        if (!info) {  // a camera that is retried without end; another listing would disturb it
+            Error error = explainOpenFailure(said, -1);
+            error.kind = ErrorKind::TIMEOUT;
+            return error;
+        }
     }
+    if (!*info)
+        return explainOpenFailure(said, options_.listIndex);
+    (*info)->temperatureEncoding = temperatureEncoding(said);
     info_ = **info;
     return Done{};
 }

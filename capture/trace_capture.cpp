@@ -12,7 +12,13 @@
 
 namespace vorncapture {
 
-TraceCapture::TraceCapture() : wasTracing_(VornDebug)
+namespace {
+
+std::mutex oneAtATime;
+
+}  // namespace
+
+TraceCapture::TraceCapture() : turn_(oneAtATime), wasTracing_(VornDebug)
 {
     (void)std::fflush(stderr);
     caught_ = memfd_create("trace", MFD_CLOEXEC);
@@ -42,6 +48,8 @@ std::string TraceCapture::finish()
             (void)close(*descriptor);
         *descriptor = -1;
     }
+    if (turn_.owns_lock())
+        turn_.unlock();
     return text;
 }
 

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <mutex>
 #include <string>
 
 namespace vorncapture {
 
 /// Turns the library's trace on and catches what comes to standard error, for as long as it lives. It holds the
-/// process's standard error, so use it for a moment only, and one at a time.
+/// process's standard error, so use it for a moment only; a second one waits for the first to end.
 class TraceCapture {
 public:
     TraceCapture();
@@ -19,6 +20,7 @@ public:
     std::string finish();
 
 private:
+    std::unique_lock<std::mutex> turn_;
     bool wasTracing_;
     int caught_ = -1;    ///< file in memory that takes the text
     int standard_ = -1;  ///< the true standard error

@@ -7,8 +7,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <memory>
 
@@ -49,6 +51,15 @@ bool isNumber(const std::string& text)
     return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
+/// @return the last part of what a link points to; empty when there is none.
+std::string linkTarget(const std::string& path)
+{
+    std::array<char, 256> target = {};
+    const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+    const std::string text(target.data(), length > 0 ? static_cast<size_t>(length) : 0);
+    return text.substr(text.find_last_of('/') + 1);
+}
+
 bool hasOpen(const std::string& process, const std::string& node)
 {
     const std::string descriptors = "/proc/" + process + "/fd/";
@@ -66,6 +77,14 @@ bool hasOpen(const std::string& process, const std::string& node)
 bool UsbNode::usable() const
 {
     return ::access(path.c_str(), R_OK | W_OK) == 0;
+}
+
+bool UsbNode::isAt(const std::string& place) const
+{
+    const size_t colon = place.find(':');
+    if (colon == std::string::npos)
+        return place == port;
+    return path == "/dev/bus/usb/" + threeDigits(place.substr(0, colon)) + "/" + threeDigits(place.substr(colon + 1));
 }
 
 std::string UsbNode::access() const
@@ -100,11 +119,49 @@ std::vector<UsbNode> findUsbNodes(const std::string& vendorId, const std::string
         const std::string device = SYSFS_DEVICES + name + "/";
         if (firstLine(device + "idProduct") != productId || firstLine(device + "idVendor") != vendorId)
             continue;
-        nodes.push_back({vendorId, productId,
-                         "/dev/bus/usb/" + threeDigits(firstLine(device + "busnum")) + "/" +
-                             threeDigits(firstLine(device + "devnum"))});
+        const std::string path = "/dev/bus/usb/" + threeDigits(firstLine(device + "busnum")) + "/" +
+                                 threeDigits(firstLine(device + "devnum"));
+        nodes.push_back({vendorId, productId, path, name, std::atof(firstLine(device + "speed").c_str()),
+                         linkTarget(SYSFS_DEVICES + name + ":1.0/driver")});
     }
     return nodes;
+}
+
+bool openInThisProcess(const std::string& path)
+{
+    return hasOpen("self", path);
+}
+
+bool udevRuleInstalled(const std::string& productId)
+{
+    const std::string wanted = "ATTR{idProduct}==\"" + productId + "\"";
+    for (const char* folder : {"/etc/udev/rules.d/", "/run/udev/rules.d/", "/usr/lib/udev/rules.d/",
+                               "/usr/local/lib/udev/rules.d/", "/lib/udev/rules.d/"}) {
+        for (const std::string& name : entriesOf(folder)) {
+            std::ifstream file(folder + name);
+            for (std::string line; std::getline(file, line);) {
+                if (line.find(wanted) != std::string::npos)
+                    return true;
+            }
+        }
+    }
+    return false;
+}
+
+UserAccess userAccess()
+{
+    UserAccess access;
+    const passwd* user = getpwuid(geteuid());
+    access.name = user != nullptr ? user->pw_name : std::to_string(geteuid());
+    const group* plugdev = getgrnam("plugdev");
+    access.plugdevExists = plugdev != nullptr;
+    if (plugdev == nullptr)
+        return access;
+    std::vector<gid_t> groups(static_cast<size_t>(std::max(getgroups(0, nullptr), 0)));
+    (void)getgroups(static_cast<int>(groups.size()), groups.data());
+    groups.push_back(getegid());
+    access.inPlugdev = std::find(groups.begin(), groups.end(), plugdev->gr_gid) != groups.end();
+    return access;
 }
 
 long usbMemoryMebibytes()

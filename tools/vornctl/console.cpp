@@ -29,6 +29,8 @@ extern "C" void onSignal(int number)
     cancelToken.request();
 }
 
+}  // namespace
+
 int exitStatusOf(ErrorKind kind)
 {
     switch (kind) {
@@ -50,8 +52,6 @@ int exitStatusOf(ErrorKind kind)
     }
     return EXIT_FAILED;
 }
-
-}  // namespace
 
 int report(const Error& error)
 {
@@ -113,10 +113,11 @@ void ProgressLine::show(Phase phase, double elapsed, double total)
         const double part = total > 0.0 ? std::clamp(elapsed / total, 0.0, 1.0) : 1.0;
         const auto filled = static_cast<size_t>(std::lround(part * BAR_WIDTH));
         std::array<char, 64> numbers = {};
-        (void)std::snprintf(numbers.data(), numbers.size(), "] %.1f of %.1f s", elapsed, total);
+        (void)std::snprintf(numbers.data(), numbers.size(), "] %.1f of %.1f s, %.0f s left", elapsed, total,
+                            std::ceil(std::max(total - elapsed, 0.0)));
         line = "exposing [" + std::string(filled, '#') + std::string(BAR_WIDTH - filled, ' ') + numbers.data();
     }
-    say(line);
+    say(prefix_ + line);
 }
 
 void ProgressLine::clear()

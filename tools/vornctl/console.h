@@ -19,6 +19,9 @@ enum ExitStatus : int {
     EXIT_LOST = 5,        ///< the camera does not answer, or is gone
 };
 
+/// @return the exit status that errors of this kind end with.
+int exitStatusOf(vorncapture::ErrorKind kind);
+
 /// Tells an error on standard error. @return the exit status it stands for.
 int report(const vorncapture::Error& error);
 
@@ -42,12 +45,16 @@ public:
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
 
+    /// Words put before the line of an exposure, "picture 2 of 10, ".
+    void setPrefix(const std::string& text) { prefix_ = text; }
+
     void say(const std::string& text);
     void show(vorncapture::Phase phase, double elapsed, double total);
     void clear();
 
 private:
     bool active_;
+    std::string prefix_;
     std::string shown_;
 };
 

@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "capture/camera_list.h"
+#include "camera_access.h"
+#include "capture/accessories.h"
+#include "capture/cooling.h"
 #include "capture/fits_writer.h"
 #include "capture/output_file.h"
 #include "capture/png_writer.h"
@@ -20,33 +25,64 @@ namespace {
 using nlohmann::ordered_json;
 using vorncapture::Done;
 using vorncapture::Error;
+using vorncapture::ErrorKind;
 using vorncapture::Frame;
+using vorncapture::FrameKind;
+using vorncapture::Result;
 using vorncapture::Status;
 
 const char* const CREATOR = "vornctl " VORNCTL_VERSION;
+constexpr double STEP_SECONDS = 0.1;  // how soon a wish to stop is noticed
 
-/// @return a name for a picture without one, from the time of day in UTC: "vorn-20240229-235959.fits", with a number
-/// behind when that exists.
-std::string defaultPath()
+const char* const DEFAULT_PATTERN = "vorn-{date}.fits";
+const char* const STANDARD_OUTPUT = "-";
+
+/// Where one picture of a sequence goes.
+struct Outputs {
+    std::string fits;  ///< empty: none; "-": standard output
+    std::string png;
+};
+
+bool isThere(const std::string& path)
 {
-    std::string stamp = vorncapture::fitsDate(std::chrono::system_clock::now()).substr(0, 19);
-    std::erase_if(stamp, [](char letter) { return letter == '-' || letter == ':'; });
-    stamp[stamp.find('T')] = '-';
-    const std::string base = "vorn-" + stamp;
-    std::string path = base + ".fits";
     struct stat status = {};
-    for (int count = 2; stat(path.c_str(), &status) == 0; ++count)
-        path = base + "-" + std::to_string(count) + ".fits";
-    return path;
+    return stat(path.c_str(), &status) == 0;
+}
+
+/// Names without a pattern of the user's are made so that they never stand in the way: with a number behind.
+std::string unusedPath(const std::string& path)
+{
+    const size_t dot = path.find_last_of('.');
+    std::string unused = path;
+    for (int count = 2; isThere(unused); ++count)
+        unused = path.substr(0, dot) + "-" + std::to_string(count) + path.substr(dot);
+    return unused;
+}
+
+Result<Outputs> outputsOf(const Options& options, const vorncapture::NameParts& parts)
+{
+    const bool named = !options.fitsPath.empty() || !options.pngPath.empty();
+    const auto fill = [&](const std::string& pattern) {
+        return vorncapture::fillPattern(vorncapture::patternForSequence(pattern, options.count), parts);
+    };
+    if (options.fitsPath == STANDARD_OUTPUT)
+        return Outputs{STANDARD_OUTPUT, ""};
+    const Result<std::string> fits = fill(named ? options.fitsPath : DEFAULT_PATTERN);
+    const Result<std::string> png = fill(options.pngPath);
+    for (const auto* path : {&fits, &png}) {
+        if (!path->ok())
+            return path->error();
+    }
+    return Outputs{named ? fits.value() : unusedPath(fits.value()), png.value()};
 }
 
 /// Finds out before the exposure what would spoil it afterwards.
-Status checkOutputs(const Options& options)
+Status checkOutputs(const Outputs& outputs, bool force)
 {
-    for (const std::string& path : {options.fitsPath, options.pngPath}) {
-        if (path.empty())
+    for (const std::string& path : {outputs.fits, outputs.png}) {
+        if (path.empty() || path == STANDARD_OUTPUT)
             continue;
-        const Status status = vorncapture::OutputFile(path, options.force).check();
+        const Status status = vorncapture::OutputFile(path, force).check();
         if (status.ok())
             continue;
         Error error = status.error();
@@ -57,31 +93,54 @@ Status checkOutputs(const Options& options)
     return Done{};
 }
 
-Status writeFiles(const Frame& frame, const Options& options)
+Status checkUsage(const Options& options)
 {
-    if (!options.fitsPath.empty()) {
-        Status status = vorncapture::writeFits(frame, options.fitsPath, CREATOR, options.force);
-        if (!status.ok())
-            return status;
+    const auto refuse = [](const std::string& text) { return Error{ErrorKind::BAD_REQUEST, text, ""}; };
+    if (options.pngPath == STANDARD_OUTPUT)
+        return refuse("only the FITS file can go to standard output: -o -");
+    if (options.fitsPath == STANDARD_OUTPUT) {
+        if (options.json || options.count > 1 || !options.pngPath.empty())
+            return refuse("-o - writes one FITS file to standard output, without --json, --count and --png");
+        if (isatty(STDOUT_FILENO) != 0)
+            return refuse("standard output is a terminal; add | PROGRAM or > FILE after -o -");
     }
-    if (!options.pngPath.empty())
-        return vorncapture::writePng(frame, options.pngPath, options.force);
+    if (!options.seconds && options.kind != FrameKind::BIAS)
+        return refuse("give an exposure time: --time SECONDS (only --type bias needs none)");
+    if (options.kind == FrameKind::BIAS && options.seconds.value_or(0.0) > 0.0)
+        return refuse("a bias frame is as short as possible: leave --time out");
     return Done{};
 }
 
-void tellOutcome(const Frame& frame, const Options& options)
+Status writeFiles(const Frame& frame, const Outputs& outputs, bool force)
+{
+    if (outputs.fits == STANDARD_OUTPUT)
+        return vorncapture::streamFits(frame, CREATOR);
+    if (!outputs.fits.empty()) {
+        Status status = vorncapture::writeFits(frame, outputs.fits, CREATOR, force);
+        if (!status.ok())
+            return status;
+    }
+    if (!outputs.png.empty())
+        return vorncapture::writePng(frame, outputs.png, force);
+    return Done{};
+}
+
+void tellOutcome(const Frame& frame, const Outputs& outputs, unsigned int number, const Options& options)
 {
     ordered_json json = describeFrame(frame);
     if (options.json) {
-        json["fits"] = options.fitsPath.empty() ? ordered_json() : ordered_json(options.fitsPath);
-        json["png"] = options.pngPath.empty() ? ordered_json() : ordered_json(options.pngPath);
+        json["number"] = number;
+        json["fits"] = outputs.fits.empty() ? ordered_json() : ordered_json(outputs.fits);
+        json["png"] = outputs.png.empty() ? ordered_json() : ordered_json(outputs.png);
         (void)std::printf("%s\n", json.dump().c_str());
+        (void)std::fflush(stdout);
         return;
     }
-    for (const std::string& path : {options.fitsPath, options.pngPath}) {
-        if (!path.empty())
+    for (const std::string& path : {outputs.fits, outputs.png}) {
+        if (!path.empty() && path != STANDARD_OUTPUT)
             (void)std::printf("%s\n", path.c_str());
     }
+    (void)std::fflush(stdout);
     if (options.quiet)
         return;
     (void)std::fprintf(stderr, "%s: %u x %u pixels, %.6g s", frame.camera.name.c_str(), frame.width, frame.height,
@@ -92,45 +151,139 @@ void tellOutcome(const Frame& frame, const Options& options)
                        json["values"]["max"].dump().c_str(), json["values"]["mean"].get<double>());
 }
 
+/// Waits between two pictures. @return false when the wish to stop came.
+bool waitUntil(Opened& camera, double due)
+{
+    vorncapture::Clock& clock = camera.session.clock();
+    while (!camera.cancel.requested()) {
+        const double left = due - clock.steadySeconds();
+        if (left <= 0.0)
+            return true;
+        camera.progress.say("next picture in " + std::to_string(static_cast<int>(std::ceil(left))) + " s");
+        clock.sleep(std::min(left, STEP_SECONDS));
+    }
+    return false;
+}
+
+const char* imageType(FrameKind kind)
+{
+    switch (kind) {
+        case FrameKind::LIGHT:
+            return "Light Frame";
+        case FrameKind::DARK:
+            return "Dark Frame";
+        case FrameKind::BIAS:
+            return "Bias Frame";
+        case FrameKind::FLAT:
+            return "Flat Frame";
+    }
+    return "";
+}
+
+/// Takes picture @p number, writes and tells it.
+Status takeOne(Opened& camera, const Options& options, unsigned int number, const std::optional<unsigned int>& filter)
+{
+    vorncapture::NameParts parts{.number = number,
+                                 .start = camera.session.clock().utc(),
+                                 .kind = options.kind,
+                                 .exposureSeconds = options.request.seconds,
+                                 .filter = filter,
+                                 .celsius = camera.session.readTelemetry().ccdCelsius(),
+                                 .camera = camera.session.info().name};
+    const Result<Outputs> outputs = outputsOf(options, parts);
+    if (!outputs.ok())
+        return outputs.error();
+    const Status possible = checkOutputs(outputs.value(), options.force);
+    if (!possible.ok())
+        return possible;
+    auto taken = camera.session.expose(
+        options.request, &camera.cancel,
+        [&camera](auto phase, double elapsed, double total) { camera.progress.show(phase, elapsed, total); });
+    camera.progress.clear();
+    if (!taken.ok())
+        return taken.error();
+    Frame& frame = taken.value();
+    frame.imageType = imageType(options.kind);
+    frame.filter = filter;
+    const Status written = writeFiles(frame, outputs.value(), options.force);
+    if (!written.ok())
+        return written;
+    for (size_t i = 0; i < frame.notes.size() && !options.quiet && number == 1; ++i)
+        note(frame.notes[i]);
+    tellOutcome(frame, outputs.value(), number, options);
+    return Done{};
+}
+
+Status takeAll(Opened& camera, const Options& options)
+{
+    std::optional<unsigned int> filter;
+    const bool wheel = camera.session.info().caps.hasFilterWheel;
+    if (options.filter && !wheel)
+        return lacking(camera.session, "filter wheel");
+    if (options.filter) {
+        camera.progress.say("turning the filter wheel");
+        Status turned = vorncapture::turnWheel(camera.session, *options.filter, &camera.cancel);
+        if (!turned.ok())
+            return turned;
+    }
+    if (wheel) {
+        const auto position = vorncapture::readWheel(camera.session);
+        if (!position.ok())
+            return position.error();
+        filter = position.value().current;
+    }
+    const double start = camera.session.clock().steadySeconds();
+    for (unsigned int number = 1; number <= options.count; ++number) {
+        if (!waitUntil(camera, start + (number - 1) * options.intervalSeconds))
+            return Error{ErrorKind::CANCELLED, "stopped between two pictures", ""};
+        if (options.count > 1)
+            camera.progress.setPrefix("picture " + std::to_string(number) + " of " + std::to_string(options.count) +
+                                      ", ");
+        Status taken = takeOne(camera, options, number, filter);
+        if (!taken.ok())
+            return taken;
+    }
+    return Done{};
+}
+
+/// After a stop or a failure nothing moves the mount any longer.
+void openRelays(Opened& camera)
+{
+    if (camera.session.info().caps.hasGuidePort && !camera.session.stuck())
+        (void)camera.session.call([](VornCamera& opened) { return opened.setGuideRelays(0); });
+}
+
 }  // namespace
 
 int exposeCommand(Options options)
 {
-    const auto selector = vorncapture::CameraSelector::parse(options.device);
-    if (!selector.ok())
-        return report(selector.error());
-    if (options.fitsPath.empty() && options.pngPath.empty())
-        options.fitsPath = defaultPath();
-    const Status possible = checkOutputs(options);
+    if (options.request.dark)
+        options.kind = options.seconds.value_or(1.0) > 0.0 ? FrameKind::DARK : FrameKind::BIAS;
+    options.request.dark = options.kind == FrameKind::DARK || options.kind == FrameKind::BIAS;
+    const Status usage = checkUsage(options);
+    if (!usage.ok())
+        return report(usage.error());
+    // A first look with made-up values, before the camera is opened: patterns, folders and fixed names.
+    const Result<Outputs> first = outputsOf(options, {.start = std::chrono::system_clock::now()});
+    if (!first.ok())
+        return report(first.error());
+    const Status possible = checkOutputs(first.value(), options.force);
     if (!possible.ok())
         return report(possible.error());
 
-    vorncapture::CancelToken& cancel = cancelOnSignals();
-    ProgressLine progress(!options.quiet && !options.json);
-    progress.say("opening the camera");
-    auto opened = vorncapture::openSelected(vorncapture::listCameras(), selector.value(), {.cancel = &cancel});
-    if (!opened.ok()) {
-        progress.clear();
-        return leave(opened.error());
-    }
-    const auto frame = opened.value()->expose(
-        options.request, &cancel,
-        [&progress](auto phase, double elapsed, double total) { progress.show(phase, elapsed, total); });
-    progress.clear();
-    if (!frame.ok()) {
-        if (!opened.value()->stuck())
-            opened.value().reset();
-        return leave(frame.error());
-    }
-    const Status written = writeFiles(frame.value(), options);
-    if (!written.ok())
-        return report(written.error());
-    if (!options.quiet) {
-        for (const std::string& text : frame.value().notes)
-            note(text);
-    }
-    tellOutcome(frame.value(), options);
-    return EXIT_OK;
+    return withCamera(options, [&options](Opened& camera) -> Status {
+        Status outcome = takeAll(camera, options);
+        if (!outcome.ok())
+            openRelays(camera);
+        if (options.warmAtEnd && !camera.session.stuck()) {
+            const Status warming = vorncapture::warmUp(camera.session, false);
+            if (outcome.ok() && !warming.ok())
+                return warming;
+            if (warming.ok() && !options.quiet)
+                note("the camera is warming up; see vornctl status");
+        }
+        return outcome;
+    });
 }
 
 }  // namespace vornctl

@@ -5,7 +5,9 @@
 #include <cstdio>
 #include <exception>
 #include <functional>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include <vornccd.h>
 
@@ -35,46 +37,270 @@ void addDeviceOption(CLI::App& command, Options& options)
 {
     command
         .add_option("-d,--device", options.device,
-                    "which camera: list index (0), serial number (123456, serial:7) or model (\"Vorn K12\", k12)")
+                    "which camera: list index (0), serial number (123456, serial:7), model (\"Vorn K12\", k12) or "
+                    "place on the bus "
+                    "(1:2 as lsusb has it, or the port 1-2.3)")
         ->type_name("CAMERA");
+    command.add_option("--timeout", options.timeoutSeconds, "longest time to wait for the camera")
+        ->check(CLI::PositiveNumber)
+        ->type_name("SECONDS");
 }
 
-void addExposeOptions(CLI::App& expose, Options& options)
+/// One command of the tool: how it is called, and what does it.
+struct Command {
+    CLI::App* app;
+    std::function<int()> run;
+};
+
+/// Everything the commands' options are read into.
+struct Asked {
+    Options options;
+    std::optional<unsigned int> filter;
+    std::string shutter;
+    vornctl::GuideRequest guide;
+    double guideMilliseconds = 0.0;
+    vornctl::GpioRequest gpio;
+    vornctl::GainRequest gain;
+    vorncapture::CoolingRequest cooling;
+    bool noWait = false;
+    double warmLimitSeconds = 3600.0;
+    vornctl::MonitorRequest monitor;
+};
+
+CLI::App* addCommand(CLI::App& app, Asked& asked, const char* name, const char* help, const char* examples)
 {
-    addDeviceOption(expose, options);
-    addParsed(expose, "-t,--time", options, vornctl::parseSeconds, "exposure time; 0 is the shortest possible")
+    CLI::App* command = app.add_subcommand(name, help);
+    addDeviceOption(*command, asked.options);
+    command->footer(std::string("Examples:\n") + examples);
+    return command;
+}
+
+/// Adds a text that @p parse reads into @p target; what it refuses is a usage error.
+template <typename Target>
+CLI::Option* addRead(CLI::App& command, const std::string& name, Target& target,
+                     vorncapture::Status (*parse)(const std::string&, Target&), const std::string& help)
+{
+    const auto read = [&target, parse](const std::string& text) {
+        const auto status = parse(text, target);
+        if (!status.ok())
+            throw CLI::ValidationError(status.error().text);
+    };
+    return command.add_option_function<std::string>(name, read, help);
+}
+
+Command addFilter(CLI::App& app, Asked& asked)
+{
+    CLI::App* command = addCommand(app, asked, "filter", "turn the filter wheel, or tell where it stands",
+                                   "  vornctl filter\n  vornctl filter 3");
+    command->add_option("POSITION", asked.filter, "position to turn to, from 1");
+    return {command, [&asked] { return vornctl::filterCommand(asked.options, asked.filter); }};
+}
+
+Command addShutter(CLI::App& app, Asked& asked)
+{
+    CLI::App* command = addCommand(app, asked, "shutter", "open or close the shutter",
+                                   "  vornctl shutter close\n  vornctl shutter open");
+    command->add_option("STATE", asked.shutter, "open or close")->required()->check(CLI::IsMember({"open", "close"}));
+    return {command, [&asked] { return vornctl::shutterCommand(asked.options, asked.shutter == "open"); }};
+}
+
+Command addGuide(CLI::App& app, Asked& asked)
+{
+    CLI::App* command =
+        addCommand(app, asked, "guide", "close a relay of the guide port for a moment",
+                   "  vornctl guide x+ 500      half a second\n"
+                   "  vornctl guide 3 1200      the same relay as y+\n"
+                   "Which way the stars move is a matter of the mount. Ctrl-C opens the relays at once.");
+    addRead(*command, "DIRECTION", asked.guide.relay, vornctl::parseDirection, "x+, x-, y+ or y-; relay 1 to 4")
+        ->required()
+        ->each([&asked](const std::string& text) { asked.guide.direction = text; });
+    command->add_option("MILLISECONDS", asked.guideMilliseconds, "how long, 1 to 60000")
+        ->required()
+        ->check(CLI::Range(1.0, vorncapture::LONGEST_PULSE_SECONDS * 1000.0));
+    return {command, [&asked] {
+                asked.guide.seconds = asked.guideMilliseconds / 1000.0;
+                return vornctl::guideCommand(asked.options, asked.guide);
+            }};
+}
+
+Command addGpio(CLI::App& app, Asked& asked)
+{
+    CLI::App* command = addCommand(app, asked, "gpio", "read and drive the GPIO lines",
+                                   "  vornctl gpio\n  vornctl gpio --outputs 0b0011 --set 0b0001");
+    addRead(*command, "--outputs", asked.gpio.outputs, vornctl::parseMask, "directions of the lines, a bit a line")
+        ->type_name("MASK");
+    addRead(*command, "--set", asked.gpio.levels, vornctl::parseMask, "levels of the outputs, a bit a line")
+        ->type_name("MASK");
+    return {command, [&asked] { return vornctl::gpioCommand(asked.options, asked.gpio); }};
+}
+
+Command addGain(CLI::App& app, Asked& asked)
+{
+    CLI::App* command = addCommand(app, asked, "gain", "tell or set gain and offset of the readout",
+                                   "  vornctl gain\n  vornctl gain --gain 20 --offset 100");
+    command->add_option("--gain", asked.gain.gain, "0 to 63");
+    command->add_option("--offset", asked.gain.offset, "0 to 512");
+    return {command, [&asked] { return vornctl::gainCommand(asked.options, asked.gain); }};
+}
+
+Command addCool(CLI::App& app, Asked& asked)
+{
+    CLI::App* command = addCommand(app, asked, "cool", "cool the sensor and wait until it has settled",
+                                   "  vornctl cool -10\n"
+                                   "  vornctl cool -20 --ramp 3     at most 3 degrees a minute\n"
+                                   "  vornctl cool -10 --no-wait    only give the order");
+    command->add_option("CELSIUS", asked.cooling.targetCelsius, "target in degrees Celsius")
+        ->required()
+        ->check(CLI::Range(vorncapture::LOWEST_TARGET_CELSIUS, vorncapture::HIGHEST_TARGET_CELSIUS));
+    command->add_option("--ramp", asked.cooling.perMinute, "lower the set-point evenly, so many degrees a minute")
+        ->check(CLI::PositiveNumber)
+        ->type_name("DEGREES");
+    command->add_flag("--no-wait", asked.noWait, "do not wait; a ramp is still gone through");
+    return {command, [&asked] {
+                asked.cooling.wait = !asked.noWait;
+                asked.cooling.limitSeconds = asked.options.timeoutSeconds.value_or(asked.cooling.limitSeconds);
+                return vornctl::coolCommand(asked.options, asked.cooling);
+            }};
+}
+
+Command addWarm(CLI::App& app, Asked& asked)
+{
+    CLI::App* command = addCommand(app, asked, "warm", "warm the sensor up slowly and switch the cooler off",
+                                   "  vornctl warm\n  vornctl warm --no-wait   the camera does it by itself");
+    command->add_flag("--no-wait", asked.noWait, "do not wait for the end");
+    return {command, [&asked] {
+                const double limit = asked.options.timeoutSeconds.value_or(asked.warmLimitSeconds);
+                return vornctl::warmCommand(asked.options, !asked.noWait, limit);
+            }};
+}
+
+Command addStatus(CLI::App& app, Asked& asked)
+{
+    CLI::App* command = addCommand(app, asked, "status", "tell temperatures, cooler and filter wheel",
+                                   "  vornctl status\n  vornctl status --json");
+    return {command, [&asked] { return vornctl::statusCommand(asked.options); }};
+}
+
+Command addMonitor(CLI::App& app, Asked& asked)
+{
+    CLI::App* command = addCommand(app, asked, "monitor", "tell the same again and again until Ctrl-C",
+                                   "  vornctl monitor --interval 10\n"
+                                   "  vornctl monitor --json --count 60 --plot cooling.png");
+    command->add_option("--interval", asked.monitor.intervalSeconds, "time between two readings")
+        ->check(CLI::PositiveNumber)
         ->type_name("SECONDS")
-        ->required();
-    expose.add_option("-o,--output", options.fitsPath, "FITS file; without -o and --png: vorn-DATE-TIME.fits")
-        ->type_name("FILE.fits");
-    expose.add_option("--png", options.pngPath, "automatically stretched picture")->type_name("FILE.png");
+        ->capture_default_str();
+    command->add_option("--count", asked.monitor.count, "number of readings; 0: until Ctrl-C");
+    command->add_option("--plot", asked.monitor.plotPath, "draw temperature, target and power at the end")
+        ->type_name("FILE.png");
+    command->add_flag("-f,--force", asked.options.force, "replace an existing file");
+    return {command, [&asked] { return vornctl::monitorCommand(asked.options, asked.monitor); }};
+}
+
+void addPictureOptions(CLI::App& expose, Asked& asked)
+{
+    Options& options = asked.options;
+    const auto readSeconds = [&options](const std::string& text) {
+        const auto status = vornctl::parseSeconds(text, options.request);
+        if (!status.ok())
+            throw CLI::ValidationError(status.error().text);
+        options.seconds = options.request.seconds;
+    };
+    expose.add_option_function<std::string>("-t,--time", readSeconds, "exposure time; 0 is the shortest possible")
+        ->type_name("SECONDS");
+    addRead(expose, "--type", options.kind, vornctl::parseKind,
+            "light, dark, bias or flat; dark and bias keep the shutter closed")
+        ->type_name("TYPE");
+    expose.add_flag("--dark", options.request.dark, "the same as --type dark");
     addParsed(expose, "--bin", options, vornctl::parseBinning, "sensor pixels summed into one, 2x2")->type_name("XxY");
     addParsed(expose, "--roi", options, vornctl::parseRegion, "part of the sensor, in unbinned pixels")
         ->type_name("X,Y,W,H");
-    expose.add_flag("--dark", options.request.dark, "keep the shutter closed");
-    expose.add_flag("-f,--force", options.force, "replace existing files");
+    expose.add_option("--filter", options.filter, "position to turn the filter wheel to before")->type_name("POSITION");
+}
+
+Command addExpose(CLI::App& app, Asked& asked)
+{
+    Options& options = asked.options;
+    CLI::App* command = addCommand(
+        app, asked, "expose", "take one picture or a sequence",
+        "  vornctl expose -t 10\n"
+        "  vornctl expose -t 0.5 --bin 2x2 --roi 100,100,640,480 -o moon.fits --png moon.png\n"
+        "  vornctl expose -t 300 --count 20 --filter 2 -o 'm31-{filter}-{n:3}-{temp}C.fits'\n"
+        "  vornctl expose --type bias --count 50 -o 'bias-{n:2}.fits' --warm\n"
+        "  vornctl expose -t 1 -o - | fitsheader -\n"
+        "Names may have {n}, {n:3}, {date}, {type}, {seconds}, {filter}, {temp} and {camera}. Without {n}\n"
+        "a sequence gets a number before the ending. Ctrl-C drops the picture at hand and keeps the others.");
+    addPictureOptions(*command, asked);
+    command
+        ->add_option("-o,--output", options.fitsPath,
+                     "FITS file; - is standard output; without -o and --png: vorn-DATE-TIME.fits")
+        ->type_name("FILE.fits");
+    command->add_option("--png", options.pngPath, "automatically stretched picture")->type_name("FILE.png");
+    command->add_option("-n,--count", options.count, "number of pictures")
+        ->check(CLI::Range(1U, 1000000U))
+        ->type_name("N")
+        ->capture_default_str();
+    command->add_option("--interval", options.intervalSeconds, "from the start of one picture to that of the next")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("SECONDS");
+    command->add_flag("--warm", options.warmAtEnd, "start the camera's warm-up at the end, also after an error");
+    command->add_flag("-f,--force", options.force, "replace existing files");
+    return {command, [&asked] { return vornctl::exposeCommand(asked.options); }};
+}
+
+Command addDoctor(CLI::App& app, Asked& asked)
+{
+    CLI::App* command = app.add_subcommand("doctor", "find out what keeps cameras from working, and how to cure it");
+    command->footer(
+        "Examples:\n"
+        "  vornctl doctor\n"
+        "  vornctl doctor --quiet    problems only\n"
+        "It opens each attached camera for a moment; one that another program uses is not disturbed.");
+    return {command, [&asked] { return vornctl::doctorCommand(asked.options); }};
+}
+
+/// @return the names of all commands, for the message that none was given.
+std::string namesOf(const std::vector<Command>& commands)
+{
+    std::string names;
+    for (const Command& command : commands)
+        names += (names.empty() ? "" : &command == &commands.back() ? " or " : ", ") + command.app->get_name();
+    return names;
 }
 
 int run(int argc, char** argv)
 {
-    Options options;
+    Asked asked;
     bool trace = false;
     CLI::App app("Drives cooled CCD cameras on USB.", "vornctl");
     app.set_version_flag("--version", "vornctl " VORNCTL_VERSION);
     app.require_subcommand(1);
     app.fallthrough();
-    app.add_flag("--json", options.json, "print one JSON object on standard output");
-    app.add_flag("-q,--quiet", options.quiet, "no progress and no notes");
+    app.add_flag("--json", asked.options.json, "print results as JSON on standard output");
+    app.add_flag("-q,--quiet", asked.options.quiet, "no progress and no notes");
     app.add_flag("--trace", trace, "write all that goes on with the camera to standard error");
     app.footer(
         "Exit status: 0 success, 1 the operation failed, 2 usage, 3 no such camera, 4 no permission,\n"
-        "5 the camera does not answer or is gone, 130 or 143 stopped by a signal.");
+        "5 the camera does not answer or is gone, 130 or 143 stopped by a signal.\n"
+        "vornctl COMMAND --help shows examples. The cooler stays as it is when a command ends.");
 
     CLI::App* list = app.add_subcommand("list", "list the attached cameras");
-    CLI::App* info = app.add_subcommand("info", "tell what a camera is and can do");
-    CLI::App* expose = app.add_subcommand("expose", "take one picture");
-    addDeviceOption(*info, options);
-    addExposeOptions(*expose, options);
+    CLI::App* info = addCommand(app, asked, "info", "tell what a camera is and can do", "  vornctl info -d k12");
+    const std::vector<Command> commands = {
+        {list, [&asked] { return vornctl::listCommand(asked.options); }},
+        {info, [&asked] { return vornctl::infoCommand(asked.options); }},
+        addExpose(app, asked),
+        addStatus(app, asked),
+        addMonitor(app, asked),
+        addCool(app, asked),
+        addWarm(app, asked),
+        addFilter(app, asked),
+        addShutter(app, asked),
+        addGuide(app, asked),
+        addGpio(app, asked),
+        addGain(app, asked),
+        addDoctor(app, asked),
+    };
 
     try {
         app.parse(argc, argv);
@@ -82,16 +308,16 @@ int run(int argc, char** argv)
         if (error.get_exit_code() == 0)
             return app.exit(error);  // help or version
         const bool anyCommand = !app.get_subcommands().empty();
-        (void)std::fprintf(stderr, "vornctl: %s (see vornctl --help)\n",
-                           anyCommand ? error.what() : "give a command it knows: list, info or expose");
+        const std::string problem = anyCommand ? error.what() : "give a command it knows: " + namesOf(commands);
+        (void)std::fprintf(stderr, "vornctl: %s (see vornctl --help)\n", problem.c_str());
         return vornctl::EXIT_USAGE;
     }
     VornDebug = trace;
-    if (*list)
-        return vornctl::listCommand(options);
-    if (*info)
-        return vornctl::infoCommand(options);
-    return *expose ? vornctl::exposeCommand(options) : vornctl::EXIT_USAGE;
+    for (const Command& command : commands) {
+        if (*command.app)
+            return command.run();
+    }
+    return vornctl::EXIT_USAGE;
 }
 
 }  // namespace

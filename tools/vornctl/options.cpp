@@ -80,4 +80,54 @@ Status parseRegion(const std::string& text, ExposureRequest& request)
     return Done{};
 }
 
+Status parseKind(const std::string& text, vorncapture::FrameKind& kind)
+{
+    using vorncapture::FrameKind;
+    for (const FrameKind known : {FrameKind::LIGHT, FrameKind::DARK, FrameKind::BIAS, FrameKind::FLAT}) {
+        if (text == vorncapture::frameKindName(known)) {
+            kind = known;
+            return Done{};
+        }
+    }
+    return refuse("\"" + text + "\" is no type of picture: give light, dark, bias or flat");
+}
+
+Status parseDirection(const std::string& text, vorncapture::GuideRelay& relay)
+{
+    using vorncapture::GuideRelay;
+    constexpr struct {
+        std::string_view name;
+        std::string_view number;
+        GuideRelay relay;
+    } DIRECTIONS[] = {{"x+", "1", GuideRelay::X_PLUS},
+                      {"x-", "2", GuideRelay::X_MINUS},
+                      {"y+", "3", GuideRelay::Y_PLUS},
+                      {"y-", "4", GuideRelay::Y_MINUS}};
+    for (const auto& direction : DIRECTIONS) {
+        if (text == direction.name || text == direction.number) {
+            relay = direction.relay;
+            return Done{};
+        }
+    }
+    return refuse("\"" + text + "\" is no direction: give x+, x-, y+ or y-, or the relay's number 1 to 4");
+}
+
+Status parseMask(const std::string& text, std::optional<uint16_t>& mask)
+{
+    std::string_view digits = text;
+    int base = 10;
+    if (digits.starts_with("0x"))
+        base = 16;
+    else if (digits.starts_with("0b"))
+        base = 2;
+    if (base != 10)
+        digits.remove_prefix(2);
+    uint16_t value = 0;
+    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value, base);
+    if (error != std::errc() || end != digits.data() + digits.size())
+        return refuse("\"" + text + "\" is no mask of lines: give a number from 0 to 65535, like 5, 0x5 or 0b101");
+    mask = value;
+    return Done{};
+}
+
 }  // namespace vornctl

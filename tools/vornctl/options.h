@@ -1,22 +1,35 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 
+#include "capture/accessories.h"
 #include "capture/exposure_request.h"
+#include "capture/name_pattern.h"
 #include "capture/result.h"
 
 namespace vornctl {
 
-/// What the user asked for, checked as far as that goes without a camera.
+/// What the user asked for, checked as far as that goes without a camera. Each command uses what concerns it.
 struct Options {
-    std::string device;    ///< text of -d; empty: the only camera
-    bool json = false;     ///< results as one JSON object on standard output
-    bool quiet = false;    ///< no progress, no notes
+    std::string device;                    ///< text of -d; empty: the only camera
+    bool json = false;                     ///< results as JSON objects on standard output
+    bool quiet = false;                    ///< no progress, no notes
+    std::optional<double> timeoutSeconds;  ///< longest wait; empty: what is usual for the command
+
+    // expose
     bool force = false;    ///< existing files may be replaced
-    std::string fitsPath;  ///< empty: none given
-    std::string pngPath;   ///< empty: none wanted
+    std::string fitsPath;  ///< pattern of names; empty: none given; "-": standard output
+    std::string pngPath;   ///< pattern of names; empty: none wanted
     vorncapture::ExposureRequest request;
+    std::optional<double> seconds;
+    vorncapture::FrameKind kind = vorncapture::FrameKind::LIGHT;
+    unsigned int count = 1;
+    double intervalSeconds = 0.0;  ///< from the start of one picture to the next
+    bool warmAtEnd = false;
+    std::optional<unsigned int> filter;
 };
 
 /// Reads "2.5" or "1e-3" into @p request. Error: BAD_REQUEST, for anything that is not a time to expose.
@@ -27,5 +40,14 @@ vorncapture::Status parseBinning(const std::string& text, vorncapture::ExposureR
 
 /// Reads "X,Y,WIDTH,HEIGHT" in unbinned sensor pixels into @p request. Error: BAD_REQUEST.
 vorncapture::Status parseRegion(const std::string& text, vorncapture::ExposureRequest& request);
+
+/// Reads "light", "dark", "bias" or "flat". Error: BAD_REQUEST.
+vorncapture::Status parseKind(const std::string& text, vorncapture::FrameKind& kind);
+
+/// Reads "x+", "x-", "y+", "y-" or a relay's number from 1 to 4. Error: BAD_REQUEST.
+vorncapture::Status parseDirection(const std::string& text, vorncapture::GuideRelay& relay);
+
+/// Reads a mask of GPIO lines: "5", "0x5" or "0b101". Error: BAD_REQUEST.
+vorncapture::Status parseMask(const std::string& text, std::optional<uint16_t>& mask);
 
 }  // namespace vornctl

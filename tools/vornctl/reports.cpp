@@ -2,7 +2,9 @@
 #include "reports.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <optional>
@@ -47,6 +49,8 @@ const char* coolerName(COOLER_TYPE cooler)
     return "unknown";
 }
 
+}  // namespace
+
 const char* coolingName(COOLING_STATE state)
 {
     switch (state) {
@@ -74,8 +78,6 @@ ordered_json describeCooling(const CameraInfo& info, const Telemetry& telemetry)
         json["temperatures_celsius"].push_back(hundredths(celsius));
     return json;
 }
-
-}  // namespace
 
 ordered_json describeCamera(const CameraInfo& info, const Telemetry& telemetry)
 {
@@ -118,6 +120,8 @@ ordered_json describeFrame(const Frame& frame)
     json["start_utc"] = vorncapture::fitsDate(frame.start);
     json["exposure_seconds"] = frame.exposureSeconds;
     json["dark"] = frame.request.dark;
+    json["type"] = frame.imageType.empty() ? ordered_json() : ordered_json(frame.imageType);
+    json["filter"] = orNull(frame.filter);
     json["width"] = frame.width;
     json["height"] = frame.height;
     json["region"] = {
@@ -127,6 +131,86 @@ ordered_json describeFrame(const Frame& frame)
     json["values"] = {{"min", *low}, {"max", *high}, {"mean", sum / static_cast<double>(frame.pixels.size())}};
     json["notes"] = frame.notes;
     return json;
+}
+
+namespace {
+
+ordered_json describeStatus(const Telemetry& telemetry, const std::optional<vorncapture::WheelStatus>& wheel,
+                            double elapsed)
+{
+    ordered_json json;
+    json["time_utc"] = vorncapture::fitsDate(std::chrono::system_clock::now());
+    json["elapsed_seconds"] = std::round(elapsed * 10.0) / 10.0;
+    json["ccd_celsius"] = hundredths(telemetry.ccdCelsius());
+    json["temperatures_celsius"] = ordered_json::array();
+    for (const auto& celsius : telemetry.celsius)
+        json["temperatures_celsius"].push_back(hundredths(celsius));
+    json["target_celsius"] = hundredths(telemetry.targetCelsius);
+    json["power_percent"] = hundredths(telemetry.coolerPowerPercent);
+    json["state"] = telemetry.coolingState ? ordered_json(coolingName(*telemetry.coolingState)) : ordered_json();
+    json["filter"] = wheel ? ordered_json(wheel->current) : ordered_json();
+    json["filter_moving"] = wheel ? ordered_json(wheel->moving) : ordered_json();
+    return json;
+}
+
+}  // namespace
+
+/// Prints nested values one a line, "sensor width: 1392", with units spelt as in the keys.
+void printPlain(const ordered_json& json, const std::string& prefix)
+{
+    for (const auto& [key, value] : json.items()) {
+        std::string label = prefix + key;
+        std::replace(label.begin(), label.end(), '_', ' ');
+        if (value.is_object())
+            printPlain(value, label + " ");
+        else if (value.is_string())
+            (void)std::printf("%s: %s\n", label.c_str(), value.get<std::string>().c_str());
+        else if (value.is_boolean())
+            (void)std::printf("%s: %s\n", label.c_str(), value.get<bool>() ? "yes" : "no");
+        else if (!value.is_null())
+            (void)std::printf("%s: %s\n", label.c_str(), value.dump().c_str());
+    }
+}
+
+void print(const std::vector<Field>& fields, bool json)
+{
+    ordered_json object;
+    for (const auto& [key, value] : fields)
+        std::visit([&object, &name = key](const auto& held) { object[name] = held; }, value);
+    if (json)
+        (void)std::printf("%s\n", object.dump().c_str());
+    else
+        printPlain(object, "");
+}
+
+void printStatus(const CameraInfo& info, const Telemetry& telemetry,
+                 const std::optional<vorncapture::WheelStatus>& wheel, double elapsed, bool json)
+{
+    ordered_json object;
+    object["camera"] = info.name;
+    object["serial"] = info.serialNumber;
+    object.update(describeStatus(telemetry, wheel, elapsed));
+    if (json)
+        (void)std::printf("%s\n", object.dump().c_str());
+    else
+        printPlain(object, "");
+}
+
+void printStatusLine(const Telemetry& telemetry, const std::optional<vorncapture::WheelStatus>& wheel, double elapsed,
+                     bool json)
+{
+    const ordered_json object = describeStatus(telemetry, wheel, elapsed);
+    if (json) {
+        (void)std::printf("%s\n", object.dump().c_str());
+    } else {
+        std::string line = object["time_utc"].get<std::string>();
+        for (const char* key : {"ccd_celsius", "target_celsius", "power_percent", "state", "filter"}) {
+            if (const auto& value = object[key]; !value.is_null())
+                line += std::string("  ") + key + "=" + (value.is_string() ? value.get<std::string>() : value.dump());
+        }
+        (void)std::printf("%s\n", line.c_str());
+    }
+    (void)std::fflush(stdout);
 }
 
 }  // namespace vornctl

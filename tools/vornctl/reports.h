@@ -2,7 +2,13 @@
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
+#include <string>
+#include <utility>
+#include <variant>
+#include <vector>
 
+#include "capture/accessories.h"
 #include "capture/frame.h"
 
 namespace vornctl {
@@ -11,7 +17,30 @@ namespace vornctl {
 /// absent is null.
 nlohmann::ordered_json describeCamera(const vorncapture::CameraInfo& info, const vorncapture::Telemetry& telemetry);
 
+/// What a camera says about its temperatures and its cooler, as `status --json` prints it.
+nlohmann::ordered_json describeCooling(const vorncapture::CameraInfo& info, const vorncapture::Telemetry& telemetry);
+
+/// @return "off", "on", "regulating" or "warming up".
+const char* coolingName(COOLING_STATE state);
+
 /// What a picture is and how it was made, as `expose --json` prints it, without its files.
 nlohmann::ordered_json describeFrame(const vorncapture::Frame& frame);
+
+/// Named values in order. Keys are never renamed.
+using Field = std::pair<std::string, std::variant<bool, int, unsigned int, std::string>>;
+
+/// Prints values on standard output: as one JSON object, or as "key: value" lines.
+void print(const std::vector<Field>& fields, bool json);
+
+/// Prints what temperatures, cooler and wheel are at, as `status` does.
+void printStatus(const vorncapture::CameraInfo& info, const vorncapture::Telemetry& telemetry,
+                 const std::optional<vorncapture::WheelStatus>& wheel, double elapsed, bool json);
+
+/// Prints the same in one line or one JSON object, as `monitor` does, and hands it on at once.
+void printStatusLine(const vorncapture::Telemetry& telemetry, const std::optional<vorncapture::WheelStatus>& wheel,
+                     double elapsed, bool json);
+
+/// Prints nested values one a line, "sensor width: 1392", with units spelt as in the keys.
+void printPlain(const nlohmann::ordered_json& json, const std::string& prefix);
 
 }  // namespace vornctl

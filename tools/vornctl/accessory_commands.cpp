@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+#include <cmath>
+
+#include "camera_access.h"
+#include "capture/accessories.h"
+#include "commands.h"
+#include "reports.h"
+
+namespace vornctl {
+using vorncapture::Done;
+using vorncapture::Status;
+
+int filterCommand(const Options& options, const std::optional<unsigned int>& position)
+{
+    return withCamera(options, [&](Opened& camera) -> Status {
+        if (!camera.session.info().caps.hasFilterWheel)
+            return lacking(camera.session, "filter wheel");
+        if (position) {
+            camera.progress.say("turning the filter wheel");
+            Status turned = vorncapture::turnWheel(camera.session, *position, &camera.cancel);
+            if (!turned.ok())
+                return turned;
+        }
+        const auto wheel = vorncapture::readWheel(camera.session);
+        if (!wheel.ok())
+            return wheel.error();
+        camera.progress.clear();
+        print({{"filter", wheel.value().current},
+               {"target", wheel.value().target},
+               {"moving", wheel.value().moving},
+               {"filters", wheel.value().count}},
+              options.json);
+        return Done{};
+    });
+}
+
+int shutterCommand(const Options& options, bool open)
+{
+    return withCamera(options, [&options, open](Opened& camera) -> Status {
+        if (!camera.session.info().caps.hasShutter)
+            return lacking(camera.session, "shutter");
+        Status moved = vorncapture::moveShutter(camera.session, open);
+        if (moved.ok())
+            print({{"shutter", open ? "open" : "closed"}}, options.json);
+        return moved;
+    });
+}
+
+int guideCommand(const Options& options, const GuideRequest& request)
+{
+    return withCamera(options, [&](Opened& camera) -> Status {
+        if (!camera.session.info().caps.hasGuidePort)
+            return lacking(camera.session, "guide port");
+        camera.progress.say("guiding");
+        Status guided = vorncapture::guidePulse(camera.session, request.relay, request.seconds, &camera.cancel);
+        camera.progress.clear();
+        if (guided.ok())
+            print({{"direction", request.direction},
+                   {"milliseconds", static_cast<int>(std::lround(request.seconds * 1000.0))}},
+                  options.json);
+        return guided;
+    });
+}
+
+int gpioCommand(const Options& options, const GpioRequest& request)
+{
+    return withCamera(options, [&](Opened& camera) -> Status {
+        const unsigned int lines = camera.session.info().caps.lineCount;
+        if (lines == 0)
+            return lacking(camera.session, "GPIO lines");
+        Status done = Done{};
+        if (request.outputs)
+            done = vorncapture::setLineDirections(camera.session, *request.outputs);
+        if (done.ok() && request.levels)
+            done = vorncapture::driveLines(camera.session, *request.levels);
+        if (!done.ok())
+            return done;
+        const auto levels = vorncapture::readLines(camera.session);
+        if (!levels.ok())
+            return levels.error();
+        print({{"lines", lines}, {"levels", unsigned{levels.value()}}}, options.json);
+        return Done{};
+    });
+}
+
+int gainCommand(const Options& options, const GainRequest& request)
+{
+    return withCamera(options, [&](Opened& camera) -> Status {
+        if (camera.session.info().family != ADVANCED)
+            return lacking(camera.session, "gain that can be set");
+        auto setting = vorncapture::readGain(camera.session);
+        if (!setting.ok())
+            return setting.error();
+        if (request.gain || request.offset) {
+            const vorncapture::GainSetting wanted{request.gain.value_or(setting.value().gain),
+                                                  request.offset.value_or(setting.value().offset)};
+            Status done = vorncapture::setGain(camera.session, wanted);
+            if (!done.ok())
+                return done;
+            setting = vorncapture::readGain(camera.session);
+            if (!setting.ok())
+                return setting.error();
+        }
+        print({{"gain", setting.value().gain}, {"offset", setting.value().offset}}, options.json);
+        return Done{};
+    });
+}
+
+}  // namespace vornctl

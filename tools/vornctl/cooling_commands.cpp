@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "camera_access.h"
+#include "capture/accessories.h"
+#include "capture/cooling.h"
+#include "capture/curve_plot.h"
+#include "capture/output_file.h"
+#include "commands.h"
+#include "reports.h"
+
+namespace vornctl {
+namespace {
+
+using vorncapture::Done;
+using vorncapture::Session;
+using vorncapture::Status;
+using vorncapture::Telemetry;
+
+constexpr double STEP_SECONDS = 0.1;  // how soon a wish to stop is noticed
+
+std::string degrees(const std::optional<double>& celsius)
+{
+    if (!celsius)
+        return "unknown";
+    std::array<char, 32> text = {};
+    (void)std::snprintf(text.data(), text.size(), "%.1f degC", *celsius);
+    return text.data();
+}
+
+/// "-5.3 degC, set-point -8.0 degC, power 61 %, 2:30 minutes", and what is left when that can be told.
+std::string coolingLine(const std::string& doing, const Telemetry& telemetry, const std::optional<double>& setPoint,
+                        double elapsed, double left)
+{
+    std::string line = doing + ": " + degrees(telemetry.ccdCelsius());
+    if (setPoint)
+        line += ", set-point " + degrees(setPoint);
+    std::array<char, 48> text = {};
+    if (telemetry.coolerPowerPercent) {
+        (void)std::snprintf(text.data(), text.size(), ", power %.0f %%", *telemetry.coolerPowerPercent);
+        line += text.data();
+    }
+    const auto seconds = static_cast<int>(elapsed);
+    (void)std::snprintf(text.data(), text.size(), ", %d:%02d min", seconds / 60, seconds % 60);
+    line += text.data();
+    if (left > 0.0) {
+        const int rest = static_cast<int>(std::min(left, 1e6));
+        (void)std::snprintf(text.data(), text.size(), ", %d:%02d left", rest / 60, rest % 60);
+        line += text.data();
+    }
+    return line;
+}
+
+void tellStatus(Session& session, const Options& options, double elapsed)
+{
+    std::optional<vorncapture::WheelStatus> wheel;
+    const Telemetry telemetry = session.readTelemetry();
+    if (session.info().caps.hasFilterWheel) {
+        if (const auto read = vorncapture::readWheel(session); read.ok())
+            wheel = read.value();
+    }
+    printStatus(session.info(), telemetry, wheel, elapsed, options.json);
+}
+
+/// @return the error of a camera that went silent while its telemetry was read, which leaves values out only.
+Status stillThere(const Session& session)
+{
+    if (!session.stuck())
+        return Done{};
+    return vorncapture::Error{vorncapture::ErrorKind::TIMEOUT, session.info().name + " does not answer",
+                              "Check its power supply and cable, unplug it and plug it in again."};
+}
+
+}  // namespace
+
+int coolCommand(const Options& options, const vorncapture::CoolingRequest& request)
+{
+    return withCamera(options, [&](Opened& camera) -> Status {
+        if (camera.session.info().caps.cooler <= COOLER_ALWAYSON)
+            return lacking(camera.session, "cooler that can be set");
+        std::optional<double> first;
+        const auto show = [&](const Telemetry& telemetry, double setPoint, double elapsed) {
+            // The rest of a ramp can be told; how long the sensor takes after it only the sensor knows.
+            if (!first)
+                first = telemetry.ccdCelsius();
+            const double ramp = request.perMinute
+                                    ? std::abs(request.targetCelsius - first.value_or(0.0)) / *request.perMinute * 60.0
+                                    : 0.0;
+            camera.progress.say(coolingLine("cooling", telemetry, setPoint, elapsed, ramp - elapsed));
+        };
+        Status done = vorncapture::coolDown(camera.session, request, &camera.cancel, show);
+        camera.progress.clear();
+        if (done.ok())
+            tellStatus(camera.session, options, 0.0);
+        return done;
+    });
+}
+
+int warmCommand(const Options& options, bool wait, double limitSeconds)
+{
+    return withCamera(options, [&](Opened& camera) -> Status {
+        if (camera.session.info().caps.cooler <= COOLER_ALWAYSON)
+            return lacking(camera.session, "cooler that can be set");
+        const auto show = [&](const Telemetry& telemetry, double, double elapsed) {
+            camera.progress.say(coolingLine("warming up", telemetry, std::nullopt, elapsed, 0.0));
+        };
+        Status done = vorncapture::warmUp(camera.session, wait, limitSeconds, &camera.cancel, show);
+        camera.progress.clear();
+        if (done.ok())
+            tellStatus(camera.session, options, 0.0);
+        return done;
+    });
+}
+
+int statusCommand(const Options& options)
+{
+    return withCamera(options, [&options](Opened& camera) -> Status {
+        camera.progress.clear();
+        tellStatus(camera.session, options, 0.0);
+        return stillThere(camera.session);
+    });
+}
+
+int monitorCommand(const Options& options, const MonitorRequest& request)
+{
+    if (!request.plotPath.empty()) {
+        const Status possible = vorncapture::OutputFile(request.plotPath, options.force).check();
+        if (!possible.ok())
+            return report(possible.error());
+    }
+    return withCamera(options, [&](Opened& camera) -> Status {
+        camera.progress.clear();
+        vorncapture::Clock& clock = camera.session.clock();
+        const double start = clock.steadySeconds();
+        std::vector<vorncapture::CurvePoint> curve;
+        const auto stopped = [&camera] { return camera.cancel.requested(); };
+        Status outcome = Done{};
+        for (unsigned int look = 0; (request.count == 0 || look < request.count) && !stopped() && outcome.ok();
+             ++look) {
+            const double due = start + look * request.intervalSeconds;
+            while (clock.steadySeconds() < due && !stopped())
+                clock.sleep(std::min(STEP_SECONDS, std::max(0.0, due - clock.steadySeconds())));
+            if (stopped())
+                break;
+            const double elapsed = clock.steadySeconds() - start;
+            const Telemetry telemetry = camera.session.readTelemetry();
+            outcome = stillThere(camera.session);
+            if (!outcome.ok())
+                break;
+            std::optional<vorncapture::WheelStatus> wheel;
+            if (camera.session.info().caps.hasFilterWheel) {
+                if (const auto read = vorncapture::readWheel(camera.session); read.ok())
+                    wheel = read.value();
+                else
+                    outcome = read.error();
+            }
+            printStatusLine(telemetry, wheel, elapsed, options.json);
+            curve.push_back({elapsed, telemetry.ccdCelsius(), telemetry.targetCelsius, telemetry.coolerPowerPercent});
+        }
+        // Also after a wish to stop, which is how a monitor usually ends.
+        if (!request.plotPath.empty()) {
+            const Status drawn = vorncapture::writeCurvePlot(curve, request.plotPath, options.force);
+            if (!drawn.ok())
+                return drawn;
+            if (!options.quiet)
+                (void)std::fprintf(stderr, "%s\n", request.plotPath.c_str());
+        }
+        if (outcome.ok() && stopped())
+            return vorncapture::Error{vorncapture::ErrorKind::CANCELLED, "stopped", ""};
+        return outcome;
+    });
+}
+
+}  // namespace vornctl
