@@ -94,8 +94,8 @@ OpenObstacle findObstacle(const std::string& trace, bool standIn)
         return OpenObstacle::GONE;
     if (says(trace, "cpu stopped 0") || says(trace, "incomplete firmware upload") || says(trace, "cpu started 0"))
         return OpenObstacle::FIRMWARE_REFUSED;
-    // A camera that answered a ping runs its program, so what follows is a matter of its description.
-    if (says(trace, "ping ok") || says(trace, "APPINIT completed"))
+    // What was read from the camera came through the bridge's program, so what follows is a matter of its description.
+    if (says(trace, "i2cRead 1") || says(trace, "ping ok") || says(trace, "APPINIT completed"))
         return OpenObstacle::NO_DESCRIPTION;
     if (standIn && says(trace, "cpu started 1"))
         return OpenObstacle::STAND_IN;
