@@ -155,14 +155,14 @@ void fillFile(FitsFile& fits, const Frame& frame, const std::string& creator)
     fits.pixels(frame.pixels);
 }
 
-Status finishFile(FitsFile& fits, const std::string& name)
+Status finishFile(FitsFile& fits, const std::string& name, const std::string& advice)
 {
     const int status = fits.finish();
     if (status == 0)
         return Done{};
     std::array<char, FLEN_STATUS> text = {};
     fits_get_errstatus(status, text.data());
-    return Error{ErrorKind::FILE_ERROR, "cannot write " + name + ": " + text.data(), "Is there room on the disk?"};
+    return Error{ErrorKind::FILE_ERROR, "cannot write " + name + ": " + text.data(), advice};
 }
 
 }  // namespace
@@ -190,7 +190,7 @@ Status writeFits(const Frame& frame, const std::string& path, const std::string&
 
     FitsFile fits(output.temporaryPath());
     fillFile(fits, frame, creator);
-    const Status written = finishFile(fits, path);
+    const Status written = finishFile(fits, path, "Is there room on the disk?");
     return written.ok() ? output.publish() : written;
 }
 
@@ -198,9 +198,9 @@ Status streamFits(const Frame& frame, const std::string& creator)
 {
     FitsFile fits;
     fillFile(fits, frame, creator);
-    const Status written = finishFile(fits, "standard output");
+    const Status written = finishFile(fits, "standard output", "Has its reader ended early?");
     if (written.ok() && std::fflush(stdout) != 0)
-        return Error{ErrorKind::FILE_ERROR, "cannot write to standard output", "Does its reader still run?"};
+        return Error{ErrorKind::FILE_ERROR, "cannot write to standard output", "Has its reader ended early?"};
     return written;
 }
 
