@@ -46,6 +46,7 @@ bool isReplacedMonitor(int descriptor, const sockaddr* address, socklen_t length
 
 }  // namespace
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the system's names are not for us
 extern "C" {
 
 [[gnu::visibility("default")]] int bind(int descriptor, const sockaddr* address, socklen_t length)
@@ -69,3 +70,4 @@ extern "C" {
     return next(descriptor);
 }
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

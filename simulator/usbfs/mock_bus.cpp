@@ -128,7 +128,7 @@ struct MockBus::State {
 std::string MockBus::State::path(const std::string& below) const
 {
     char* root = umockdev_testbed_get_root_dir(testbed.get());
-    const std::string whole = root + below;
+    std::string whole = root + below;
     g_free(root);
     return whole;
 }
@@ -144,7 +144,7 @@ std::string MockBus::State::plugIn(UsbDevice& device, DeviceLog& log, unsigned p
         std::make_shared<CameraPort>(device, *layout, clock, log, memory, eventsOf(device, log, address, *layout));
     // A program may hear of the device and open it as soon as it is added, so all else is made before.
     const std::string gate = path("/gate");
-    const std::string problem = serve(address, port, gate);
+    std::string problem = serve(address, port, gate);
     if (!problem.empty())
         return problem;
     GError* error = nullptr;
