@@ -62,6 +62,7 @@ TEST(Plan, ReadsAHighSensorAsFarDownAsTheDriverGoes)
 TEST(Plan, AsksQuickerCamerasForASquareAroundTheRegion)
 {
     const CameraInfo camera = CameraSession("K01")->info();  // 64 x 48
+    EXPECT_EQ(camera.name, "Vorn K01");
     const struct {
         Region region, asked;
         size_t firstValue;
