@@ -113,8 +113,9 @@ void Pattern::expectPicture(const Region& region, unsigned binX, unsigned binY, 
     const bool summed = std::any_of(frame.notes.begin(), frame.notes.end(),
                                     [](const auto& note) { return note.find("summed") != note.npos; });
     EXPECT_EQ(frame.notes.size(), (summed ? 1U : 0U) + (whole || shown == region ? 0U : 1U));
-    if (family != QUICKER)  // of which it depends on the region's shape
+    if (family != QUICKER) {  // of which it depends on the region's shape
         EXPECT_EQ(summed, family == IIDC && binX != binY);
+    }
     const unsigned cell = std::gcd(binX, binY);
     for (unsigned i = 0; i < frame.pixels.size(); i++) {
         const unsigned left = shown.x + i % frame.width * binX;

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#include <gtest/gtest.h>
+
+#include "capture/name_pattern.h"
+
+namespace {
+
+using namespace vorncapture;
+
+TEST(NamePattern, PlacesStandForWhatIsKnown)
+{
+    using namespace std::chrono;
+    NameParts parts{.number = 7, .start = sys_days{2024y / February / 29} + 23h + 59min + 58s};
+    parts.exposureSeconds = 2.5;
+    parts.celsius = -10.24;
+    parts.camera = "Vorn K12";
+    constexpr std::pair<const char*, const char*> ROWS[] = {
+        {"a.fits", "a.fits"},
+        {"{n}-{n:4}", "7-0007"},
+        {"{date}-{type}-{seconds}s", "20240229-235958-light-2.5s"},
+        {"{temp}C-{filter}-{camera}", "-10.2C-none-Vorn-K12"},
+        {"a{", nullptr},
+        {"a}b", nullptr},
+        {"{n:0}", nullptr},
+        {"{n:10}", nullptr},
+        {"{}", nullptr},
+    };
+    for (const auto& [pattern, name] : ROWS) {
+        const auto filled = fillPattern(pattern, parts);
+        ASSERT_EQ(filled.ok(), name != nullptr) << pattern;
+        if (name != nullptr) {
+            EXPECT_EQ(filled.value(), name);
+        }
+    }
+}
+
+TEST(NamePattern, ASequenceWithoutNumbersGetsThem)
+{
+    EXPECT_EQ(patternForSequence("a.fits", 1), "a.fits");
+    EXPECT_EQ(patternForSequence("a.fits", 2), "a-{n:3}.fits");
+    EXPECT_EQ(patternForSequence("dir.d/a", 12000), "dir.d/a-{n:5}");
+    EXPECT_EQ(patternForSequence("{n}.fits", 9), "{n}.fits");
+}
+
+}  // namespace

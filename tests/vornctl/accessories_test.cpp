@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include <nlohmann/json.hpp>
+
+#include "command_run.h"
+
+namespace {
+
+using namespace vornctltest;
+
+class Accessories : public CommandLine {};
+
+TEST_F(Accessories, WhatACameraLacksIsSaidInOneLine)
+{
+    constexpr std::pair<const char*, const char*> ROWS[] = {
+        {"filter 1", "filter wheel"},
+        {"shutter open", "shutter"},
+        {"guide x+ 10", "guide port"},
+        {"gpio", "GPIO lines"},
+        {"gain", "gain"},
+        {"cool -- -10", "cooler"},
+        {"expose -t 0.01 --filter 1", "filter wheel"},
+        {"warm", "cooler"},
+    };
+    for (const auto& [arguments, what] : ROWS)
+        EXPECT_TRUE(simulated("--camera XRM", arguments).refused(1, what)) << arguments;
+}
+
+TEST_F(Accessories, ASignalOpensTheGuideRelays)
+{
+    const std::pair<std::string, int> signals[] = {{"INT", 130}, {"TERM", 143}};
+    for (const auto& [name, status] : signals) {
+        // A second look at the camera would be refused as long as the first one has it.
+        const Outcome outcome = script("--camera k12", R"(
+            "$VORNCTL" guide y- 60000 --trace 2>trace &
+            i=0; until grep -q 'setGuideRelays 1' trace || [ $i -gt 300 ]; do sleep 0.05; i=$((i + 1)); done
+            kill -)" + name + " $!; wait $!");
+        EXPECT_EQ(outcome.status, status);
+        const std::string trace = contents("trace");
+        EXPECT_GT(trace.rfind("setGuideRelays(0)"), trace.rfind("setGuideRelays(8)")) << trace;
+    }
+}
+
+TEST_F(Accessories, MonitorWritesOneObjectALineAndDrawsTheCurve)
+{
+    const Outcome outcome = simulated("--camera k12", "monitor --json --count 3 --interval 0.1 --plot curve.png");
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    std::istringstream lines(outcome.out);
+    double before = -1.0;
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        const auto json = nlohmann::json::parse(line);
+        EXPECT_NEAR(json["ccd_celsius"].get<double>(), 15.0, 1.0);
+        EXPECT_GE(json["elapsed_seconds"], before);
+        before = json["elapsed_seconds"];
+    }
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(contents("curve.png").substr(1, 3), "PNG");
+}
+
+class Sequence : public CommandLine {};
+
+TEST_F(Sequence, NamesTellNumberFilterAndTemperatureAndTheHeaderTheFilter)
+{
+    const Outcome outcome = simulated("--camera k13 --ambient -5.2",
+                                      "expose -q -t 0.01 --bin 4 --type flat --filter 2 --count 2 "
+                                      "-o 'm{filter}-{n:2}-{type}-{seconds}-{camera}.fits'");
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    const std::vector<std::string> expected = {"m2-01-flat-0.01-Vorn-K13.fits", "m2-02-flat-0.01-Vorn-K13.fits"};
+    EXPECT_EQ(names(), expected);
+    const auto fits = readFits(expected.back());
+    EXPECT_EQ(fits.keys.at("FILTER"), "2");
+    EXPECT_EQ(fits.keys.at("IMAGETYP"), "Flat Frame");
+}
+
+TEST_F(Sequence, GoesToStandardOutputWhole)
+{
+    const Outcome outcome = script("--camera k12", R"("$VORNCTL" expose --type bias --bin 4 -o - >piped.fits)");
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    const auto fits = readFits("piped.fits");
+    EXPECT_TRUE(fits.intact);
+    EXPECT_EQ(fits.width, 348);
+}
+
+TEST_F(Sequence, NonsenseIsRefusedBeforeACameraIsTouched)
+{
+    constexpr std::pair<const char*, const char*> ROWS[] = {
+        {"expose -t 1 -o 'a-{sky}.fits'", "{n:3}"},
+        {"expose -t 1 -o - --json", "standard output"},
+        {"expose --type bias -t 1", "bias"},
+        {"expose -t 1 --type moon", "\"moon\""},
+        {"expose -t 1 --count 0", "--count"},
+        {"guide up 100", "\"up\""},
+        {"guide x+ 90000", "60000"},
+        {"gpio --set 0x10000", "0x10000"},
+        {"shutter ajar", "ajar"},
+        {"cool -- -300", "-300"},
+    };
+    for (const auto& [arguments, part] : ROWS)
+        EXPECT_TRUE(vornctl(arguments).refused(2, part)) << arguments;
+    EXPECT_TRUE(names().empty());
+}
+
+}  // namespace
