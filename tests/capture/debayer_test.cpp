@@ -79,10 +79,4 @@ TEST_P(Colours, AreThoseOfTheSceneForEachPhaseAndRegion)
 
 INSTANTIATE_TEST_SUITE_P(AllPhases, Colours, ::testing::Range(0, 8));
 
-TEST(Debayer, TakesPicturesOfAnySize)
-{
-    EXPECT_EQ(debayer(seen(0, 0, {0, 0, 1, 1})), (std::vector<uint16_t>{900, 900, 900}));
-    EXPECT_EQ(debayer(seen(0, 0, {0, 0, 2, 1})), (std::vector<uint16_t>{900, 2000, 900, 900, 2000, 2000}));
-}
-
 }  // namespace
