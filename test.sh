@@ -19,13 +19,15 @@ build() {
 }
 build asan-ubsan
 build tsan threads_test
+build tsan-clang threads_test
 build release
 
 jobs=$(nproc)
 echo "==> Tests under the address and undefined-behaviour sanitizers"
 ctest --preset asan-ubsan -j "$jobs"
-echo "==> Tests of threads under the thread sanitizer"
+echo "==> Tests of threads under the thread sanitizers of g++ and clang++"
 ctest --preset tsan -j "$jobs" -R Thread
+ctest --preset tsan-clang -j "$jobs" -R Thread
 echo "==> Simulated cameras on a real kernel"
 status=0
 tests/kernel/run.sh build/release || status=$?
