@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "capture/camera_list.h"
 #include "capture/open_diagnosis.h"
@@ -55,6 +56,18 @@ TEST(SelectCamera, SaysThatThereIsNone)
         ASSERT_FALSE(session.ok());
         EXPECT_NE(session.error().text.find("no camera is attached"), std::string::npos) << session.error().text;
     }
+}
+
+TEST(TraceCapture, GivesItsDescriptorsBack)
+{
+    const auto nextDescriptor = [] {
+        const int descriptor = dup(STDERR_FILENO);
+        (void)close(descriptor);
+        return descriptor;
+    };
+    const int before = nextDescriptor();
+    (void)TraceCapture().finish();
+    EXPECT_EQ(nextDescriptor(), before);
 }
 
 TEST(ExplainOpenFailure, KnowsTheCauseByTheUsbErrorInTheTrace)
