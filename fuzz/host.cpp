@@ -241,7 +241,7 @@ void copyFirmware(bool own, Input& input)
 
 }  // namespace
 
-void runHost(CAMERA_TYPE family, Start start, Operations operations, Input& input, vorntest::Backend* answers)
+void runHost(CAMERA_TYPE family, Start start, Operations operations, Input& input)
 {
     static FILE* const devNull = std::fopen("/dev/null", "w");
     static FILE* const realStderr = stderr;
@@ -256,7 +256,7 @@ void runHost(CAMERA_TYPE family, Start start, Operations operations, Input& inpu
     usb.driverActive = (conditions & DRIVER_ACTIVE) != 0 ? 1 : 0;
     usb.claimResult = (conditions & CLAIMED_BY_OTHERS) != 0 ? LIBUSB_ERROR_BUSY : 0;
     usb.altSettingResult = (conditions & NO_ALT_SETTING) != 0 ? LIBUSB_ERROR_NOT_FOUND : 0;
-    Host host(family, input, answers != nullptr ? *answers : usb);
+    Host host(family, input, usb);
     if (setjmp(exitPoint) == 0) {
         exitArmed = true;
         if (start == Start::OPENED)

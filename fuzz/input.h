@@ -14,8 +14,7 @@ namespace vornfuzz {
 /// The bytes of one execution, taken from the front. What lies behind the end reads as zeros.
 class Input {
 public:
-    /// @param copy when given, receives every byte taken: this is how seeds are recorded
-    explicit Input(std::span<const uint8_t> bytes, std::vector<uint8_t>* copy = nullptr) : rest_(bytes), copy_(copy) {}
+    explicit Input(std::span<const uint8_t> bytes) : rest_(bytes) {}
 
     bool exhausted() const { return rest_.empty(); }
 
@@ -24,8 +23,6 @@ public:
     {
         const std::span<const uint8_t> taken = rest_.first(std::min(length, rest_.size()));
         rest_ = rest_.subspan(taken.size());
-        if (copy_ != nullptr)
-            copy_->insert(copy_->end(), taken.begin(), taken.end());
         return taken;
     }
 
@@ -53,7 +50,6 @@ public:
 
 private:
     std::span<const uint8_t> rest_;
-    std::vector<uint8_t>* copy_;
 };
 
 /// Ends the program as a finding when @p condition does not hold.

@@ -56,12 +56,6 @@ double Input::real()
     return choice < std::size(INTERESTING) ? INTERESTING[choice] : number<double>();
 }
 
-uint8_t InputUsb::failure(int result)
-{
-    const auto* found = std::find(std::begin(ERRORS), std::end(ERRORS), result);
-    return static_cast<uint8_t>(FAILED + std::min<std::ptrdiff_t>(found - ERRORS, std::size(ERRORS) - 1));
-}
-
 int InputUsb::serve(const BusCall& call, std::span<uint8_t> data, int& transferred)
 {
     gone_ = gone_ || ++callCount_ > TRANSFER_BUDGET;

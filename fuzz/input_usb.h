@@ -23,12 +23,9 @@ public:
     int claimResult = 0;
     int altSettingResult = 0;
 
-    /// Status bytes of the reads below.
-    static constexpr uint8_t WHOLE = 0x00;
+    /// Status bytes from here on fail.
     static constexpr uint8_t FAILED = 0xE0;
     static constexpr size_t LARGEST_DATA_LENGTH = 256;
-    /// @return the status byte that stands for a libusb error.
-    static uint8_t failure(int result);
 
 private:
     int receive(std::span<uint8_t> data, int& transferred);

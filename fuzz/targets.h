@@ -31,9 +31,8 @@ enum class Start {
 /// Which operations the host calls, one after the other, until the input is used up.
 enum class Operations { NONE, ACCESSORIES, IMAGES, ALL };
 
-/// A host at work on one camera. @p answers replaces the answers from the input.
-void runHost(CAMERA_TYPE family, Start start, Operations operations, Input& input,
-             vorntest::Backend* answers = nullptr);
+/// A host at work on one camera.
+void runHost(CAMERA_TYPE family, Start start, Operations operations, Input& input);
 
 // parser_targets.cpp
 void packFirmware(Input& input);
