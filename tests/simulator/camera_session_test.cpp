@@ -10,7 +10,7 @@ using vorntest::bus;
 
 /// An open camera that has nothing to complain about.
 struct Opened : vorntest::SimulatedCamera {
-    explicit Opened(const char* model) : SimulatedCamera(model) { EXPECT_TRUE(camera.open()) << camera.getLastError(); }
+    explicit Opened(const char* name) : SimulatedCamera(name) { EXPECT_TRUE(camera.open()) << camera.getLastError(); }
     ~Opened() { expectNoComplaints(); }
 
     vornsim::CameraTruth truth() const { return dynamic_cast<vornsim::SimulatedCamera&>(*simulated).truth(); }

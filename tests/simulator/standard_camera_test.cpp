@@ -33,9 +33,8 @@ struct Session {
     {
         std::istringstream in(commands);
         for (std::string command; std::getline(in, command, ';');) {
-            Bytes bytes = hex(command);
-            bytes.insert(bytes.begin() + 1, 0);
-            host.parOut(hex("43 00 4D 00 44 00") + bytes);
+            const Bytes bytes = hex(command);
+            host.parOut(hex("43 00 4D 00 44 00") + Bytes{bytes[0], 0} + Bytes(bytes.begin() + 1, bytes.end()));
         }
     }
     /// Starts the application and waits for its "I".
