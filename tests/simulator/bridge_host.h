@@ -119,7 +119,7 @@ public:
             const Bytes part = receive(0x88, n + 1 - data.size(), timeoutMs);
             if (part.empty())
                 return {};
-            data = data + part;
+            data.insert(data.end(), part.begin(), part.end());
         }
         data.resize(n);
         return data;
