@@ -111,15 +111,17 @@ public:
         send(0x04, Bytes{9, 0, 0, 0, byte(16), byte(24), byte(0), byte(8), 0, 0, 0, 0, 0, 0, 0, 0});
     }
     /// Reads @p n bytes from the parallel bus, and the one that always follows. Empty after a timeout.
-    Bytes parIn(size_t n, int64_t timeoutMs = 30000)
+    /// Not inlined: g++ 12 then takes the freeing of the buffer for a mistake.
+    [[gnu::noinline]] Bytes parIn(size_t n, int64_t timeoutMs = 30000)
     {
         requestWords(n);
-        Bytes data;
-        while (data.size() < n + 1) {
-            const Bytes part = receive(0x88, n + 1 - data.size(), timeoutMs);
+        Bytes data(n + 1);
+        for (size_t moved = 0; moved < data.size();) {
+            const Bytes part = receive(0x88, data.size() - moved, timeoutMs);
             if (part.empty())
                 return {};
-            data.insert(data.end(), part.begin(), part.end());
+            std::copy(part.begin(), part.end(), data.begin() + static_cast<std::ptrdiff_t>(moved));
+            moved += part.size();
         }
         data.resize(n);
         return data;
