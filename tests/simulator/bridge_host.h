@@ -77,7 +77,8 @@ public:
     BulkResult send(uint8_t endpoint, const Bytes& data) { return device.bulkOut(endpoint, data); }
 
     /// Reads as a host with a timeout does. @return what arrived; `last` tells how it ended.
-    Bytes receive(uint8_t endpoint, size_t length, int64_t timeoutMs = 30000)
+    /// Not inlined: g++ 12 then takes the freeing of a buffer for a mistake.
+    [[gnu::noinline]] Bytes receive(uint8_t endpoint, size_t length, int64_t timeoutMs = 30000)
     {
         Bytes data(length);
         const int64_t deadline = clock.nowUs() + timeoutMs * 1000;
@@ -111,8 +112,7 @@ public:
         send(0x04, Bytes{9, 0, 0, 0, byte(16), byte(24), byte(0), byte(8), 0, 0, 0, 0, 0, 0, 0, 0});
     }
     /// Reads @p n bytes from the parallel bus, and the one that always follows. Empty after a timeout.
-    /// Not inlined: g++ 12 then takes the freeing of the buffer for a mistake.
-    [[gnu::noinline]] Bytes parIn(size_t n, int64_t timeoutMs = 30000)
+    Bytes parIn(size_t n, int64_t timeoutMs = 30000)
     {
         requestWords(n);
         Bytes data(n + 1);
