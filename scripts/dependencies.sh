@@ -13,7 +13,7 @@ TEST_PACKAGES="libgtest-dev libgmock-dev python3-minimal clang-14 llvm-14 libcla
 KERNEL_PACKAGES="qemu-system-x86 busybox-static cpio usbip libusbredirparser-dev"
 
 # For tests/long.sh besides.
-LONG_PACKAGES="valgrind debhelper debootstrap libusbredirparser-dev lintian"
+LONG_PACKAGES="valgrind debhelper debootstrap libusbredirparser-dev lintian python3-clang-14"
 
 # install_missing PACKAGE...: installs with apt those that are not installed yet.
 install_missing() {

@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # The tests that take long, with one table at the end of what each found. Their output goes to build/long/.
-# usage: tests/long.sh [NAME...]    with names only those: sweep soak valgrind packages
+# usage: tests/long.sh [NAME...]    with names only those: sweep soak valgrind unplug packages fuzz mutation
 # shellcheck disable=SC2317  # functions are called by their names
 set -eu
 cd "$(dirname "$0")/.."
@@ -10,7 +10,7 @@ cd "$(dirname "$0")/.."
 # shellcheck disable=SC2086  # the lists are split on purpose
 install_missing $BUILD_PACKAGES $TEST_PACKAGES $LONG_PACKAGES
 cmake --preset release -DVORNCCD_BUILD_TESTS=ON >/dev/null
-cmake --build --preset release --target fault_sweep soak
+cmake --build --preset release --target all
 bin=$PWD/build/release/bin
 logs=build/long
 mkdir -p "$logs"
@@ -26,12 +26,21 @@ run_valgrind() {
     valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite --error-exitcode=1 --trace-children=yes \
         "$bin/soak" --nights 3
 }
-
+# Every transfer of an exposure by a camera of each family.
+run_unplug() {
+    VORNCCD_UNPLUG_STRIDE=1 "$bin/usbfs_test" --gtest_filter='Unplugging.EndsAnExposure*'
+}
 run_packages() {
     sh tests/packaging/deb_test.sh
 }
+run_fuzz() {
+    JOBS=$(nproc) fuzz/run.sh 300
+}
+run_mutation() {
+    tests/mutation/run.py
+}
 
-[ $# -gt 0 ] || set -- sweep soak valgrind packages
+[ $# -gt 0 ] || set -- sweep soak valgrind unplug packages fuzz mutation
 table=""
 failed=0
 for name in "$@"; do
