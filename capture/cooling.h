@@ -56,8 +56,9 @@ struct CoolingRequest {
 /// Called in the caller's thread about once a second with what the camera says.
 using CoolingProgress = std::function<void(const Telemetry& telemetry, double setPointCelsius, double elapsedSeconds)>;
 
-/// Lowest and highest target that make sense.
-constexpr double LOWEST_TARGET_CELSIUS = -80.0;
+/// Lowest and highest target that make sense. Cameras count temperatures from -60 degrees up: a lower target would wrap
+/// round and heat the sensor.
+constexpr double LOWEST_TARGET_CELSIUS = -60.0;
 constexpr double HIGHEST_TARGET_CELSIUS = 40.0;
 
 /// Cools the sensor to a target. When it is cancelled the cooler goes on towards the set-point it has.
