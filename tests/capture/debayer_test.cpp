@@ -48,7 +48,8 @@ class Colours : public ::testing::TestWithParam<int>, protected capturetest::Tes
 
 TEST_P(Colours, AreThoseOfTheSceneForEachPhaseAndRegion)
 {
-    const Frame frame = seen(GetParam() & 1, GetParam() >> 1 & 1, {GetParam() >> 2U & 1U, 3, 61, 50});
+    const Frame frame =
+        seen(GetParam() & 1, GetParam() >> 1 & 1, {static_cast<unsigned int>(GetParam() >> 2 & 1), 3, 61, 50});
     const std::vector<uint16_t> colours = debayer(frame);
     ASSERT_EQ(colours.size(), frame.pixels.size() * 3);
     ASSERT_TRUE(writePng(frame, path("a.png"), false).ok());
