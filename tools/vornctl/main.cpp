@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// @file main.cpp
 /// Command line of vornctl: what can be asked, and what is refused before any camera is touched.
+#include <array>
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <exception>
@@ -18,6 +19,22 @@
 namespace {
 
 using vornctl::Options;
+
+constexpr double LONGEST_WAIT_SECONDS = 1e6;
+
+/// A check that says what is allowed in the digits that people write.
+CLI::Validator within(double low, double high)
+{
+    return {[low, high](std::string& text) -> std::string {
+                double value = 0.0;
+                if (CLI::detail::lexical_cast(text, value) && value >= low && value <= high)
+                    return "";
+                std::array<char, 80> allowed = {};
+                (void)std::snprintf(allowed.data(), allowed.size(), "give a number from %.9g to %.9g", low, high);
+                return "\"" + text + "\" does not do: " + allowed.data();
+            },
+            ""};
+}
 
 using Parser = vorncapture::Status (*)(const std::string&, vorncapture::ExposureRequest&);
 
@@ -42,7 +59,7 @@ void addDeviceOption(CLI::App& command, Options& options)
                     "(1:2 as lsusb has it, or the port 1-2.3)")
         ->type_name("CAMERA");
     command.add_option("--timeout", options.timeoutSeconds, "longest time to wait for the camera")
-        ->check(CLI::PositiveNumber)
+        ->check(within(0.1, LONGEST_WAIT_SECONDS))
         ->type_name("SECONDS");
 }
 
@@ -92,7 +109,7 @@ Command addFilter(CLI::App& app, Asked& asked)
 {
     CLI::App* command = addCommand(app, asked, "filter", "turn the filter wheel, or tell where it stands",
                                    "  vornctl filter\n  vornctl filter 3");
-    command->add_option("POSITION", asked.filter, "position to turn to, from 1");
+    command->add_option("POSITION", asked.filter, "position to turn to, from 1")->check(within(1.0, 255.0));
     return {command, [&asked] { return vornctl::filterCommand(asked.options, asked.filter); }};
 }
 
@@ -116,7 +133,7 @@ Command addGuide(CLI::App& app, Asked& asked)
         ->each([&asked](const std::string& text) { asked.guide.direction = text; });
     command->add_option("MILLISECONDS", asked.guideMilliseconds, "how long, 1 to 60000")
         ->required()
-        ->check(CLI::Range(1.0, vorncapture::LONGEST_PULSE_SECONDS * 1000.0));
+        ->check(within(1.0, vorncapture::LONGEST_PULSE_SECONDS * 1000.0));
     return {command, [&asked] {
                 asked.guide.seconds = asked.guideMilliseconds / 1000.0;
                 return vornctl::guideCommand(asked.options, asked.guide);
@@ -138,8 +155,8 @@ Command addGain(CLI::App& app, Asked& asked)
 {
     CLI::App* command = addCommand(app, asked, "gain", "tell or set gain and offset of the readout",
                                    "  vornctl gain\n  vornctl gain --gain 20 --offset 100");
-    command->add_option("--gain", asked.gain.gain, "0 to 63");
-    command->add_option("--offset", asked.gain.offset, "0 to 512");
+    command->add_option("--gain", asked.gain.gain, "0 to 63")->check(within(0.0, 63.0));
+    command->add_option("--offset", asked.gain.offset, "0 to 512")->check(within(0.0, 512.0));
     return {command, [&asked] { return vornctl::gainCommand(asked.options, asked.gain); }};
 }
 
@@ -151,9 +168,9 @@ Command addCool(CLI::App& app, Asked& asked)
                                    "  vornctl cool -10 --no-wait    only give the order");
     command->add_option("CELSIUS", asked.cooling.targetCelsius, "target in degrees Celsius")
         ->required()
-        ->check(CLI::Range(vorncapture::LOWEST_TARGET_CELSIUS, vorncapture::HIGHEST_TARGET_CELSIUS));
+        ->check(within(vorncapture::LOWEST_TARGET_CELSIUS, vorncapture::HIGHEST_TARGET_CELSIUS));
     command->add_option("--ramp", asked.cooling.perMinute, "lower the set-point evenly, so many degrees a minute")
-        ->check(CLI::PositiveNumber)
+        ->check(within(0.01, 1000.0))
         ->type_name("DEGREES");
     command->add_flag("--no-wait", asked.noWait, "do not wait; a ramp is still gone through");
     return {command, [&asked] {
@@ -187,7 +204,7 @@ Command addMonitor(CLI::App& app, Asked& asked)
                                    "  vornctl monitor --interval 10\n"
                                    "  vornctl monitor --json --count 60 --plot cooling.png");
     command->add_option("--interval", asked.monitor.intervalSeconds, "time between two readings")
-        ->check(CLI::PositiveNumber)
+        ->check(within(0.1, LONGEST_WAIT_SECONDS))
         ->type_name("SECONDS")
         ->capture_default_str();
     command->add_option("--count", asked.monitor.count, "number of readings; 0: until Ctrl-C");
@@ -237,11 +254,11 @@ Command addExpose(CLI::App& app, Asked& asked)
         ->type_name("FILE.fits");
     command->add_option("--png", options.pngPath, "automatically stretched picture")->type_name("FILE.png");
     command->add_option("-n,--count", options.count, "number of pictures")
-        ->check(CLI::Range(1U, 1000000U))
+        ->check(within(1.0, 1e6))
         ->type_name("N")
         ->capture_default_str();
     command->add_option("--interval", options.intervalSeconds, "from the start of one picture to that of the next")
-        ->check(CLI::NonNegativeNumber)
+        ->check(within(0.0, LONGEST_WAIT_SECONDS))
         ->type_name("SECONDS");
     command->add_flag("--warm", options.warmAtEnd, "start the camera's warm-up at the end, also after an error");
     command->add_flag("-f,--force", options.force, "replace existing files");
