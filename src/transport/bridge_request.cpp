@@ -6,6 +6,7 @@
 #include "transport/waveforms.h"
 #include "transport/wire.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <limits>
@@ -106,14 +107,27 @@ bool VornCameraImpl::parIn(uint8_t* buffer, unsigned n)
 {
     if (n == std::numeric_limits<unsigned>::max())
         return false;
-    // Zeros, since the copy below is made also of a partly filled buffer. Taken before the request: a request that
-    // nobody can read the answer of would leave it in the bridge.
-    HeapBytes received = zeroedBytes(uint64_t{n} + 1);
-    if (!received || !bulkTransfer(BRIDGE_PAR_IN, false, 0, n >> 16, n & 0xFFFF, nullptr, nullptr, 0, 0))
+    const int64_t total = int64_t{n} + 1;
+    const int64_t limit = chunkLimit();
+    // Only the last transfer brings the bridge's trailing byte, for which the caller has no room. Zeros, since the copy
+    // below is made also of a partly filled buffer. Taken before the request: a request that nobody can read the
+    // answer of would leave it in the bridge.
+    HeapBytes last = zeroedBytes(static_cast<uint64_t>(std::min(total, limit)));
+    if (!last || !bulkTransfer(BRIDGE_PAR_IN, false, 0, n >> 16, n & 0xFFFF, nullptr, nullptr, 0, 0))
         return false;
-    const bool ok = bulkRead(EP_PAR_IN, n + 1, received.get());
-    if (n != 0)
-        std::memcpy(buffer, received.get(), n);  // without the bridge's trailing byte
+    int64_t received = 0;
+    while (total - received > limit) {
+        int transferred = 0;
+        const bool ok = bulkReadOnce(EP_PAR_IN, static_cast<int>(limit), buffer + received, transferred);
+        received += transferred;
+        if (!ok) {
+            std::memset(buffer + received, 0, static_cast<size_t>(n - received));
+            return false;
+        }
+    }
+    const bool ok = bulkRead(EP_PAR_IN, static_cast<unsigned>(total - received), last.get());
+    if (received < n)
+        std::memcpy(buffer + received, last.get(), static_cast<size_t>(n - received));
     return ok;
 }
 

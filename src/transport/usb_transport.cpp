@@ -10,33 +10,38 @@ namespace {
 
 constexpr int64_t PACKET_LENGTH = 512;
 
-/// Largest chunk of one libusb call. A host may have set anything: below one byte one packet is asked for, and what
-/// does not fit libusb's signed length is cut to whole packets.
-int64_t chunkLimit(int64_t maxPacketSize)
+}  // namespace
+
+int64_t VornCameraImpl::chunkLimit() const
 {
     constexpr int64_t LARGEST = std::numeric_limits<int>::max() / PACKET_LENGTH * PACKET_LENGTH;
-    return maxPacketSize < 1 ? PACKET_LENGTH : std::min(maxPacketSize, LARGEST);
+    return maxPacketSize < 1 ? PACKET_LENGTH : std::min<int64_t>(maxPacketSize, LARGEST);
 }
 
-}  // namespace
+bool VornCameraImpl::bulkReadOnce(unsigned endpoint, int length, uint8_t* buffer, int& transferred)
+{
+    transferred = 0;
+    if (handle == nullptr)
+        return false;
+    const int result =
+        libusb_bulk_transfer(handle, static_cast<unsigned char>(endpoint), buffer, length, &transferred, timeout);
+    if (result < 0)
+        TRACE_DETAIL("%s    libusb_bulk_transfer -> %s\n", libusb_error_name(result));
+    return result >= 0;
+}
 
 bool VornCameraImpl::bulkRead(unsigned endpoint, unsigned length, uint8_t* buffer)
 {
-    const int64_t limit = chunkLimit(maxPacketSize);
+    const int64_t limit = chunkLimit();
     int64_t remaining = length;
     uint8_t* cursor = buffer;
     if (handle == nullptr)
         return false;
+    // A short transfer is no error: the rest is asked for again. Only libusb can end this loop early.
     while (remaining > 0) {
-        const int chunk = static_cast<int>(std::min(remaining, limit));
         int transferred = 0;
-        const int result =
-            libusb_bulk_transfer(handle, static_cast<unsigned char>(endpoint), cursor, chunk, &transferred, timeout);
-        if (result < 0) {
-            TRACE_DETAIL("%s    libusb_bulk_transfer -> %s\n", libusb_error_name(result));
+        if (!bulkReadOnce(endpoint, static_cast<int>(std::min(remaining, limit)), cursor, transferred))
             return false;
-        }
-        // A short transfer is no error: the rest is asked for again. Only libusb can end this loop early.
         remaining -= transferred;
         cursor += transferred;
     }

@@ -21,7 +21,7 @@ git -C "$source" ls-files -z | (cd "$source" && tar --null -T - -cf -) | tar -xf
 lintian --allow-root --fail-on error,warning "$work"/*.changes
 [ "$packages" = "$work" ] || cp "$work"/*.deb "$packages"
 
-debootstrap --variant=minbase --include=g++,cmake,make,pkg-config,udev bookworm "$root" >"$work/log" 2>&1 ||
+debootstrap --variant=minbase --include=g++,cmake,ninja-build,pkg-config,udev bookworm "$root" >"$work/log" 2>&1 ||
     { tail -n 20 "$work/log"; exit 1; }
 mkdir "$root/packages" "$root/here"
 cp "$work"/*.deb "$root/packages"

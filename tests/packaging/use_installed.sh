@@ -27,7 +27,7 @@ done
 cc -Wall -Wextra -Werror "$examples/plain_c.c" -o plain_c -ldl
 
 echo "find_package"
-cmake -S "$examples" -B cmake-build >cmake.log 2>&1 || { cat cmake.log; exit 1; }
+cmake -G Ninja -S "$examples" -B cmake-build >cmake.log 2>&1 || { cat cmake.log; exit 1; }
 cmake --build cmake-build --target example_list >cmake.log 2>&1 || { cat cmake.log; exit 1; }
 
 echo "examples"
