@@ -237,7 +237,8 @@ private:
     /// Largest chunk of one libusb call. A host may have set anything: below one byte one packet is asked for, and what
     /// does not fit libusb's signed length is cut to whole packets.
     VORNCCD_LOCAL int64_t chunkLimit() const;
-    /// One libusb call, which may bring less than @p length bytes. @p transferred is set also after a failure.
+    /// One libusb call on the open camera, which may bring less than @p length bytes. @p transferred is set also after
+    /// a failure.
     VORNCCD_LOCAL bool bulkReadOnce(unsigned endpoint, int length, uint8_t* buffer, int& transferred);
 
     // lifecycle/open.cpp

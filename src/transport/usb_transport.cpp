@@ -21,8 +21,6 @@ int64_t VornCameraImpl::chunkLimit() const
 bool VornCameraImpl::bulkReadOnce(unsigned endpoint, int length, uint8_t* buffer, int& transferred)
 {
     transferred = 0;
-    if (handle == nullptr)
-        return false;
     const int result =
         libusb_bulk_transfer(handle, static_cast<unsigned char>(endpoint), buffer, length, &transferred, timeout);
     if (result < 0)
