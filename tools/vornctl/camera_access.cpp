@@ -23,10 +23,9 @@ int withCamera(const Options& options, const std::function<vorncapture::Status(O
     ProgressLine progress(!options.quiet && !options.json);
     progress.say("opening the camera");
     auto opened = vorncapture::openSelected(vorncapture::listCameras(), selector.value(), sessionOptions);
-    if (!opened.ok()) {
-        progress.clear();
+    progress.clear();
+    if (!opened.ok())
         return leave(opened.error());
-    }
     Opened camera{*opened.value(), cancel, progress};
     const vorncapture::Status done = work(camera);
     progress.clear();

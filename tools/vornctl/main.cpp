@@ -285,6 +285,19 @@ std::string namesOf(const std::vector<Command>& commands)
     return names;
 }
 
+/// @return what is wrong with a command line that begins with @p first, and what is allowed.
+std::string problemOf(const CLI::ParseError& error, const CLI::App& app, const std::vector<Command>& commands,
+                      const std::string& first)
+{
+    const bool option = !first.empty() && first.front() == '-';
+    if (app.get_subcommands().empty())
+        return (first.empty() || option ? "give a command it knows: " : '"' + first + "\" is no command; it knows ") +
+               namesOf(commands);
+    if (option && dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
+        return "options stand behind the command: vornctl " + app.get_subcommands().front()->get_name() + " " + first;
+    return error.what();
+}
+
 int run(int argc, char** argv)
 {
     Asked asked;
@@ -324,9 +337,10 @@ int run(int argc, char** argv)
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0)
             return app.exit(error);  // help or version
-        const bool anyCommand = !app.get_subcommands().empty();
-        const std::string problem = anyCommand ? error.what() : "give a command it knows: " + namesOf(commands);
-        (void)std::fprintf(stderr, "vornctl: %s (see vornctl --help)\n", problem.c_str());
+        const std::string problem = problemOf(error, app, commands, argc > 1 ? argv[1] : "");
+        const auto given = app.get_subcommands();
+        const std::string helped = given.empty() ? "vornctl" : "vornctl " + given.front()->get_name();
+        (void)std::fprintf(stderr, "vornctl: %s (see %s --help)\n", problem.c_str(), helped.c_str());
         return vornctl::EXIT_USAGE;
     }
     VornDebug = trace;

@@ -153,6 +153,14 @@ ordered_json describeStatus(const Telemetry& telemetry, const std::optional<vorn
     return json;
 }
 
+std::string joined(const ordered_json& list)
+{
+    std::string text;
+    for (const auto& value : list)
+        text += (text.empty() ? "" : ", ") + (value.is_null() ? "unknown" : value.dump());
+    return text;
+}
+
 }  // namespace
 
 /// Prints nested values one a line, "sensor width: 1392", with units spelt as in the keys.
@@ -167,6 +175,8 @@ void printPlain(const ordered_json& json, const std::string& prefix)
             (void)std::printf("%s: %s\n", label.c_str(), value.get<std::string>().c_str());
         else if (value.is_boolean())
             (void)std::printf("%s: %s\n", label.c_str(), value.get<bool>() ? "yes" : "no");
+        else if (value.is_array())
+            (void)std::printf("%s: %s\n", label.c_str(), joined(value).c_str());
         else if (!value.is_null())
             (void)std::printf("%s: %s\n", label.c_str(), value.dump().c_str());
     }
