@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 #include <iterator>
-#include <map>
 #include <utility>
 #include <variant>
 
@@ -27,31 +26,6 @@ CameraOptions optionsOf(const CameraOptions& first, unsigned index)
 }
 
 }  // namespace
-
-void addCameraOptions(CLI::App& app, CameraChoice& choice, const std::string& examples)
-{
-    app.footer(examples + "\n\n" + FAULT_HELP);
-    const std::map<std::string, SceneKind> scenes{{"sky", SceneKind::SKY}, {"ramp", SceneKind::RAMP}};
-    app.add_option("--camera", choice.cameras, "A model to plug in, such as \"Vorn K12\" or K12; may be repeated")
-        ->type_name("MODEL")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_flag("--no-camera", choice.noCamera, "Plug nothing in");
-    app.add_option("--seed", choice.options.seed, "Which sky, noise and hot pixels; the n-th camera gets SEED+n-1")
-        ->capture_default_str();
-    app.add_option("--serial", choice.options.serialNumber,
-                   "Serial number of the first camera, the next ones follow (default: made from the seed)");
-    app.add_option("--scene", choice.options.scene, "What the sensors see: sky or ramp (a noiseless test pattern)")
-        ->transform(CLI::CheckedTransformer(scenes, CLI::ignore_case).description("sky|ramp"))
-        ->default_str("sky");
-    app.add_option("--ambient", choice.options.ambientCelsius, "Temperature around the cameras in degrees Celsius")
-        ->capture_default_str();
-    app.add_option("--fault", choice.faults, "Something to go wrong, as explained below; may be repeated")
-        ->type_name("WHEN,WHAT")
-        ->expected(1)
-        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-    app.add_option("--log", choice.logPath, "Write what the cameras do to this file, - for standard error");
-}
 
 int CameraSet::make(const CameraChoice& choice)
 {

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 #include <vector>
@@ -21,10 +20,6 @@ struct CameraChoice {
     std::string logPath;               ///< empty: no log
     std::vector<std::string> faults;   ///< as parseFault() reads them
 };
-
-/// Declares the options that fill @p choice, which must outlive the parsing, and explains them below the
-/// subcommand's own @p examples.
-void addCameraOptions(CLI::App& app, CameraChoice& choice, const std::string& examples);
 
 /// The simulated cameras of a run with their logs.
 class CameraSet {

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <cstdio>
-#include <memory>
 #include <nlohmann/json.hpp>
 
 #include "device/camera_catalogue.h"
@@ -34,16 +33,10 @@ void printTable()
 
 }  // namespace
 
-/// `vornsim list`: prints the models that can be simulated, as a table or as JSON.
-Subcommand addListCommand(CLI::App& app)
+int listCommand(const Options& options)
 {
-    CLI::App* options = app.add_subcommand("list", "List the cameras that can be simulated");
-    const auto asJson = std::make_shared<bool>(false);
-    options->add_flag("--json", *asJson, "Print JSON");
-    return {options, [asJson](const CommandLine& /*line*/) {
-                *asJson ? printJson() : printTable();
-                return 0;
-            }};
+    options.json ? printJson() : printTable();
+    return 0;
 }
 
 }  // namespace vornsim

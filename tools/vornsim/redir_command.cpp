@@ -10,7 +10,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -18,21 +17,12 @@
 
 #include "bus/real_clock.h"
 #include "bus/usb_layout.h"
-#include "camera_set.h"
 #include "redir/redir_session.h"
 #include "stop_signals.h"
 #include "subcommand.h"
 
 namespace vornsim {
 namespace {
-
-constexpr const char* EXAMPLES = R"(Examples:
-  qemu-system-x86_64 ... -device qemu-xhci \
-      -chardev socket,id=cam,path=cam.sock,server=on,wait=off -device usb-redir,chardev=cam
-  vornsim redir cam.sock --camera "Vorn K12"
-
-QEMU listens on the socket, one for each camera; vornsim connects to it and plugs the camera into the guest. Ctrl-C
-unplugs it, and starting vornsim again plugs one in again.)";
 
 constexpr auto SOCKET_PATIENCE = std::chrono::seconds(10);  // for a QEMU that is only starting
 constexpr auto SOCKET_PAUSE = std::chrono::milliseconds(50);
@@ -95,8 +85,12 @@ std::string serveCamera(const std::string& path, UsbDevice& camera, DeviceLog& l
     return "";
 }
 
-int run(const CameraChoice& choice, const std::vector<std::string>& sockets)
+}  // namespace
+
+int redirCommand(const Options& options)
 {
+    const CameraChoice& choice = options.choice;
+    const std::vector<std::string>& sockets = options.sockets;
     if (sockets.size() != choice.cameras.size())
         return fail(EXIT_USAGE, "there are " + std::to_string(choice.cameras.size()) + " cameras for " +
                                     std::to_string(sockets.size()) + " sockets; each camera needs one of its own");
@@ -118,22 +112,6 @@ int run(const CameraChoice& choice, const std::vector<std::string>& sockets)
         if (!problem.empty())
             exitStatus = fail(EXIT_OWN_FAILURE, problem);
     return exitStatus;
-}
-
-}  // namespace
-
-/// `vornsim redir`: plugs simulated cameras into a guest of QEMU.
-Subcommand addRedirCommand(CLI::App& app)
-{
-    CLI::App* options = app.add_subcommand("redir", "Plug simulated cameras into a guest of QEMU (USB redirection)");
-    const auto choice = std::make_shared<CameraChoice>();
-    addCameraOptions(*options, *choice, EXAMPLES);
-    const auto sockets = std::make_shared<std::vector<std::string>>();
-    options->add_option("SOCKET", *sockets, "The socket of QEMU's chardev, one for each camera")->required();
-    return {options, [choice, sockets](const CommandLine& line) {
-                (void)line;
-                return run(*choice, *sockets);
-            }};
 }
 
 }  // namespace vornsim

@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <cerrno>
 #include <cstring>
-#include <memory>
 
 #include "bus/real_clock.h"
-#include "camera_set.h"
 #include "subcommand.h"
 #include "usbfs/child_process.h"
 #include "usbfs/mock_bus.h"
@@ -12,15 +10,6 @@
 
 namespace vornsim {
 namespace {
-
-constexpr const char* EXAMPLES = R"(Examples:
-  vornsim run --camera "Vorn K12" -- vornctl list
-  vornsim run --camera K12 --camera K12 --log cameras.log -- vornctl expose -t 10 -o sky.fits
-  vornsim run --camera K12 --scene ramp -- gdb --args ./my-imaging-program
-  vornsim run --camera K12 --fault exposure=1,transfer=3,error=NO_DEVICE -- vornctl expose -t 10
-
-The program is not changed in any way: it uses the system's libusb-1.0 and sees the simulated cameras instead of the
-machine's USB devices. vornsim ends with the program's exit status, or 128 + the signal that ended it.)";
 
 int startFailure(const std::string& program, int error)
 {
@@ -31,7 +20,9 @@ int startFailure(const std::string& program, int error)
                 reason + std::strerror(error));
 }
 
-int run(const CameraChoice& choice, unsigned memoryMib, const CommandLine& line)
+}  // namespace
+
+int runCommand(const Options& options, const CommandLine& line)
 {
     if (line.program.empty())
         return fail(EXIT_USAGE,
@@ -44,11 +35,11 @@ int run(const CameraChoice& choice, unsigned memoryMib, const CommandLine& line)
     ChildProcess child;  // before any thread starts
     const RealClock clock;
     CameraSet cameras(clock);
-    if (const int exitStatus = cameras.make(choice))
+    if (const int exitStatus = cameras.make(options.choice))
         return exitStatus;
     ChildResult result;
     {
-        MockBus bus(clock, memoryMib);
+        MockBus bus(clock, options.usbfsMemoryMib);
         for (size_t i = 0; i < cameras.size(); ++i) {
             const std::string problem = bus.attach(cameras.camera(i), cameras.log(i));
             if (!problem.empty())
@@ -60,24 +51,6 @@ int run(const CameraChoice& choice, unsigned memoryMib, const CommandLine& line)
         return startFailure(line.program.front(), result.startError);
     cameras.reportComplaints();
     return result.exitStatus;
-}
-
-}  // namespace
-
-/// `vornsim run`: runs a program with simulated cameras in place of the machine's USB devices, and gives its exit
-/// status.
-Subcommand addRunCommand(CLI::App& app)
-{
-    CLI::App* options =
-        app.add_subcommand("run", "Run a program with simulated cameras: vornsim run ... -- PROGRAM ARGS");
-    const auto choice = std::make_shared<CameraChoice>();
-    addCameraOptions(*options, *choice, EXAMPLES);
-    const auto memoryMib = std::make_shared<unsigned>(MockBus::USUAL_MEMORY_MIB);
-    options
-        ->add_option("--usbfs-memory-mb", *memoryMib,
-                     "MiB that all USB transfers under way may take up, 0 for any number")
-        ->capture_default_str();
-    return {options, [choice, memoryMib](const CommandLine& line) { return run(*choice, *memoryMib, line); }};
 }
 
 }  // namespace vornsim

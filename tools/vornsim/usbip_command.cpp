@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include <cstdio>
-#include <memory>
 #include <string>
 
 #include "bus/real_clock.h"
-#include "camera_set.h"
 #include "stop_signals.h"
 #include "subcommand.h"
 #include "usbip/export_table.h"
@@ -12,13 +10,6 @@
 
 namespace vornsim {
 namespace {
-
-constexpr const char* EXAMPLES = R"(Examples:
-  vornsim usbip --camera "Vorn K12"
-  vornsim usbip --listen 127.0.0.1:3241 --camera K12 --camera XRM --log cameras.log
-
-It prints what to type in another terminal: the usbip tool lets the kernel attach the cameras, and from then on udev,
-lsusb and any program see them as hardware. Ctrl-C unplugs them all.)";
 
 void reportClient(const std::string& text)
 {
@@ -45,43 +36,27 @@ void explain(const usbip::UsbIpServer& server, const std::string& listen, usbip:
                      "vornsim: USB/IP has no passwords: everybody who reaches this address can use the cameras\n");
 }
 
-int run(const CameraChoice& choice, const std::string& listen)
+}  // namespace
+
+int usbipCommand(const Options& options)
 {
     const StopSignals stop;
     const RealClock clock;
     CameraSet cameras(clock);
-    if (const int exitStatus = cameras.make(choice))
+    if (const int exitStatus = cameras.make(options.choice))
         return exitStatus;
     usbip::ExportTable exports(clock);
     for (size_t i = 0; i < cameras.size(); ++i)
         if (!exports.add(cameras.camera(i), cameras.log(i)))
             return fail(EXIT_OWN_FAILURE, cameras.log(i).cameraName() + " has no valid descriptors");
     usbip::UsbIpServer server(exports, clock, reportClient);
-    const std::string problem = server.listen(listen);
+    const std::string problem = server.listen(options.listen);
     if (!problem.empty())
         return fail(EXIT_OWN_FAILURE, problem);
-    explain(server, listen, exports, cameras);
+    explain(server, options.listen, exports, cameras);
     server.run(stop.fd());
     cameras.reportComplaints();
     return 0;
-}
-
-}  // namespace
-
-/// `vornsim usbip`: lets real kernels attach simulated cameras.
-Subcommand addUsbipCommand(CLI::App& app)
-{
-    CLI::App* options = app.add_subcommand("usbip", "Let a real kernel attach simulated cameras (USB/IP)");
-    const auto choice = std::make_shared<CameraChoice>();
-    addCameraOptions(*options, *choice, EXAMPLES);
-    const auto listen = std::make_shared<std::string>("127.0.0.1:3240");
-    options->add_option("--listen", *listen, "Where clients reach the cameras")
-        ->type_name("ADDRESS:PORT")
-        ->capture_default_str();
-    return {options, [choice, listen](const CommandLine& line) {
-                (void)line;
-                return run(*choice, *listen);
-            }};
 }
 
 }  // namespace vornsim
