@@ -110,10 +110,13 @@ Axis roundAxis(double low, double high)
     return {std::floor(low / step) * step, std::max(std::ceil(high / step), std::floor(low / step) + 1.0) * step, step};
 }
 
+/// @return a multiple of the step with as many decimals as the step needs.
 std::string label(double value, double step)
 {
+    const int decimals = std::max(0, static_cast<int>(-std::floor(std::log10(step))));
+    const double rounded = std::round(value / step) * step + 0.0;  // no "-0"
     std::array<char, 32> text = {};
-    (void)std::snprintf(text.data(), text.size(), step < 1.0 ? "%.1f" : "%.0f", value + 0.0);
+    (void)std::snprintf(text.data(), text.size(), "%.*f", decimals, rounded);
     return text.data();
 }
 
@@ -129,13 +132,13 @@ double row(double part)
 
 void drawScales(Painter& painter, const Axis& minutes, const Axis& celsius)
 {
-    constexpr double HALF = 0.5;  // of a step, against rounding at the last line
-    for (double value = celsius.low; value < celsius.high + HALF * celsius.step; value += celsius.step) {
+    constexpr double SLACK = 1e-6;  // of a step, against rounding at the last line
+    for (double value = celsius.low; value < celsius.high + SLACK * celsius.step; value += celsius.step) {
         const double y = row(celsius.part(value));
         painter.line(LEFT, y, RIGHT, y, GRID);
         painter.text(LEFT - 8, static_cast<int>(y) - 4, label(value, celsius.step), 2);
     }
-    for (double value = minutes.low; value < minutes.high + HALF * minutes.step; value += minutes.step) {
+    for (double value = minutes.low; value < minutes.high + SLACK * minutes.step; value += minutes.step) {
         const double x = column(minutes.part(value));
         painter.line(x, TOP, x, BOTTOM, GRID);
         painter.text(static_cast<int>(x), BOTTOM + 10, label(value, minutes.step), 1);
