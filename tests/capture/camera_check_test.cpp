@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include <tuple>
+#include <utility>
+
 #include "capture/camera_check.h"
 #include "capture/open_diagnosis.h"
 
@@ -20,6 +23,46 @@ TEST(CameraCheck, TellsOfSlowPortsAndKernelDrivers)
     EXPECT_NE(findings[1].cure.find("1-2:1.0 | sudo tee /sys/bus/usb/drivers/usbtest/unbind"), std::string::npos);
 }
 
+/// @return the findings about a camera that has opened.
+std::vector<Finding> examineOpened(const CameraInfo& info, long usbMemoryMebibytes)
+{
+    CameraFacts facts;
+    facts.info = info;
+    facts.usbMemoryMebibytes = usbMemoryMebibytes;
+    return examine(facts);
+}
+
+TEST(CameraCheck, TellsOfMemoryThatIsTooSmallForAFrame)
+{
+    // 16 MiB hold 16,744,448 bytes with the system's 32 for each begun 16384.
+    const std::tuple<unsigned, unsigned, long, const char*> rows[] = {
+        {4088, 2048, 16, nullptr},
+        {9000, 9000, 0, nullptr},  // unknown
+        {4089, 2048, 16, "need 17 MiB"},
+        {9000, 9000, 16, "need 25 MiB"},  // the library reads 24 in one piece
+    };
+    for (const auto& [width, height, mebibytes, needs] : rows) {
+        CameraInfo info;
+        info.caps.pixelCountX = width;
+        info.caps.pixelCountY = height;
+        const auto findings = examineOpened(info, mebibytes);
+        ASSERT_EQ(findings.size(), needs == nullptr ? 1U : 2U) << width;
+        EXPECT_TRUE(needs == nullptr || findings[1].text.find(needs) != std::string::npos) << findings.back().text;
+    }
+}
+
+TEST(CameraCheck, TellsOfTemperaturesThatCannotBeRead)
+{
+    const std::tuple<CAMERA_TYPE, unsigned, size_t> rows[] = {
+        {STANDARD, 1, 2}, {STANDARD, 0, 1}, {IIDC, 1, 1}, {CLASSIC, 2, 2}};
+    for (const auto& [family, sensors, count] : rows) {
+        CameraInfo info;
+        info.family = family;
+        info.caps.tempSensorCount = sensors;
+        EXPECT_EQ(examineOpened(info, 0).size(), count) << family << ' ' << sensors;
+    }
+}
+
 TEST(OpenDiagnosis, AdvisesOnlyWhatIsMissing)
 {
     const std::string node = "/dev/bus/usb/001/002 belongs to root:root, mode 0600";
@@ -30,8 +73,24 @@ TEST(OpenDiagnosis, AdvisesOnlyWhatIsMissing)
     EXPECT_EQ(all.find("60-vornccd.rules"), std::string::npos) << all;
     EXPECT_EQ(all.find("usermod"), std::string::npos) << all;
     EXPECT_NE(all.find("udevadm trigger"), std::string::npos);
-    EXPECT_EQ(findObstacle("libusb_open: LIBUSB_ERROR_ACCESS", false), OpenObstacle::PERMISSION);
-    EXPECT_EQ(findObstacle("cpu started 1", true), OpenObstacle::STAND_IN);
+}
+
+TEST(OpenDiagnosis, ReadsTheObstacleInTheTrace)
+{
+    const std::pair<const char*, OpenObstacle> rows[] = {
+        {"libusb_open: LIBUSB_ERROR_ACCESS", OpenObstacle::PERMISSION},
+        {"cpu started 1", OpenObstacle::STAND_IN},
+        {"cpu started 1, i2cRead 1", OpenObstacle::NO_DESCRIPTION},
+        {"cpu started 1, kernel ping ok", OpenObstacle::NO_DESCRIPTION},
+        {"cpu started 1, APPINIT completed", OpenObstacle::NO_DESCRIPTION},
+        {"cpu stopped 0", OpenObstacle::FIRMWARE_REFUSED},
+        {"cpu started 0", OpenObstacle::FIRMWARE_REFUSED},
+        {"LIBUSB_ERROR_NOT_FOUND", OpenObstacle::GONE},
+        {"i2cRead 0", OpenObstacle::NO_ANSWER},
+    };
+    for (const auto& [trace, obstacle] : rows)
+        EXPECT_EQ(findObstacle(trace, true), obstacle) << trace;
+    EXPECT_EQ(findObstacle("cpu started 1", false), OpenObstacle::NO_ANSWER);
 }
 
 }  // namespace

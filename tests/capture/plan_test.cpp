@@ -22,7 +22,7 @@ TEST(Plan, RefusesBeforeTheCameraIsTouched)
         const char* text;  ///< part of what is said
     } rows[] = {
         {"K12", {.seconds = NAN_SECONDS}, "exposure time"},
-        {"K12", {.seconds = 172800.0}, "longer than a day"},
+        {"K12", {.seconds = 86400.5}, "longer than a day"},
         {"XRM", {.seconds = 0.6}, "up to 0.5 s"},
         {"K12", {.seconds = 1.0, .binY = 5}, "largest, 4x4"},
         {"K12", {.seconds = 1.0, .region = Region{0, 0, 0, 4}}, "empty"},
