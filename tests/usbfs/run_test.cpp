@@ -1,62 +1,146 @@
 // SPDX-License-Identifier: MIT
-// Host programs on the real libusb-1.0, with loopback devices behind umockdev.
+// `vornsim run`: host programs on the real libusb-1.0, with simulated cameras that may go wrong or go away.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <filesystem>
+#include <future>
+#include <vector>
 
 #include "command_result.h"
 
 namespace vornsim::test {
 namespace {
 
-TEST(RunWithLoopback, ProgramsFindDevicesAndEndAsTheyWould)
+/// For builds with sanitizers; others take no notice.
+const std::string RUN =
+    "export LSAN_OPTIONS=print_suppressions=0:suppressions=" LEAKS "; env -u LD_PRELOAD " VORNSIM " run --camera ";
+
+TEST(VornsimRun, EndsAsTheProgramDoesOrSaysWhatIsWrong)
 {
     const struct {
-        const char* label;
-        const char* program;
+        const char* arguments;
         int exitStatus;
-        const char* output;
+        const char* says;
     } cases[] = {
-        {"transfers", USBFS_HOST " transfers", 0, ""},
-        {"waiting", USBFS_HOST " waiting", 0, ""},
-        {"errors", USBFS_HOST " errors", 0, ""},
-        {"busy", USBFS_HOST " busy", 0, ""},
-        {"two hosts drive two devices at once",
-         "sh -c '" USBFS_HOST " transfers 1001 & " USBFS_HOST " errors 1002 && wait $!'", 0, ""},
-        {"programs that start at once do not disturb each other",
-         "sh -c 'for i in 1 2 3 4 5 6; do " USBFS_HOST " starting & done; wait'", 0, ""},
-        {"killed hosts leave no claim behind",
-         "sh -c 'exec 2>/dev/null; for i in 1 2 3; do " USBFS_HOST
-         " waiting & sleep 0.15; kill -9 $!; wait $!; done; " USBFS_HOST " busy'",
+        {"'Vorn K1Z' -- true", 2, "Did you mean \"Vorn K1"},
+        {"Nikon -- true", 2, "there is no camera \"Nikon\". Known cameras: Vorn K01, "},
+        {"K12", 2, "Put it after --"},
+        {"K12 -- no-such-program", 127, "cannot run \"no-such-program\": no such program"},
+        {"K12 -- /etc/passwd", 126, "cannot run \"/etc/passwd\""},
+        {"K12 --log /no/such/folder/log -- true", 125, "cannot write the log"},
+        {"K12 --help", 0, "Examples:"},
+        {"K12 -- true; " VORNSIM " list", 0, "\nVorn K12 "},
+        {"K12 -- true; " VORNSIM " list --json", 0, "\"name\": \"Vorn K12\",\n    \"family\": "},
+        {"K12 -- sh -c 'printf \"%s|\" \"$@\"; exit 5' sh -- --camera ''", 5, "--|--camera||"},
+        {"K12 -- sh -c 'kill -KILL $$'", 128 + 9, ""},
+        // terminal signals sent to vornsim are the program's to handle, and vornsim does not die before it
+        {"K12 -- sh -c 'trap \"exit 42\" TERM; kill -TERM $PPID; while :; do sleep 0.01; done'", 42, ""},
+        {"K12 -- sh -c 'trap \"\" INT; kill -INT $PPID; sleep 0.05; exit 3'", 3, ""},
+        {"K12 -- " USB_HOST " waiting", 0, ""},
+        // killed programs leave no claim behind
+        {"K12 -- sh -c 'exec 2>/dev/null; for i in 1 2 3; do " USB_HOST
+         " waiting & sleep 0.15; kill -9 $!; wait $!; done; " USB_HOST " busy'",
+         0, "vornsim: camera 1 (Vorn K12): 1 request that real firmware could not serve ("},
+        // programs that start at once do not disturb each other
+        {"K12 -- sh -c 'for i in 1 2 3 4 5 6; do " USB_HOST " starting & all=\"$all $!\"; done; "
+         "for i in $all; do wait $i || exit; done'",
          0, ""},
-        {"exit status", "sh -c 'exit 7'", 7, ""},
-        {"killed program", "sh -c 'kill -KILL $$'", 128 + 9, ""},
-        {"terminal signals sent to vornsim are the program's to handle",
-         "sh -c 'trap \"exit 42\" TERM; kill -TERM $PPID; while :; do sleep 0.01; done'", 42, ""},
-        {"vornsim does not die before its program", "sh -c 'trap \"\" INT; kill -INT $PPID; sleep 0.05; exit 3'", 3,
-         ""},
-        {"program that is not there", "no-such-program", 98, "no-such-program: No such file or directory\n"},
+        {"K12 --fault endpoint=0x86,transfer=1,error=PIPE --fault endpoint=0x86,transfer=2,error=OVERFLOW "
+         "--fault endpoint=0x86,transfer=3,error=TIMEOUT --fault endpoint=0x86,transfer=4,error=IO "
+         "--fault endpoint=0x86,transfer=5,error=NO_DEVICE -- " KERNEL_CHECK
+         " errors PIPE OVERFLOW TIMEOUT IO NO_DEVICE NO_DEVICE",
+         0, ""},
     };
     for (const auto& c : cases) {
-        const CommandResult result = runShell(std::string(USBFS_LOOPBACK_RUN " ") + c.program);
-        EXPECT_EQ(result.output, c.output) << c.label;
-        EXPECT_EQ(result.exitStatus, c.exitStatus) << c.label;
+        const CommandResult result = runShell(RUN + c.arguments);
+        EXPECT_EQ(result.exitStatus, c.exitStatus) << c.arguments << ": " << result.output;
+        EXPECT_NE(result.output.find(c.says), std::string::npos) << c.arguments << ": " << result.output;
     }
 }
 
-TEST(RunWithLoopback, HostSeesTheDevicesAndNothingIsLeftBehind)
+TEST(VornsimRun, LogsWhatTheCameraComplainedAbout)
+{
+    const std::string log = testing::TempDir() + "vornsim-complaints.log";
+    const std::string output = runShell(RUN + "K12 --log " + log + " -- " USB_HOST " busy; cat " + log).output;
+    EXPECT_NE(output.find("), see " + log + "\n"), std::string::npos) << output;
+    EXPECT_NE(output.find("Z camera 1 (Vorn K12): COMPLAINT: "), std::string::npos) << output;
+    (void)std::remove(log.c_str());
+}
+
+TEST(VornsimRun, HostSeesTheDevicesAndNothingIsLeftBehind)
 {
     const std::filesystem::path folder = std::filesystem::path(testing::TempDir()) / "usbfs-left-behind";
     const std::filesystem::path deep = folder / std::string(60, 'x');  // too long for the sockets in it
     std::filesystem::create_directories(deep);
     for (const std::filesystem::path& temporary : {folder, deep}) {
-        const CommandResult result =
-            runShell("TMPDIR=" + temporary.string() + " " USBFS_LOOPBACK_RUN " " USBFS_HOST " list | sort");
-        EXPECT_EQ(result.output, "1/1 1d6b:0002 speed 3\n1/2 1234:1001 speed 3\n1/3 1234:1002 speed 3\n");
+        const CommandResult result = runShell("export TMPDIR=" + temporary.string() + "; " + RUN +
+                                              "K12 --camera K06 -- " USB_HOST " list | sort");
+        EXPECT_EQ(result.output, "1/1 1d6b:0002 speed 3\n1/2 1234:df34 speed 3\n1/3 1234:df29 speed 3\n");
     }
     EXPECT_TRUE(std::filesystem::remove(deep)) << "which works on an empty directory only";
     EXPECT_TRUE(std::filesystem::is_empty(folder));
     std::filesystem::remove_all(folder);
+}
+
+/// Takes a picture into an empty directory. @return what was said, the exit status and the files there are then.
+std::string expose(const std::string& model, const std::string& fault)
+{
+    return runShell("cd $(mktemp -d) || exit; timeout 30 sh -c '" + RUN + model + " --fault " + fault +
+                    " -- " VORNCTL " expose -q -t 0.05 -o a.fits --png a.png'; echo exit $?; ls -A; rm -r \"$PWD\"")
+        .output;
+}
+
+/// Unplugs the camera at one transfer after the other, @p stride apart, until a picture is taken all the same.
+void sweep(const std::string& model, const std::string& since, unsigned stride)
+{
+    constexpr unsigned AT_ONCE = 4;
+    for (unsigned first = 1;; first += AT_ONCE * stride) {
+        std::vector<std::future<std::string>> runs;
+        for (unsigned i = 0; i < AT_ONCE; ++i)
+            runs.push_back(std::async(std::launch::async, expose, model,
+                                      since + ",transfer=" + std::to_string(first + i * stride) + ",error=NO_DEVICE"));
+        bool taken = false;
+        for (unsigned i = 0; i < AT_ONCE; ++i) {
+            const std::string said = runs[i].get();
+            if (said == "a.fits\na.png\nexit 0\na.fits\na.png\n")
+                taken = true;
+            else
+                EXPECT_TRUE(said.starts_with("vornctl: the camera ") && said.ends_with("again.\nexit 5\n"))
+                    << model << " " << since << " transfer " << first + i * stride << ": " << said;
+        }
+        if (taken || testing::Test::HasFailure())
+            break;
+    }
+}
+
+/// VORNCCD_UNPLUG_STRIDE=1 unplugs cameras of all families at every transfer, which takes half an hour.
+TEST(Unplugging, EndsAnExposureAtOnceAndLeavesNoFileBehind)
+{
+    const char* stride = std::getenv("VORNCCD_UNPLUG_STRIDE");
+    const std::vector<std::string> models = {"K12", "K03", "K27", "XRM", "K30"};
+    for (const std::string& model : stride ? models : std::vector(1, models[0])) {
+        sweep(model, "open=1", stride ? static_cast<unsigned>(std::atoi(stride)) : 173);
+        sweep(model, "exposure=1", 1);
+    }
+}
+
+TEST(Unplugging, LetsTheSameProgramUseTheCameraWhenItIsBack)
+{
+    const std::string unplug = " --fault endpoint=0x88,error=NO_DEVICE,replug=0.3,exposure=";
+    const std::string command = RUN + "K12" + unplug + "1,port=next" + unplug + "2 -- " USB_HOST " pictures";
+    EXPECT_EQ(runShell(command + " 1048576 1048576 1048576").output,
+              "Failed to get image\nFailed to get image\ntaken\n");
+}
+
+TEST(UsbfsMemory, IsTooLittleForTheUsualReadOfALargeSensorUntilSomebodyRaisesIt)
+{
+    const std::string parameter = "/sys/module/usbcore/parameters/usbfs_memory_mb";
+    const std::string said = runShell(RUN + "K33 --scene ramp -- sh -c 'cat " + parameter +
+                                      "; " KERNEL_CHECK " exposure 0 NO_MEM; echo 64 >" + parameter +
+                                      "; " KERNEL_CHECK " exposure 0 NONE && echo the ramp'")
+                                 .output;
+    EXPECT_TRUE(said.starts_with("16\nthe ramp\n")) << said;
 }
 
 }  // namespace
