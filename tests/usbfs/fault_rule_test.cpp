@@ -7,7 +7,7 @@
 #include <optional>
 #include <variant>
 
-#include "../simulator/family_fixture.h"
+#include "../simulator/device_fixture.h"
 #include "bus/urb_queue.h"
 #include "device/faulty_device.h"
 

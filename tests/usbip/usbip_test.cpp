@@ -11,6 +11,7 @@
 #include <string>
 #include <thread>
 
+#include "../simulator/device_fixture.h"
 #include "device/usb_function.h"
 #include "usbip/export_table.h"
 #include "usbip/usbip_connection.h"
@@ -19,22 +20,8 @@
 namespace vornsim::usbip {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-/// "01 11 x30" is 01, then 11 thirty times.
-Bytes hex(const std::string& text)
-{
-    Bytes bytes;
-    size_t at = 0;
-    while ((at = text.find_first_not_of(' ', at)) != std::string::npos) {
-        if (text[at] == 'x')
-            bytes.resize(bytes.size() + std::stoul(text.substr(at + 1)) - 1, bytes.back());
-        else
-            bytes.push_back(static_cast<uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
-        at = std::min(text.find(' ', at), text.size());
-    }
-    return bytes;
-}
+using test::Bytes;
+using test::hex;
 
 /// Command, sequence number, device (of no matter), direction, endpoint, flags, length, then frame, packets, interval
 /// and setup bytes.
@@ -94,16 +81,6 @@ TEST(UsbIpParser, TakesWholeMessagesAndRefusesWhatNoneBeginsWith)
     for (const char* refused : {"01 06 80 05 00 x4", "01 11 80 04 00 x4", "01 11 80 03 00 x4 31 x32"})
         EXPECT_TRUE(std::holds_alternative<Malformed>(parseRequest(hex(refused)).message)) << refused;
 }
-
-struct TestClock : Clock {
-    int64_t nowUs() const override { return us; }
-    int64_t us = 0;
-};
-
-struct Silent : DeviceLog {
-    void note(const std::string& /*text*/) override {}
-    void complain(const std::string& /*text*/) override {}
-};
 
 /// Endpoint 0x86 has three bytes from a certain time on, or whatever a test makes of it.
 class Device : public UsbFunction {
@@ -174,8 +151,8 @@ class UsbIp : public testing::Test {
 protected:
     UsbIp() { EXPECT_TRUE(exports.add(device, log)); }
 
-    TestClock clock;
-    Silent log;
+    test::ManualClock clock;
+    test::CollectingLog log;
     Device device{clock};
     ExportTable exports{clock};
     Peer peer{exports, clock};
@@ -214,11 +191,11 @@ TEST_F(UsbIp, AnswersTransfersWhenTheDeviceDoes)
     EXPECT_EQ(peer.heard(), hex(answer("00 00 00 03 00 00 00 01", "00 x4", "00 00 00 12") +
                                 " 12 01 00 02 FF FF FF 40 34 12 78 56 02 01 00 00 00 01"));
 
-    device.readyAtUs = 500;
+    device.readyAtUs = 1000500;
     EXPECT_TRUE(peer.say(READ_1024));
-    EXPECT_EQ(peer.connection->nextWakeUs(), 500);
+    EXPECT_EQ(peer.connection->nextWakeUs(), 1000500);
     EXPECT_TRUE(peer.heard().empty());
-    clock.us = 500;
+    clock.pass(500);
     EXPECT_TRUE(peer.connection->onTime());
     const Bytes three = hex(answer("00 00 00 03 00 00 00 07", "00 x4", "00 00 00 03") + " AB AB AB");
     EXPECT_EQ(peer.heard(), three);
@@ -256,7 +233,7 @@ TEST_F(UsbIp, DropsClientsThatAskTooMuchOrNothing)
     EXPECT_EQ(peer.connection->complaint(), "the client has too many transfers under way");
     EXPECT_FALSE(Peer(exports, clock).say("DE AD BE EF x60"));
     const Peer silent(exports, clock);
-    EXPECT_EQ(silent.connection->nextWakeUs(), 10'000'000);
+    EXPECT_EQ(silent.connection->nextWakeUs(), clock.nowUs() + 10'000'000);
     EXPECT_FALSE(silent.connection->onTime());
 }
 
