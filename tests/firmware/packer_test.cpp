@@ -1,18 +1,63 @@
 // SPDX-License-Identifier: MIT
+#include "packer/table.h"
+
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <map>
+#include <random>
 #include <set>
 
-#include "packer/table.h"
-#include "programs.h"
+#include "command_result.h"
 #include "vornccd.h"
 
 namespace firmware {
 namespace {
 
 using testing::HasSubstr;
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes bytesOf(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
+
+Bytes readFile(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+/// A dump of a program with its vectors and @p code at 0x002E; unused bytes between the vectors are 0xFF.
+Bytes dumpWith(const Bytes& code)
+{
+    Bytes dump(0x2E, 0xFF);
+    const std::pair<ptrdiff_t, Bytes> vectors[] = {
+        {0x00, {0x02, 0x00, 0x2E, 0x32}}, {0x0B, {0x32}}, {0x13, {0x32}}, {0x1B, {0x32}}, {0x23, {0x32}},
+        {0x2B, {0x02, 0x00, 0x30}}};
+    for (const auto& [address, bytes] : vectors)
+        std::copy(bytes.begin(), bytes.end(), dump.begin() + address);
+    dump.insert(dump.end(), code.begin(), code.end());
+    return dump;
+}
+
+/// `boot: sjmp boot`, `tick: reti`.
+const Bytes IDLE_CODE = {0x80, 0xFE, 0x32};
+
+/// The same program, written by hand in the other formats.
+const std::string IDLE_HEX =
+    ":0400000002002E329A\r\n"
+    ":01000B0032C2\n:0100130032BA\n:01001B0032B2\n:0100230032AA\n\n"
+    ":03002B00020030A0\n"
+    ":03002E0080FE321F\n"
+    ":00000001FF\n";
+const Bytes IDLE_RECORDS = {4,    0x00, 0x00, 0x02, 0x00, 0x2E, 0x32, 1,    0x0B, 0x00, 0x32, 1,    0x13,
+                            0x00, 0x32, 1,    0x1B, 0x00, 0x32, 1,    0x23, 0x00, 0x32, 3,    0x2B, 0x00,
+                            0x02, 0x00, 0x30, 3,    0x2E, 0x00, 0x80, 0xFE, 0x32, 0,    0,    0};
 
 Bytes first(const Bytes& bytes, size_t length, size_t from = 0)
 {
@@ -63,9 +108,7 @@ TEST(Pack, FinishedWorkIsNotLaidOutAnew)
     odd[18000] = 0xEE;
     std::swap_ranges(odd.begin() + 7, odd.begin() + 11, odd.begin() + 11);
     EXPECT_TRUE(pack(odd, Format::TABLE).value() == odd);
-    const Bytes stream = first(odd, 9071);
-    const Bytes table = pack(stream, Format::RECORDS).value();
-    EXPECT_TRUE(first(table, 9071) == stream);
+    EXPECT_TRUE(first(pack(first(odd, 9071), Format::RECORDS).value(), 9071) == first(odd, 9071));
 }
 
 TEST(Pack, RefusesWithOneClearLine)
@@ -116,37 +159,15 @@ TEST(Pack, RefusesWithOneClearLine)
 
 TEST(Pack, SurvivesDamagedInput)
 {
-    uint64_t state = 1;
-    const auto random = [&state](size_t below) {
-        state = state * 6364136223846793005u + 1442695040888963407u;
-        return static_cast<size_t>(state >> 33) % below;
-    };
-    for (const Bytes& sound : {bytesOf(IDLE_HEX), IDLE_RECORDS, dumpWith(IDLE_CODE), idleTable()}) {
+    std::minstd_rand random;
+    for (const Bytes& sound : {bytesOf(IDLE_HEX), IDLE_RECORDS, dumpWith(IDLE_CODE), idleTable()})
         for (int round = 0; round < 500; ++round) {
-            Bytes input = sound;
-            input.resize(random(4) == 0 ? random(input.size() + 1) : input.size());
-            for (size_t damage = random(4); damage > 0 && !input.empty(); --damage)
-                input[random(input.size())] = static_cast<uint8_t>(random(256));
+            Bytes input = first(sound, random() % 4 == 0 ? random() % (sound.size() + 1) : sound.size());
+            for (size_t damage = random() % 4; damage > 0 && !input.empty(); --damage)
+                input[random() % input.size()] = static_cast<uint8_t>(random());
             const Result<Table> result = pack(input, Format::AUTO);
             ASSERT_EQ(result.value().size(), result.ok() ? 18146u : 0u);
         }
-    }
-}
-
-struct Record {
-    size_t address = 0;
-    Bytes data;
-};
-
-/// The first stream of a table, walked independently of the packer.
-std::vector<Record> recordsOf(const Table& table)
-{
-    std::vector<Record> records;
-    for (size_t at = 0; table.at(at) != 0; at += 3u + table[at]) {
-        const auto data = table.begin() + static_cast<ptrdiff_t>(at) + 3;
-        records.push_back({table.at(at + 1) + table.at(at + 2) * size_t{256}, Bytes(data, data + table[at])});
-    }
-    return records;
 }
 
 TEST(PackedTable, HasEveryFigureOfTheLayout)
@@ -157,26 +178,26 @@ TEST(PackedTable, HasEveryFigureOfTheLayout)
     EXPECT_EQ(first(table, 9071), first(table, 9071, 9074)) << "second copy";
     EXPECT_EQ(table[18145], 0) << "last byte";
 
-    const std::vector<Record> records = recordsOf(table);
+    std::vector<std::pair<size_t, Bytes>> records;  // address and data, the first stream walked without the packer
     std::map<size_t, int> lengths;
     std::set<size_t> loaded;
-    for (const Record& record : records) {
-        ++lengths[record.data.size()];
-        for (size_t i = 0; i < record.data.size(); ++i)
-            EXPECT_TRUE(loaded.insert(record.address + i).second) << "twice: " << record.address + i;
+    for (size_t at = 0; table.at(at) != 0; at += 3u + table[at]) {
+        records.emplace_back(table.at(at + 1) + table.at(at + 2) * size_t{256}, first(table, table[at], at + 3));
+        ++lengths[table[at]];
+        for (size_t i = 0; i < table[at]; ++i)
+            EXPECT_TRUE(loaded.insert(records.back().first + i).second) << "twice: " << records.back().first + i;
     }
     EXPECT_EQ(lengths, (std::map<size_t, int>{{1, 4}, {3, 1}, {4, 1}, {8, 643}, {9, 4}, {14, 113}}));
     EXPECT_EQ(loaded.size(), 6773u);
     EXPECT_EQ(*loaded.rbegin(), 0x1A97u);
 
     // The vectors, then the upper half, then the lower one.
-    EXPECT_EQ(first(table, 32),
-              (Bytes{4,    0x00, 0x00, 0x02, 0x00, 0x2E, 0x32, 1, 0x0B, 0x00, 0x32, 1,    0x13, 0x00, 0x32, 1,
-                     0x1B, 0x00, 0x32, 1,    0x23, 0x00, 0x32, 3, 0x2B, 0x00, 0x02, 0x00, 0x30, 8,    0xB8, 0x0E}));
-    EXPECT_EQ(records[6 + 379].address, 0x1A90u);
-    EXPECT_EQ(records[6 + 380].address, 0x002Eu);
-    EXPECT_EQ(first(records[6 + 380].data, 6), (Bytes{0x80, 0xFE, 0x32, 0x02, 0x00, 0x00}));
-    EXPECT_EQ(records.back().address, 0x0EB0u);
+    EXPECT_EQ(first(table, 29), first(IDLE_RECORDS, 29));
+    EXPECT_EQ(records[6].first, 0x0EB8u);
+    EXPECT_EQ(records[6 + 379].first, 0x1A90u);
+    EXPECT_EQ(records[6 + 380].first, 0x002Eu);
+    EXPECT_EQ(first(records[6 + 380].second, 6), (Bytes{0x80, 0xFE, 0x32, 0x02, 0x00, 0x00}));
+    EXPECT_EQ(records.back().first, 0x0EB0u);
 }
 
 TEST(BuiltTable, IsWhatThePackerMakes)
@@ -184,6 +205,83 @@ TEST(BuiltTable, IsWhatThePackerMakes)
     const Result<Table> table = pack(readFile(BUILT_FROM_FILE), Format::AUTO);
     ASSERT_TRUE(table.ok()) << table.error();
     EXPECT_EQ(Bytes(std::begin(FIRMWARE), std::end(FIRMWARE)), table.value());
+}
+
+/// A directory of its own, with programs good and bad.
+class PackCommand : public testing::Test {
+protected:
+    PackCommand()
+    {
+        char name[] = "/tmp/pack-firmware-XXXXXX";
+        directory_ = mkdtemp(name);
+        put("good.hex", IDLE_HEX);
+        put("bad.hex", IDLE_HEX.substr(0, 30));
+        put("large.bin", std::string(1'100'000, '\2'));
+    }
+    ~PackCommand() override { std::filesystem::remove_all(directory_); }
+
+    void put(const std::string& name, const std::string& content) const
+    {
+        std::ofstream(directory_ / name, std::ios::binary) << content;
+    }
+
+    vornsim::test::CommandResult run(const std::string& arguments) const
+    {
+        return vornsim::test::runShell("cd " + directory_.string() + " && " PACK_COMMAND " " + arguments);
+    }
+
+    size_t fileCount() const
+    {
+        return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(directory_), {}));
+    }
+
+    std::filesystem::path directory_;
+};
+
+TEST_F(PackCommand, WritesWhatWasAskedFor)
+{
+    const auto outcome = run("good.hex -o table.cpp --binary-out table.bin");
+    EXPECT_EQ(outcome.exitStatus, 0);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(readFile(directory_ / "table.bin").size(), 18146u);
+    EXPECT_EQ(run("table.bin --format table -o again.cpp --binary-out again.bin").exitStatus, 0);
+    EXPECT_TRUE(readFile(directory_ / "again.bin") == readFile(directory_ / "table.bin"));
+    EXPECT_EQ(fileCount(), 3u + 4u) << "no temporary file stays";
+}
+
+TEST_F(PackCommand, RefusesWithoutTouchingTheOutput)
+{
+    put("old.cpp", "old");
+    std::filesystem::create_directory(directory_ / "taken");
+    const struct {
+        const char* arguments;
+        int status;
+        const char* message;
+    } cases[] = {
+        {"--help", 0, "Examples:"},
+        {"", 2, "INPUT"},
+        {"good.hex", 2, "-o or --binary-out"},
+        {"good.hex -o old.cpp --binary-out old.cpp", 2, "another file"},
+        {"good.hex -o old.cpp --colour", 2, "--colour"},
+        {"good.hex -o old.cpp --format records", 1, "good.hex: record"},
+        {"bad.hex -o old.cpp", 1, "bad.hex: line 2"},
+        {"none.hex -o old.cpp", 1, "none.hex: cannot read: No such file"},
+        {". -o old.cpp", 1, ".: cannot read: it is a directory"},
+        {"large.bin -o old.cpp", 1, "large.bin: the file is larger than 1 MiB"},
+        {"good.hex -o old.cpp --binary-out nowhere/table.bin", 1, "nowhere/table.bin: cannot write: No such file"},
+        {"good.hex -o taken", 1, "taken: cannot put in place: Is a directory"},
+    };
+    const size_t before = fileCount();
+    for (const auto& c : cases) {
+        const auto outcome = run(c.arguments);
+        EXPECT_EQ(outcome.exitStatus, c.status) << c.arguments;
+        EXPECT_THAT(outcome.output, HasSubstr(c.message)) << c.arguments;
+        if (c.status == 1) {
+            EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 1) << c.arguments;
+        }
+        EXPECT_EQ(readFile(directory_ / "old.cpp"), bytesOf("old")) << c.arguments;
+        EXPECT_EQ(fileCount(), before) << c.arguments;
+    }
 }
 
 }  // namespace
