@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 #include "scene/stars.h"
 
@@ -17,15 +18,13 @@ using Values = std::vector<uint16_t>;
 /// A sensor without noise of its own: one electron a unit, no bias, nothing saturates below the converter.
 SensorModel quietSensor()
 {
-    SensorModel sensor;
-    sensor.width = 320;
-    sensor.height = 240;
-    sensor.electronsPerAdu = 1.0;
-    sensor.readNoise = 0.0;
-    sensor.darkCurrentAtZero = 0.0;
-    sensor.fullWell = 1.0e9;
-    sensor.biasAdu = 0.0;
-    return sensor;
+    return {.width = 320,
+            .height = 240,
+            .electronsPerAdu = 1.0,
+            .readNoise = 0.0,
+            .darkCurrentAtZero = 0.0,
+            .fullWell = 1.0e9,
+            .biasAdu = 0.0};
 }
 
 Values wholeFrame(const SensorModel& sensor, const Integration& integration, uint32_t bin = 1, uint64_t seed = 1)
@@ -36,10 +35,7 @@ Values wholeFrame(const SensorModel& sensor, const Integration& integration, uin
 
 double mean(const Values& values)
 {
-    double sum = 0.0;
-    for (const uint16_t value : values)
-        sum += value;
-    return sum / static_cast<double>(values.size());
+    return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
 }
 
 TEST(Expose, ChargeFollowsTimeAndTemperature)
@@ -49,8 +45,7 @@ TEST(Expose, ChargeFollowsTimeAndTemperature)
     sensor.darkCurrentAtZero = 5.0;
     const struct {
         const char* label;
-        Integration once;
-        Integration twice;
+        Integration once, twice;
     } cases[] = {
         {"dark, twice the time", {.darkSeconds = 20, .celsius = 0}, {.darkSeconds = 40, .celsius = 0}},
         {"dark, 6 degrees warmer", {.darkSeconds = 20, .celsius = -3}, {.darkSeconds = 20, .celsius = 3}},
@@ -68,10 +63,7 @@ TEST(Expose, ChargeFollowsTimeAndTemperature)
 
 TEST(Expose, RegionHoldsThePixelsOfTheWholeFrame)
 {
-    SensorModel sensor;
-    sensor.width = 320;
-    sensor.height = 240;
-    sensor.colour = true;
+    SensorModel sensor = {.width = 320, .height = 240, .colour = true};
     const Integration integration = {.lightSeconds = 300, .darkSeconds = 301, .driftX = 0.3, .driftY = -2.7};
     const Values whole = wholeFrame(sensor, integration);
     EXPECT_NE(whole, wholeFrame(sensor, integration, 1, 2)) << "another seed";
@@ -162,10 +154,7 @@ TEST(PaintSky, BayerPhaseDecidesWhichFilterIsWhere)
 TEST(Expose, IsTheSameOnEveryMachine)
 {
     // FNV-1a over the values, recorded once: compilers, optimisation and processors must not change a bit.
-    SensorModel sensor;
-    sensor.width = 200;
-    sensor.height = 150;
-    sensor.colour = true;
+    const SensorModel sensor = {.width = 200, .height = 150, .colour = true};
     uint64_t hash = 0xCBF29CE484222325u;
     const Integration integration = {
         .lightSeconds = 60, .darkSeconds = 61.5, .celsius = -11.3, .driftX = 20.3, .driftY = -2.7};
@@ -176,9 +165,7 @@ TEST(Expose, IsTheSameOnEveryMachine)
 
 TEST(Expose, SurvivesImpossibleRequests)
 {
-    SensorModel sensor;
-    sensor.width = 40;
-    sensor.height = 30;
+    const SensorModel sensor = {.width = 40, .height = 30};
     for (const double value : {-1.0, std::nan(""), std::numeric_limits<double>::infinity(), -1e300}) {
         const Integration integration = {value, value, value, value, value, 0};
         EXPECT_EQ(Scene(1).expose(sensor, integration, {}, 40, 30).size(), 1200u) << value;
