@@ -114,14 +114,4 @@ TEST_F(DiscoveryDeathTest, NoPlaceForACameraEndsTheProcess)
         EXPECT_EXIT(list(max), testing::ExitedWithCode(1), "^Assertion \"max>0\" failed \\(vornccdusb, [0-9]+\\)");
 }
 
-TEST(Destroy, LeavesAnOpenHandleAlone)
-{
-    VornCamera_destroy(nullptr);
-    Script usb;
-    auto* camera = new VornCameraImpl(&usb.device, "Vorn K12", STANDARD);
-    camera->handle = usb.device.openHandle();
-    VornCamera_destroy(camera);  // the script expects no close
-    EXPECT_EQ(usb.device.openCount, 1);
-}
-
 }  // namespace

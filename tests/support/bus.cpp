@@ -5,7 +5,6 @@
 #include <unistd.h>
 #include <cstdarg>
 #include <cstdio>
-#include <map>
 
 namespace vorntest {
 
@@ -22,11 +21,6 @@ __attribute__((format(printf, 1, 2))) std::string format(const char* text, ...)
 }
 
 }  // namespace
-
-bool BusCall::countable() const
-{
-    return kind != CLOSE && kind != PAUSE && kind != DRIVER_ACTIVE && kind != DETACH_DRIVER;
-}
 
 std::string BusCall::text() const
 {
@@ -86,22 +80,12 @@ int Bus::call(libusb_device& device, BusCall call, uint8_t* data, int* transferr
         return LIBUSB_ERROR_INVALID_PARAM;
     }
     const bool out = call.kind == BusCall::BULK_OUT || call.kind == BusCall::CONTROL_OUT;
-    const Fault& fault = device.fault;
-    const int number = call.countable() ? ++device.callCount : 0;
-    const bool hit = number != 0 && fault.at != 0 && (number == fault.at || (fault.forEver && number > fault.at));
+    if (call.countable() && ++device.callCount == device.fault.at)
+        now_ += device.fault.delayUs;
+    if (out && data != nullptr)
+        call.bytes.assign(data, data + call.length);
     int moved = 0;
-    int result = 0;
-    if (hit)
-        now_ += fault.delayUs;
-    if (hit && fault.shortenTo < 0 && fault.delayUs == 0) {
-        result = fault.result;
-    } else {
-        if (hit && fault.shortenTo >= 0 && call.length > fault.shortenTo)
-            call.length = fault.shortenTo;
-        if (out && data != nullptr)
-            call.bytes.assign(data, data + call.length);
-        result = device.backend->serve(call, {data, static_cast<size_t>(call.length)}, moved);
-    }
+    const int result = device.backend->serve(call, {data, static_cast<size_t>(call.length)}, moved);
     if (transferred != nullptr)
         *transferred = moved;
     return result;
@@ -111,7 +95,7 @@ void Bus::pause(long us)
 {
     now_ += us;
     if (pauseListener != nullptr)
-        pauseListener->paused(us);
+        pauseListener(us);
 }
 
 ssize_t Bus::deviceList(libusb_device*** list)
@@ -249,18 +233,12 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t re
 // the names of the real one differ from version to version
 const char* LIBUSB_CALL libusb_error_name(int code)
 {
-#define NAME(name)  \
-    {               \
-        name, #name \
-    }
-    static const std::map<int, const char*> NAMES = {
-        NAME(LIBUSB_SUCCESS),      NAME(LIBUSB_ERROR_IO),        NAME(LIBUSB_ERROR_INVALID_PARAM),
-        NAME(LIBUSB_ERROR_ACCESS), NAME(LIBUSB_ERROR_NO_DEVICE), NAME(LIBUSB_ERROR_NOT_FOUND),
-        NAME(LIBUSB_ERROR_BUSY),   NAME(LIBUSB_ERROR_TIMEOUT),   NAME(LIBUSB_ERROR_OVERFLOW),
-        NAME(LIBUSB_ERROR_PIPE),   NAME(LIBUSB_ERROR_NO_MEM)};
-#undef NAME
-    const auto found = NAMES.find(code);
-    return found != NAMES.end() ? found->second : "**UNKNOWN**";
+    static const char* const NAMES[] = {
+        "LIBUSB_SUCCESS",      "LIBUSB_ERROR_IO",          "LIBUSB_ERROR_INVALID_PARAM",
+        "LIBUSB_ERROR_ACCESS", "LIBUSB_ERROR_NO_DEVICE",   "LIBUSB_ERROR_NOT_FOUND",
+        "LIBUSB_ERROR_BUSY",   "LIBUSB_ERROR_TIMEOUT",     "LIBUSB_ERROR_OVERFLOW",
+        "LIBUSB_ERROR_PIPE",   "LIBUSB_ERROR_INTERRUPTED", "LIBUSB_ERROR_NO_MEM"};  // from 0 downwards
+    return code <= 0 && code >= LIBUSB_ERROR_NO_MEM ? NAMES[-code] : "**UNKNOWN**";
 }
 
 int usleep(useconds_t us)

@@ -10,9 +10,7 @@
 /// Script usb;
 /// VornCameraImpl camera(&usb.device, "Vorn K12", STANDARD);
 /// camera.handle = usb.device.openHandle();
-/// usb.out(0x04, "0C ?? 00 00 32 00 ...");            // header filled with zeros to 16 bytes
-/// usb.out(0x04, "03 ?? 00 00 00 00 00 00 05 ...").in(0x86, 9, "00 00 20 00 00 00 00 00 00");
-/// usb.pause(200000);
+/// usb.out(0x04, "03 ?? 00 00 00 00 00 00 05 ...").in(0x86, 9, "00 00 20 00 00 00 00 00 00").pause(200000);
 /// usb.parIn(2, "65 00").fails(LIBUSB_ERROR_TIMEOUT);  // the last step written
 /// @endcode
 ///
@@ -62,6 +60,7 @@ struct ScriptStep {
     Place place = {};
     Consequence ifFailing = {};
 
+    bool matches(BusCall made) const;
     /// @return as BusCall::text(), `??` where any byte will do.
     std::string text() const;
 };
@@ -70,11 +69,11 @@ struct ScriptStep {
 std::vector<int> parseHex(const std::string& hex);
 /// Hex notation without `??` to bytes.
 std::vector<uint8_t> parseBytes(const std::string& hex);
-
+/// @return the low eight bits in hex notation.
+std::string hexByte(size_t value);
+std::string toHex(std::span<const uint8_t> bytes);
 /// @return @p count bytes 00, each with a blank before it.
 std::string zeros(size_t count);
-/// @return the bytes in hex notation.
-std::string toHex(std::span<const uint8_t> bytes);
 
 /// A list of expected calls. Each function that names a call adds a step and notes where it was written.
 class Steps {
@@ -91,28 +90,44 @@ public:
     {
         return add({.kind = BusCall::ALT_SETTING, .index = setting}, place);
     }
-    Steps& out(unsigned endpoint, const std::string& hex, Place place = Place::here());
-    Steps& in(unsigned endpoint, int length, const std::string& hex, Place place = Place::here());
+    Steps& out(unsigned endpoint, const std::string& hex, Place place = Place::here())
+    {
+        return add({.kind = BusCall::BULK_OUT, .endpoint = endpoint, .timeoutMs = timeoutMs_}, place, hex);
+    }
     Steps& in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place = Place::here());
+    Steps& in(unsigned endpoint, int length, const std::string& hex, Place place = Place::here())
+    {
+        return in(endpoint, length, parseBytes(hex), place);
+    }
     Steps& controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex,
                       Place place = Place::here());
     Steps& controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
                      Place place = Place::here());
-    Steps& pause(long us, Place place = Place::here());
+    Steps& pause(long us, Place place = Place::here()) { return add({.pauseUs = us}, place); }
 
     /// The last step returns @p result, and moves no data when that is negative.
     Steps& fails(int result = LIBUSB_ERROR_IO);
     /// Bulk transfers written from here on are expected with this timeout; 30000 at first.
-    Steps& timeout(unsigned ms);
+    Steps& timeout(unsigned ms)
+    {
+        timeoutMs_ = ms;
+        return *this;
+    }
 
     // ---- exchanges that every test repeats ------------------------------------------------------------------------
 
     /// `parOut`: the bytes on endpoint 0x02, then request 10 and its acknowledgement.
-    Steps& parOut(const std::string& hex, Place place = Place::here());
+    Steps& parOut(const std::string& hex, Place place = Place::here())
+    {
+        return out(0x02, hex, place).out(0x04, "0A ?? FF ...", place).in(0x86, 4, "00 00 00 00", place);
+    }
     /// `parIn` of @p length bytes: request 9, then the bytes and one more on endpoint 0x88.
     Steps& parIn(unsigned length, const std::string& hex, Place place = Place::here());
     /// A STANDARD command: `43 00 4D 00 44 00` and @p hex by parOut.
-    Steps& command(const std::string& hex, Place place = Place::here());
+    Steps& command(const std::string& hex, Place place = Place::here())
+    {
+        return parOut("43 00 4D 00 44 00 " + hex, place);
+    }
     /// The bytes (address byte first) by an acknowledged I2C write.
     Steps& i2cWrite(const std::string& hex, Place place = Place::here());
     /// An EEPROM read of @p length bytes at byte address @p address: word address written, data read.
@@ -120,68 +135,73 @@ public:
     /// The whole upload of the exported firmware table: 768 control transfers.
     Steps& firmwareUpload(Place place = Place::here());
     /// The parallel channel drained when it is empty: one read of @p length bytes that ends in a timeout after 100 ms.
-    Steps& emptyFlush(unsigned length = 1, Place place = Place::here());
+    Steps& emptyFlush(unsigned length = 1, Place place = Place::here())
+    {
+        return timeout(100).parIn(length, "", place).fails(LIBUSB_ERROR_TIMEOUT).timeout(30000);
+    }
 
     // ---- marks for sweeps: what a failure of the steps written from here on means -----------------------------------
 
     /// The operation does @p afterwards and fails with @p error. In long groups sweeps fail samples only.
-    Steps& ends(const Steps& afterwards, const char* error);
+    Steps& ends(const Steps& afterwards, const char* error)
+    {
+        return mark({.afterwards = std::make_shared<const Steps>(afterwards), .error = error});
+    }
     /// The steps up to the next mark are given up, and all goes on behind them.
-    Steps& harmless();
+    Steps& harmless() { return mark({.kind = Consequence::HARMLESS}); }
     /// Nothing here: that is another test's.
-    Steps& untried();
+    Steps& untried() { return mark({.kind = Consequence::UNTRIED}); }
     /// @return the text that the operation leaves; of the steps that forEachFailure() hands out.
     const char* error() const { return error_; }
 
     // ---- lists as values ------------------------------------------------------------------------------------------
 
-    /// Adds the steps of @p other from the @p first-th up to the @p last-th, which is not added.
-    Steps& append(const Steps& other, size_t first = 0, size_t last = SIZE_MAX);
+    /// Adds the steps of @p other from the @p first-th on.
+    Steps& append(const Steps& other, size_t first = 0);
     /// Drops all steps from the @p count-th on.
     Steps& cut(size_t count);
     /// Drops the first step that sends @p hex, and all behind it.
     Steps& cutBefore(const std::string& hex);
-    /// @return steps so far, pauses included; the index that the next step will have.
+    /// @return steps so far, pauses included.
     size_t size() const { return steps_.size(); }
-    ScriptStep& operator[](size_t index) { return steps_[index]; }
-    const ScriptStep& operator[](size_t index) const { return steps_[index]; }
+    ScriptStep& last() { return steps_.back(); }
 
 protected:
     std::vector<ScriptStep> steps_;
-    unsigned timeoutMs_ = 30000;
 
 private:
     friend void forEachFailure(const Steps& whole, const std::function<void(const Steps& steps, bool ok)>& run);
 
-    Steps& add(BusCall call, Place place, std::vector<int> sent = {});
-    Steps& mark(Consequence::Kind kind);
+    Steps& add(BusCall call, Place place, const std::string& sent = "");
+    Steps& mark(Consequence consequence);
 
+    unsigned timeoutMs_ = 30000;
     Consequence mark_;
     const char* error_ = "No error";
 };
 
 /// The expected conversation with one device, which it owns. While it lives it receives every pause of the process.
-class Script : public Steps, public Backend, public PauseListener {
+class Script : public Steps, public Backend {
 public:
     explicit Script(uint16_t productId = 0xdf34);
     ~Script() override;
 
     /// Fails the test when steps are left over. @return true when there are none and none went wrong.
     bool done(Place place = Place::here());
-    /// Forgets all steps and failures, for the next case of a sweep.
-    void clear();
+    /// Forgets all steps.
+    void clear()
+    {
+        steps_.clear();
+        played_ = 0;
+    }
     /// Behind the last step any call is answered with LIBUSB_ERROR_NO_DEVICE and not judged: an unplugged camera.
     void thenUnplugged() { unplugged_ = true; }
-
-    // Backend, PauseListener
     int serve(const BusCall& call, std::span<uint8_t> data, int& transferred) override;
-    void paused(long us) override;
 
     libusb_device device;
 
 private:
-    ScriptStep* expect(const BusCall& call);
-    void fail(const std::string& problem, const ScriptStep* step, const BusCall& call);
+    const ScriptStep* expect(const BusCall& call);
 
     size_t played_ = 0;
     bool broken_ = false;  // one message is enough: what follows a wrong call means nothing

@@ -7,22 +7,11 @@ namespace vorntest {
 
 namespace {
 
-/// @return the libusb result for the way a transfer ended.
 int libusbResult(vornsim::TransferStatus status)
 {
-    switch (status) {
-        case vornsim::TransferStatus::OK:
-            return LIBUSB_SUCCESS;
-        case vornsim::TransferStatus::STALL:
-            return LIBUSB_ERROR_PIPE;
-        case vornsim::TransferStatus::BABBLE:
-            return LIBUSB_ERROR_OVERFLOW;
-        case vornsim::TransferStatus::IO_ERROR:
-            return LIBUSB_ERROR_IO;
-        case vornsim::TransferStatus::GONE:
-            return LIBUSB_ERROR_NO_DEVICE;
-    }
-    return LIBUSB_ERROR_OTHER;
+    constexpr int RESULTS[] = {LIBUSB_SUCCESS, LIBUSB_ERROR_PIPE, LIBUSB_ERROR_OVERFLOW, LIBUSB_ERROR_IO,
+                               LIBUSB_ERROR_NO_DEVICE};  // in the order of TransferStatus
+    return RESULTS[static_cast<size_t>(status)];
 }
 
 }  // namespace

@@ -10,15 +10,44 @@ namespace {
 
 using vorntest::OpenedCamera;
 
+TEST(Parameters, BelongToTheirFamilies)
+{
+    struct {
+        CAMERA_TYPE type;
+        PARAM_TYPE param;
+        bool supported;
+        long initial;
+    } const CASES[] = {
+        {QUICKER, QUICKER_START_EXPOSURE_DELAY, true, 200000}, {QUICKER, QUICKER_READ_CCD_DELAY, true, 100000},
+        {QUICKER, MAX_PACKET_SIZE, true, 0x1800000},           {STANDARD, MAX_PACKET_SIZE, true, 0x1800000},
+        {STANDARD, QUICKER_START_EXPOSURE_DELAY, false, 0},    {STANDARD, QUICKER_READ_CCD_DELAY, false, 0},
+        {QUICKER, static_cast<PARAM_TYPE>(4), false, 0},
+    };
+    VornHostBulkTimeout = 1500;
+    for (const auto& row : CASES) {
+        SCOPED_TRACE(testing::Message() << "type " << row.type << ", parameter " << row.param);
+        vorntest::Script usb;
+        VornCameraImpl camera(&usb.device, "Vorn", row.type);
+        EXPECT_STREQ(camera.getName(), "Vorn");
+        EXPECT_EQ(camera.timeout, 1500U);
+        EXPECT_EQ(camera.getParam(row.param), row.initial);
+        EXPECT_EQ(camera.setParam(row.param, -77), row.supported);  // no value is refused
+        EXPECT_EQ(camera.getParam(row.param), row.supported ? -77 : 0);
+        EXPECT_STREQ(camera.getLastError(), row.supported ? "No error" : "Invalid parameter");
+    }
+    VornHostBulkTimeout = 30000;
+}
+
 TEST(Capabilities, RecordFormGivesEveryField)
 {
     OpenedCamera opened;
     VornCameraImpl& camera = opened.camera;
     camera.hasShutter = camera.has8BitMode = true;
-    std::tie(camera.lineCount, camera.pixelCountX, camera.pixelCountY) = std::tuple(11, 12, 13);
-    std::tie(camera.pixelSizeX, camera.pixelSizeY, camera.maxBinX, camera.maxBinY) = std::tuple(1.5, 2.5, 14, 15);
-    std::tie(camera.tempSensorCount, camera.cooler) = std::tuple(16, COOLER_SELECTPOWER);
-    std::tie(camera.colour, camera.offsetX) = std::tuple(COLOUR_RGGB, 1);
+    camera.lineCount = 11;
+    std::tie(camera.pixelCountX, camera.pixelCountY, camera.pixelSizeX, camera.pixelSizeY) =
+        std::tuple(12, 13, 1.5, 2.5);
+    std::tie(camera.maxBinX, camera.maxBinY, camera.tempSensorCount, camera.offsetX) = std::tuple(14, 15, 16, 1);
+    std::tie(camera.cooler, camera.colour) = std::tuple(COOLER_SELECTPOWER, COLOUR_RGGB);
     const char* name = nullptr;
     CAMERA_TYPE type = CLASSIC;
     VornCapabilities caps;
@@ -31,14 +60,6 @@ TEST(Capabilities, RecordFormGivesEveryField)
                          caps.offsetX, caps.offsetY, caps.supportsLongExposure, caps.minShortExposure),
               std::tuple(2.5, 14U, 15U, 16U, COOLER_SELECTPOWER, COLOUR_RGGB, 1, 0, true, 0.001));
     EXPECT_EQ(caps.maxShortExposure, 3.0);
-}
-
-/// The pointer form with @p caps filled in place, null elsewhere.
-bool pointerForm(VornCamera& camera, bool* third, double* shortest, double* longest, bool* longExposure)
-{
-    return camera.getCapabilities(nullptr, nullptr, nullptr, nullptr, third, nullptr, nullptr, nullptr, nullptr,
-                                  nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                  longExposure, shortest, longest);
 }
 
 TEST(Capabilities, PointerFormGivesTheFamilyLimits)
@@ -69,7 +90,9 @@ TEST(Capabilities, PointerFormGivesTheFamilyLimits)
         bool longExposure = !row.longExposure;
         double shortest = -1.0;
         double longest = -1.0;
-        EXPECT_TRUE(pointerForm(opened.camera, &has8BitMode, &shortest, &longest, &longExposure));
+        EXPECT_TRUE(opened.camera.getCapabilities(
+            nullptr, nullptr, nullptr, nullptr, &has8BitMode, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+            nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, &longExposure, &shortest, &longest));
         EXPECT_EQ(std::tuple(has8BitMode, longExposure, shortest, longest),
                   std::tuple(false, row.longExposure, row.shortest, row.longest));
     }
@@ -81,13 +104,23 @@ TEST(Capabilities, AClosedCameraHasNone)
     opened.camera.pixelCountX = 12;
     opened.usb.close();
     opened.camera.close();
+    opened.camera.close();  // nothing more
     VornCapabilities caps = {};
-    caps.pixelCountX = 77;
     const char* name = "mine";
     EXPECT_FALSE(opened.camera.getCapabilities(&name, nullptr, &caps));
-    EXPECT_EQ(std::tuple(caps.pixelCountX, std::string(name)), std::tuple(77U, "mine"));
-    EXPECT_EQ(opened.error(), "Device is not opened");
+    EXPECT_EQ(std::tuple(caps.pixelCountX, std::string(name)), std::tuple(0U, "mine"));
     EXPECT_EQ(opened.camera.pixelCountX, 12U);  // fields keep their values
+    opened.expectSettled("Device is not opened");
+}
+
+TEST(Destroy, LeavesAnOpenHandleAlone)
+{
+    VornCamera_destroy(nullptr);
+    vorntest::Script usb;
+    auto* camera = new VornCameraImpl(&usb.device, "Vorn K12", STANDARD);
+    camera->handle = usb.device.openHandle();
+    VornCamera_destroy(camera);  // the script expects no close
+    EXPECT_EQ(usb.device.openCount, 1);
 }
 
 }  // namespace
