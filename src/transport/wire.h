@@ -70,19 +70,12 @@ inline void littleEndianToHost(std::span<uint16_t> samples)
     }
 }
 
-/// Walks a reply whose layout depends on its content. Reads past the end give 0 and are remembered.
+/// Walks a reply whose layout depends on its content. Reads past the end give 0.
 class ByteReader {
 public:
     explicit constexpr ByteReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
 
-    constexpr uint8_t u8()
-    {
-        if (position_ >= bytes_.size()) {
-            overrun_ = true;
-            return 0;
-        }
-        return bytes_[position_++];
-    }
+    constexpr uint8_t u8() { return position_ < bytes_.size() ? bytes_[position_++] : uint8_t{0}; }
     constexpr uint16_t le16()
     {
         const uint8_t low = u8();
@@ -93,13 +86,10 @@ public:
         const uint8_t high = u8();
         return static_cast<uint16_t>(high << 8 | u8());
     }
-    /// @return true when a read has gone past the end.
-    constexpr bool overrun() const { return overrun_; }
 
 private:
     std::span<const uint8_t> bytes_;
     size_t position_ = 0;
-    bool overrun_ = false;
 };
 
 }  // namespace vornccd
