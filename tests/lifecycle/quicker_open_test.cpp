@@ -19,15 +19,6 @@ const char* const WORDS = "80 01 12 34 00 00 FF FF A5 5A 00 01 40 00 08 08";  //
 const char* const BITS[] = {"1000000000000001", "0001001000110100", "0000000000000000", "1111111111111111",
                             "1010010101011010", "0000000000000001", "0100000000000000", "0000100000001000"};
 
-/// What a QUICKER camera says while it is opened.
-struct QuickerOpen {
-    std::string productId = "2E DF";
-    /// 3.7, "Vorn K01", "Vorn", guide port and precharge, 656 x 494, 7.4 x 5.6 um, binning 4 x 2, precharge code 3
-    std::string bytes = "07 03 56 6F 72 6E 20 4B 30 31 00 56 6F 72 6E 00 05 90 02 EE 01 4A 38 04 02 03";
-
-    Steps steps() const;
-};
-
 /// I/O lines: 2 frames a word, 5 is the data, 6 the clock.
 Steps& writeConverterBits(Steps& usb)
 {
@@ -40,20 +31,28 @@ Steps& writeConverterBits(Steps& usb)
     return usb;
 }
 
-Steps QuickerOpen::steps() const
-{
-    const Steps closing = Steps().close();
-    const Steps pauseAndClose = Steps().pause(200000).close();  // the pause after the ping is made whatever went before
-    Steps usb = bridgeOpening(QUICKER, productId, pauseAndClose);
-    usb.ends(pauseAndClose, NOT_INITIALIZED);
-    lineSetUp(loadTable(loadTable(usb, GPIF_MODE_1), PAR_INIT_Q_SLOW), "C0");
-    setPort(setPort(setPort(usb, "FD 02"), "FD 00"), "FB 04")
-        .eepRead(3, 2, productId)
-        .out(0x04, "0C ?? 00 00 D0 07 ...");
-    usb.ends(closing, NOT_INITIALIZED).pause(200000).eepRead(42, 64, description(bytes));
-    usb.eepRead(5, 2, "DD CC").eepRead(8, 2, "BB AA");
-    return finalTimeouts(writeConverterBits(usb.ends(closing, NOT_INITIALIZED).eepRead(10, 16, WORDS)));
-}
+/// What a QUICKER camera says while it is opened.
+struct QuickerOpen {
+    std::string productId = "2E DF";
+    /// 3.7, "Vorn K01", "Vorn", guide port and precharge, 656 x 494, 7.4 x 5.6 um, binning 4 x 2, precharge code 3
+    std::string bytes = "07 03 56 6F 72 6E 20 4B 30 31 00 56 6F 72 6E 00 05 90 02 EE 01 4A 38 04 02 03";
+
+    Steps steps() const
+    {
+        const Steps closing = Steps().close();
+        const Steps pauseAndClose =
+            Steps().pause(200000).close();  // the pause after the ping is made whatever went before
+        Steps usb = bridgeOpening(QUICKER, productId, pauseAndClose);
+        usb.ends(pauseAndClose, NOT_INITIALIZED);
+        lineSetUp(loadTable(loadTable(usb, GPIF_MODE_1), PAR_INIT_Q_SLOW), "C0");
+        setPort(setPort(setPort(usb, "FD 02"), "FD 00"), "FB 04")
+            .eepRead(3, 2, productId)
+            .out(0x04, "0C ?? 00 00 D0 07 ...");
+        usb.ends(closing, NOT_INITIALIZED).pause(200000).eepRead(42, 64, description(bytes));
+        usb.eepRead(5, 2, "DD CC").eepRead(8, 2, "BB AA");
+        return finalTimeouts(writeConverterBits(usb.ends(closing, NOT_INITIALIZED).eepRead(10, 16, WORDS)));
+    }
+};
 
 TEST(OpenQuicker, HoldsTheWholeConversation)
 {

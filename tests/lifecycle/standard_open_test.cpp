@@ -18,34 +18,32 @@ struct StandardOpen {
     std::string serial = "34 12 01 00";
     int wheelPolls = 0;  ///< polls that find the wheel turning, before one that does not; 0 without a wheel
 
-    Steps steps() const;
+    Steps steps() const
+    {
+        const Steps closing = Steps().close();
+        Steps usb = bridgeOpening(STANDARD, productId, closing, NOT_INITIALIZED, colour);
+        usb.ends(closing, NOT_INITIALIZED).out(0x04, "0C ?? 00 01 64 00 ...").out(0x04, "0C ?? 00 00 E8 03 ...");
+        loadTable(usb, GPIF_MODE_9);
+        usb.untried().command("50 00 64 00").pause(20000).parIn(2, "65 00");  // a failed ping means another one
+        usb.ends(closing, NOT_INITIALIZED).command("01 00").parIn(4, "05 EE 02 EE");
+        vorntest::streamedText(usb, "Vorn K12");
+        vorntest::streamedText(usb, "Vorn");
+        usb.parIn(2, flags).parIn(2, pixelCountX).parIn(2, pixelCountY).parIn(2, "02 03").parIn(2, "A3 02");
+        usb.parIn(2, "03 00").parIn(2, "04 00").parIn(2, "50 C3");
+        usb.command("2C 00").pause(10000).parIn(2, "00 00").pause(10000).parIn(2, "49 00");
+        usb.command("36 00").parIn(2, temperatureDetails);
+        if (!temperature.empty())
+            usb.command("37 00 01 00").pause(100000).parIn(6, temperature);
+        usb.command("34 00").parIn(6, coolerDetails).eepRead(5, 2, serial.substr(0, 5)).eepRead(8, 2, serial.substr(6));
+        if (wheelPolls > 0)
+            usb.pause(5000000);
+        for (int poll = 0; poll < wheelPolls; poll++)
+            usb.command("87 00").parIn(8, "05 00 01 00 02 00 04 00").pause(100000);
+        if (wheelPolls > 0 && wheelPolls < 20)
+            usb.command("87 00").parIn(8, "05 00 00 01 04 00 04 00");
+        return finalTimeouts(usb);
+    }
 };
-
-Steps StandardOpen::steps() const
-{
-    const Steps closing = Steps().close();
-    Steps usb = bridgeOpening(STANDARD, productId, closing, NOT_INITIALIZED, colour);
-    usb.ends(closing, NOT_INITIALIZED).out(0x04, "0C ?? 00 01 64 00 ...").out(0x04, "0C ?? 00 00 E8 03 ...");
-    loadTable(usb, GPIF_MODE_9);
-    usb.untried().command("50 00 64 00").pause(20000).parIn(2, "65 00");  // a failed ping means another one
-    usb.ends(closing, NOT_INITIALIZED).command("01 00").parIn(4, "05 EE 02 EE");
-    vorntest::streamedText(usb, "Vorn K12");
-    vorntest::streamedText(usb, "Vorn");
-    usb.parIn(2, flags).parIn(2, pixelCountX).parIn(2, pixelCountY).parIn(2, "02 03").parIn(2, "A3 02");
-    usb.parIn(2, "03 00").parIn(2, "04 00").parIn(2, "50 C3");
-    usb.command("2C 00").pause(10000).parIn(2, "00 00").pause(10000).parIn(2, "49 00");
-    usb.command("36 00").parIn(2, temperatureDetails);
-    if (!temperature.empty())
-        usb.command("37 00 01 00").pause(100000).parIn(6, temperature);
-    usb.command("34 00").parIn(6, coolerDetails).eepRead(5, 2, serial.substr(0, 5)).eepRead(8, 2, serial.substr(6));
-    if (wheelPolls > 0)
-        usb.pause(5000000);
-    for (int poll = 0; poll < wheelPolls; poll++)
-        usb.command("87 00").parIn(8, "05 00 01 00 02 00 04 00").pause(100000);
-    if (wheelPolls > 0 && wheelPolls < 20)
-        usb.command("87 00").parIn(8, "05 00 00 01 04 00 04 00");
-    return finalTimeouts(usb);
-}
 
 TEST(OpenStandard, HoldsTheWholeConversation)
 {
@@ -131,7 +129,7 @@ TEST(Open, AFailedLibusbOpenReleasesTheLockFirst)
 
 TEST(Open, ATypeOutsideTheEnumerationFails)
 {
-    Steps usb = Steps().open().driverActive(false).claim().altSetting(1);
+    Steps usb = Steps().open().driverActive(false).claim().altSetting();
     // product id and colour are read: the type is not IIDC
     usb.out(0x04, "0C ?? 00 01 88 13 ...").eepRead(3, 2, "34 DF").eepRead(0xE8, 5, "FF FF FF FF FF").close();
     EXPECT_NE(

@@ -28,6 +28,11 @@ inline Steps& advancedCommand(Steps& usb, const std::string& hex, const std::str
         ahead += "EE ";
     return advancedData(usb, "43 4D 44 " + hex + zeros(parseHex(reply).size()), ahead + reply, place);
 }
+inline Steps advanced(const std::string& hex, const std::string& reply = "", Place place = Place::here())
+{
+    Steps usb;
+    return advancedCommand(usb, hex, reply, place);
+}
 /// Both pings of an ADVANCED camera, answered @p kernel and @p application.
 inline Steps& advancedPing(Steps& usb, const std::string& kernel = "00 7B", const std::string& application = "00 7C",
                            Place place = Place::here())

@@ -14,7 +14,6 @@ namespace {
 constexpr size_t HEADER_LENGTH = 16;  // of a bridge request
 constexpr unsigned EP_REQUEST = 0x04;
 constexpr size_t SEQUENCE_OFFSET = 1;
-constexpr unsigned CONTROL_TIMEOUT_MS = 3000;
 
 }  // namespace
 
@@ -79,36 +78,12 @@ std::string ScriptStep::text() const
     return result < 0 ? shown + " -> " + libusb_error_name(result) : shown;
 }
 
-Steps& Steps::append(const Steps& other, size_t first)
-{
-    for (size_t i = first; i < other.size(); i++) {
-        steps_.push_back(other.steps_[i]);
-        if (steps_.back().ifFailing.group == 0)
-            steps_.back().ifFailing = mark_;
-    }
-    return *this;
-}
-
-Steps& Steps::cut(size_t count)
-{
-    steps_.resize(std::min(count, steps_.size()));
-    return *this;
-}
-
 Steps& Steps::cutBefore(const std::string& hex)
 {
     const auto first = std::find_if(steps_.begin(), steps_.end(),
                                     [&](const ScriptStep& step) { return step.text().find(hex) != std::string::npos; });
     EXPECT_NE(first, steps_.end()) << "no step sends " << hex;
     steps_.erase(first, steps_.end());
-    return *this;
-}
-
-Steps& Steps::mark(Consequence consequence)
-{
-    static unsigned groups = 0;
-    mark_ = std::move(consequence);
-    mark_.group = ++groups;
     return *this;
 }
 
@@ -119,59 +94,6 @@ Steps& Steps::add(BusCall call, Place place, const std::string& sent)
         call.length = static_cast<int>(bytes.size());
     steps_.push_back({.call = std::move(call), .sent = std::move(bytes), .place = place, .ifFailing = mark_});
     return *this;
-}
-
-Steps& Steps::in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place)
-{
-    EXPECT_LE(bytes.size(), static_cast<size_t>(length)) << "reply too long, " << place.file << ":" << place.line;
-    add({.kind = BusCall::BULK_IN, .endpoint = endpoint, .length = length, .timeoutMs = timeoutMs_}, place);
-    last().reply = std::move(bytes);
-    return *this;
-}
-
-Steps& Steps::controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex, Place place)
-{
-    add({BusCall::CONTROL_OUT, 0, 0x40, request, value, index, 0, CONTROL_TIMEOUT_MS}, place, hex);
-    return fails(last().call.length);
-}
-
-Steps& Steps::controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
-                        Place place)
-{
-    add({BusCall::CONTROL_IN, 0, 0xC0, request, value, index, length, CONTROL_TIMEOUT_MS}, place);
-    last().reply = parseBytes(hex);
-    return fails(static_cast<int>(last().reply.size()));
-}
-
-Steps& Steps::fails(int result)
-{
-    last().result = result;
-    if (result < 0)
-        last().reply.clear();
-    return *this;
-}
-
-Steps& Steps::parIn(unsigned length, const std::string& hex, Place place)
-{
-    std::string count;
-    for (const unsigned shift : {16, 24, 0, 8})
-        count += hexByte(length >> shift) + " ";
-    out(EP_REQUEST, "09 ?? 00 00 " + count + "...", place);
-    return in(0x88, static_cast<int>(length) + 1, hex.empty() ? "" : hex + " 00", place);
-}
-
-Steps& Steps::i2cWrite(const std::string& hex, Place place)
-{
-    const std::string length = hexByte(parseHex(hex).size());
-    out(EP_REQUEST, "04 ?? FF 00 00 00 01 00 00 00 00 00 " + length + " 00 00 00 " + hex, place);
-    return in(0x86, 4, "00 00 00 00", place);
-}
-
-Steps& Steps::eepRead(unsigned address, unsigned length, const std::string& hex, Place place)
-{
-    i2cWrite("A2 00 " + hexByte(address), place);
-    out(EP_REQUEST, "04 ?? FF 00 00 00 01 00 " + hexByte(length) + " 00 00 00 01 00 00 00 A3", place);
-    return in(0x86, static_cast<int>(length) + 4, "00 " + hex + " 00 00 00", place);
 }
 
 Steps& Steps::firmwareUpload(Place place)

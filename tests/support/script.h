@@ -17,10 +17,12 @@
 /// Bytes are two hex digits each, separated by blanks. `??` takes any byte, and in place of the sequence byte of a
 /// bridge request it takes the one after the request before. `...` stands for zeros up to offset 16.
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -86,27 +88,45 @@ public:
     }
     Steps& detachDriver(Place place = Place::here()) { return add({.kind = BusCall::DETACH_DRIVER}, place); }
     Steps& claim(Place place = Place::here()) { return add({.kind = BusCall::CLAIM}, place); }
-    Steps& altSetting(unsigned setting, Place place = Place::here())
-    {
-        return add({.kind = BusCall::ALT_SETTING, .index = setting}, place);
-    }
+    Steps& altSetting(Place place = Place::here()) { return add({.kind = BusCall::ALT_SETTING, .index = 1}, place); }
     Steps& out(unsigned endpoint, const std::string& hex, Place place = Place::here())
     {
         return add({.kind = BusCall::BULK_OUT, .endpoint = endpoint, .timeoutMs = timeoutMs_}, place, hex);
     }
-    Steps& in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place = Place::here());
+    Steps& in(unsigned endpoint, int length, std::vector<uint8_t> bytes, Place place = Place::here())
+    {
+        EXPECT_LE(bytes.size(), static_cast<size_t>(length)) << "reply too long, " << place.file << ":" << place.line;
+        add({.kind = BusCall::BULK_IN, .endpoint = endpoint, .length = length, .timeoutMs = timeoutMs_}, place);
+        last().reply = std::move(bytes);
+        return *this;
+    }
     Steps& in(unsigned endpoint, int length, const std::string& hex, Place place = Place::here())
     {
         return in(endpoint, length, parseBytes(hex), place);
     }
     Steps& controlOut(unsigned request, unsigned value, unsigned index, const std::string& hex,
-                      Place place = Place::here());
+                      Place place = Place::here())
+    {
+        add({BusCall::CONTROL_OUT, 0, 0x40, request, value, index, 0, 3000}, place, hex);
+        return fails(last().call.length);
+    }
     Steps& controlIn(unsigned request, unsigned value, unsigned index, int length, const std::string& hex,
-                     Place place = Place::here());
+                     Place place = Place::here())
+    {
+        add({BusCall::CONTROL_IN, 0, 0xC0, request, value, index, length, 3000}, place);
+        last().reply = parseBytes(hex);
+        return fails(static_cast<int>(last().reply.size()));
+    }
     Steps& pause(long us, Place place = Place::here()) { return add({.pauseUs = us}, place); }
 
     /// The last step returns @p result, and moves no data when that is negative.
-    Steps& fails(int result = LIBUSB_ERROR_IO);
+    Steps& fails(int result = LIBUSB_ERROR_IO)
+    {
+        last().result = result;
+        if (result < 0)
+            last().reply.clear();
+        return *this;
+    }
     /// Bulk transfers written from here on are expected with this timeout; 30000 at first.
     Steps& timeout(unsigned ms)
     {
@@ -122,16 +142,33 @@ public:
         return out(0x02, hex, place).out(0x04, "0A ?? FF ...", place).in(0x86, 4, "00 00 00 00", place);
     }
     /// `parIn` of @p length bytes: request 9, then the bytes and one more on endpoint 0x88.
-    Steps& parIn(unsigned length, const std::string& hex, Place place = Place::here());
+    Steps& parIn(unsigned length, const std::string& hex, Place place = Place::here())
+    {
+        std::string count;
+        for (const unsigned shift : {16, 24, 0, 8})
+            count += hexByte(length >> shift) + " ";
+        out(0x04, "09 ?? 00 00 " + count + "...", place);
+        return in(0x88, static_cast<int>(length) + 1, hex.empty() ? "" : hex + " 00", place);
+    }
     /// A STANDARD command: `43 00 4D 00 44 00` and @p hex by parOut.
     Steps& command(const std::string& hex, Place place = Place::here())
     {
         return parOut("43 00 4D 00 44 00 " + hex, place);
     }
     /// The bytes (address byte first) by an acknowledged I2C write.
-    Steps& i2cWrite(const std::string& hex, Place place = Place::here());
+    Steps& i2cWrite(const std::string& hex, Place place = Place::here())
+    {
+        const std::string length = hexByte(parseHex(hex).size());
+        out(0x04, "04 ?? FF 00 00 00 01 00 00 00 00 00 " + length + " 00 00 00 " + hex, place);
+        return in(0x86, 4, "00 00 00 00", place);
+    }
     /// An EEPROM read of @p length bytes at byte address @p address: word address written, data read.
-    Steps& eepRead(unsigned address, unsigned length, const std::string& hex, Place place = Place::here());
+    Steps& eepRead(unsigned address, unsigned length, const std::string& hex, Place place = Place::here())
+    {
+        i2cWrite("A2 00 " + hexByte(address), place);
+        out(0x04, "04 ?? FF 00 00 00 01 00 " + hexByte(length) + " 00 00 00 01 00 00 00 A3", place);
+        return in(0x86, static_cast<int>(length) + 4, "00 " + hex + " 00 00 00", place);
+    }
     /// The whole upload of the exported firmware table: 768 control transfers.
     Steps& firmwareUpload(Place place = Place::here());
     /// The parallel channel drained when it is empty: one read of @p length bytes that ends in a timeout after 100 ms.
@@ -157,9 +194,21 @@ public:
     // ---- lists as values ------------------------------------------------------------------------------------------
 
     /// Adds the steps of @p other from the @p first-th on.
-    Steps& append(const Steps& other, size_t first = 0);
+    Steps& append(const Steps& other, size_t first = 0)
+    {
+        for (size_t i = first; i < other.size(); i++) {
+            steps_.push_back(other.steps_[i]);
+            if (steps_.back().ifFailing.group == 0)
+                steps_.back().ifFailing = mark_;
+        }
+        return *this;
+    }
     /// Drops all steps from the @p count-th on.
-    Steps& cut(size_t count);
+    Steps& cut(size_t count)
+    {
+        steps_.resize(std::min(count, steps_.size()));
+        return *this;
+    }
     /// Drops the first step that sends @p hex, and all behind it.
     Steps& cutBefore(const std::string& hex);
     /// @return steps so far, pauses included.
@@ -173,7 +222,13 @@ private:
     friend void forEachFailure(const Steps& whole, const std::function<void(const Steps& steps, bool ok)>& run);
 
     Steps& add(BusCall call, Place place, const std::string& sent = "");
-    Steps& mark(Consequence consequence);
+    Steps& mark(Consequence consequence)
+    {
+        static unsigned groups = 0;
+        mark_ = std::move(consequence);
+        mark_.group = ++groups;
+        return *this;
+    }
 
     unsigned timeoutMs_ = 30000;
     Consequence mark_;

@@ -8,6 +8,7 @@
 
 namespace {
 
+using vorntest::advanced;
 using vorntest::OpenedCamera;
 using vorntest::Steps;
 using vorntest::TraceCapture;
@@ -33,12 +34,6 @@ void expectTraces(const std::vector<Traced>& rows)
         EXPECT_EQ(trace.text(), row.expected);
         EXPECT_TRUE(opened.usb.done());
     }
-}
-
-Steps advanced(const char* hex, const char* reply = "")
-{
-    Steps usb;
-    return vorntest::advancedCommand(usb, hex, reply);
 }
 
 TEST(TraceLines, OfOperationsWithoutTraffic)

@@ -70,15 +70,11 @@ TEST(BulkRead, GoesOnAfterShortTransfersAndEndsAtAnError)
 /// Of what all chunks but the last bring, the caller gets each byte, of the last all but the bridge's trailing one.
 TEST(ParIn, ReadsIntoTheCallersBuffer)
 {
-    struct Chunk {
-        int length;
-        const char* bytes;
-    };
     const struct {
         const char* label;
         unsigned length;
-        std::vector<Chunk> chunks;
-        bool lastFails;  ///< with its bytes
+        std::vector<std::pair<int, const char*>> chunks;  ///< asked for, got
+        bool lastFails;                                   ///< with its bytes
         const char* received;
     } CASES[] = {
         {"one chunk", 3, {{4, "01 02 03 EE"}}, false, "01 02 03"},
