@@ -16,12 +16,6 @@ std::string units(const std::string& text)
     return hex + " 41 00";
 }
 
-/// @p hex filled with zeros to the 128 bytes of a description.
-std::string description(const std::string& hex)
-{
-    return hex + vorntest::zeros(128 - vorntest::parseHex(hex).size());
-}
-
 /// What an ADVANCED camera says while it is opened.
 struct AdvancedOpen {
     std::string version = "EE 05 EE 02";  ///< 2.5
@@ -45,16 +39,14 @@ struct AdvancedOpen {
         loadTable(usb, PAR_INIT_Q_SLOW);
         lineSetUp(usb, "80");
         setPort(setDirections(usb, "FE 01"), "FE 00").pause(200000);
-        Steps applicationPing;
-        advancedCommand(applicationPing, "50 00 7B", "00 7C");
-        const Steps ping =
-            advancedCommand(Steps().ends(Steps(applicationPing).close(), NOT_INITIALIZED), "FD 00 7B", "00 7B")
-                .ends(closing, NOT_INITIALIZED)
-                .append(applicationPing);  // which is asked all the same
+        const Steps application = vorntest::advanced("50 00 7B", "00 7C");
+        Steps ping = Steps().ends(Steps(application).close(), NOT_INITIALIZED);
+        advancedCommand(ping, "FD 00 7B", "00 7B").ends(closing, NOT_INITIALIZED).append(application);
         usb.append(ping).ends(closing, NOT_INITIALIZED).out(0x04, "0C ?? 00 00 D0 07 ...").pause(200000).append(ping);
 
         usb.ends(closing, NOT_INITIALIZED);
-        advancedCommand(usb, "01", description(version + texts + " " + flags + " " + numbers));
+        const std::string described = version + texts + " " + flags + " " + numbers;
+        advancedCommand(usb, "01", described + vorntest::zeros(128 - vorntest::parseHex(described).size()));
         if (!clearTime.empty())
             advancedCommand(usb, "91", clearTime);
         advancedCommand(usb, "2C").pause(10000);

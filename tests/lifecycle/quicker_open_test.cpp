@@ -5,14 +5,6 @@
 
 namespace {
 
-/// @p hex filled with FF to the 64 bytes of a description.
-std::string description(std::string hex)
-{
-    for (size_t length = vorntest::parseHex(hex).size(); length < 64; length++)
-        hex += " FF";
-    return hex;
-}
-
 const char* const WORDS = "80 01 12 34 00 00 FF FF A5 5A 00 01 40 00 08 08";  // what the converter is told
 
 /// The bits of WORDS by hand, most significant first.
@@ -48,7 +40,10 @@ struct QuickerOpen {
         setPort(setPort(setPort(usb, "FD 02"), "FD 00"), "FB 04")
             .eepRead(3, 2, productId)
             .out(0x04, "0C ?? 00 00 D0 07 ...");
-        usb.ends(closing, NOT_INITIALIZED).pause(200000).eepRead(42, 64, description(bytes));
+        std::string described = bytes;
+        while (vorntest::parseHex(described).size() < 64)
+            described += " FF";
+        usb.ends(closing, NOT_INITIALIZED).pause(200000).eepRead(42, 64, described);
         usb.eepRead(5, 2, "DD CC").eepRead(8, 2, "BB AA");
         return finalTimeouts(writeConverterBits(usb.ends(closing, NOT_INITIALIZED).eepRead(10, 16, WORDS)));
     }

@@ -50,28 +50,6 @@ Bus& bus()
     return theBus;
 }
 
-void Bus::reset()
-{
-    const std::lock_guard held(mutex_);
-    devices_.clear();
-    initResult = 0;
-    listResult = 0;
-    pauseListener = nullptr;
-}
-
-void Bus::attach(libusb_device& device)
-{
-    const std::lock_guard held(mutex_);
-    devices_.push_back(&device);
-}
-
-void Bus::advanceTo(int64_t timeUs)
-{
-    int64_t now = now_;
-    while (now < timeUs && !now_.compare_exchange_weak(now, timeUs)) {
-    }
-}
-
 int Bus::call(libusb_device& device, BusCall call, uint8_t* data, int* transferred)
 {
     const std::lock_guard held(device.mutex);

@@ -71,15 +71,30 @@ struct Fault {
 class Bus {
 public:
     /// Forgets devices and plans; the virtual time goes on.
-    void reset();
+    void reset()
+    {
+        const std::lock_guard held(mutex_);
+        devices_.clear();
+        initResult = listResult = 0;
+        pauseListener = nullptr;
+    }
     /// Plugs @p device in; it must outlive its use. VornCamera::list() finds devices in this order.
-    void attach(libusb_device& device);
+    void attach(libusb_device& device)
+    {
+        const std::lock_guard held(mutex_);
+        devices_.push_back(&device);
+    }
 
     /// @return virtual microseconds since the program began.
     int64_t nowUs() const { return now_; }
     void advanceUs(int64_t us) { now_ += us; }
     /// Lets time pass until @p timeUs, if that is still to come.
-    void advanceTo(int64_t timeUs);
+    void advanceTo(int64_t timeUs)
+    {
+        int64_t now = now_;
+        while (now < timeUs && !now_.compare_exchange_weak(now, timeUs)) {
+        }
+    }
 
     int initResult = 0;  ///< what libusb_init returns
     int listResult = 0;  ///< negative: what libusb_get_device_list returns

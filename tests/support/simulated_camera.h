@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <algorithm>
 #include <memory>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
@@ -27,12 +29,8 @@ struct SimulatedCamera {
     /// @return the family as the library numbers it.
     CAMERA_TYPE type() const
     {
-        const std::string family = model->family;
-        return family == "CLASSIC"    ? CLASSIC
-               : family == "STANDARD" ? STANDARD
-               : family == "QUICKER"  ? QUICKER
-               : family == "IIDC"     ? IIDC
-                                      : ADVANCED;
+        const std::string_view families[] = {"", "CLASSIC", "STANDARD", "QUICKER", "IIDC", "ADVANCED"};
+        return static_cast<CAMERA_TYPE>(std::find(families, std::end(families), model->family) - families);
     }
     /// @return whether nobody holds the camera's lock.
     bool lockFree() { return pthread_mutex_trylock(&camera.mutex) == 0 && pthread_mutex_unlock(&camera.mutex) == 0; }

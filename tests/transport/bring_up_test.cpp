@@ -114,41 +114,32 @@ TEST(WriteFirmware, FollowsTheTableAHostPutThere)
 {
     const struct {
         const char* table;
-        std::vector<std::pair<unsigned, const char*>> transfers;  ///< address, data
-        bool lastFails;
-        const char* details;
+        std::vector<std::pair<unsigned, const char*>> transfers;  ///< behind the stop; address, data
+        bool incomplete;
     } CASES[] = {
-        {"01 34 12 AA 02 00 FF B1 B2 00",
-         {{0xE600, "01"}, {0x1234, "AA"}, {0xFF00, "B1 B2"}, {0xE600, "00"}},
-         false,
-         "    cpu stopped 1\n    cpu started 1\n"},
-        {"01 34 12 AA 00",
-         {{0xE600, "01"}},
-         true,
-         "    cpu stopped 0\n    incomplete firmware upload\n    cpu started 0\n"},
-        {"01 01 00 A1 01 02 00 A2 01 03 00 A3 01 04 00 A4 00",
-         {{0xE600, "01"}, {1, "A1"}, {2, "A2"}, {3, "A3"}},
-         true,
-         "    cpu stopped 1\n    incomplete firmware upload\n    cpu started 0\n"},
-        // the last record refused: not called incomplete
-        {"01 01 00 A1 01 02 00 A2 00",
-         {{0xE600, "01"}, {1, "A1"}, {2, "A2"}},
-         true,
-         "    cpu stopped 1\n    cpu started 0\n"},
+        {"01 34 12 AA 02 00 FF B1 B2 00", {{0x1234, "AA"}, {0xFF00, "B1 B2"}, {0xE600, "00"}}, false},
+        {"01 34 12 AA 00", {}, true},
+        {"01 01 00 A1 01 02 00 A2 01 03 00 A3 01 04 00 A4 00", {{1, "A1"}, {2, "A2"}, {3, "A3"}}, true},
+        {"01 01 00 A1 01 02 00 A2 00", {{1, "A1"}, {2, "A2"}}, false},  // of the last record it is not said
     };
     for (const auto& row : CASES) {
         for (const int failure : {int{LIBUSB_ERROR_PIPE}, 0}) {  // moving nothing fails too
             SCOPED_TRACE(row.table);
             OpenedCamera standard;
             const OtherFirmware table(row.table, 0x00);
+            standard.usb.controlOut(0xA0, 0xE600, 0, "01");
             for (const auto& [address, data] : row.transfers)
                 standard.usb.controlOut(0xA0, address, 0, data);
-            if (row.lastFails)
+            const bool ok = !row.transfers.empty() && row.transfers.back().first == 0xE600;
+            if (!ok)
                 standard.usb.fails(failure);
             TraceCapture trace;
-            EXPECT_EQ(standard.camera.writeFW(), !row.lastFails);
-            EXPECT_EQ(trace.text(), std::string("-> VornCameraImpl::writeFW()\n") + row.details +
-                                        "<- VornCameraImpl::writeFW " + (row.lastFails ? "0\n" : "1\n"));
+            EXPECT_EQ(standard.camera.writeFW(), ok);
+            EXPECT_EQ(trace.text(), std::string("-> VornCameraImpl::writeFW()\n") +
+                                        (row.transfers.empty() ? "    cpu stopped 0\n" : "    cpu stopped 1\n") +
+                                        (row.incomplete ? "    incomplete firmware upload\n" : "") +
+                                        (ok ? "    cpu started 1\n<- VornCameraImpl::writeFW 1\n"
+                                            : "    cpu started 0\n<- VornCameraImpl::writeFW 0\n"));
             EXPECT_TRUE(standard.usb.done());
         }
     }
