@@ -24,7 +24,7 @@ TEST(VornsimRun, EndsAsTheProgramDoesOrSaysWhatIsWrong)
         const char* says;
     } cases[] = {
         {"'Vorn K1Z' -- true", 2, "Did you mean \"Vorn K1"},
-        {"Nikon -- true", 2, "there is no camera \"Nikon\". Known cameras: Vorn K01, "},
+        {"Zeta -- true", 2, "there is no camera \"Zeta\". Known cameras: Vorn K01, "},
         {"K12", 2, "Put it after --"},
         {"K12 -- no-such-program", 127, "cannot run \"no-such-program\": no such program"},
         {"K12 -- /etc/passwd", 126, "cannot run \"/etc/passwd\""},
