@@ -16,11 +16,9 @@ TEST(FirstCalls, MakeTheContextOnceAndNumberRequestsFromZero)
     Script usb;
     VornCamera* cameras[2] = {};
     bus().initResult = LIBUSB_ERROR_OTHER;
-    {
-        TraceCapture trace;
-        EXPECT_EQ(VornCamera_list(cameras, 2), 0);
-        EXPECT_EQ(trace.text(), "-> VornCamera::list(...)\n    libusb_init -> **UNKNOWN**\n<- VornCamera::list 00\n");
-    }
+    TraceCapture trace;
+    EXPECT_EQ(VornCamera_list(cameras, 2), 0);
+    EXPECT_EQ(trace.text(), "-> VornCamera::list(...)\n    libusb_init -> **UNKNOWN**\n<- VornCamera::list 00\n");
     EXPECT_EQ(bus().listCalls, 0);
     bus().initResult = 0;
     EXPECT_EQ(VornCamera_list(cameras, 2), 1);  // tried again

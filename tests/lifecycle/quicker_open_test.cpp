@@ -32,8 +32,8 @@ struct QuickerOpen {
     Steps steps() const
     {
         const Steps closing = Steps().close();
-        const Steps pauseAndClose =
-            Steps().pause(200000).close();  // the pause after the ping is made whatever went before
+        // the pause after the ping is made whatever went before
+        const Steps pauseAndClose = Steps().pause(200000).close();
         Steps usb = bridgeOpening(QUICKER, productId, pauseAndClose);
         usb.ends(pauseAndClose, NOT_INITIALIZED);
         lineSetUp(loadTable(loadTable(usb, GPIF_MODE_1), PAR_INIT_Q_SLOW), "C0");

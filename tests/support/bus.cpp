@@ -197,15 +197,8 @@ int LIBUSB_CALL libusb_control_transfer(libusb_device_handle* handle, uint8_t re
                                         uint16_t value, uint16_t index, unsigned char* data, uint16_t length,
                                         unsigned int timeout)
 {
-    return onHandle(handle,
-                    {.kind = (requestType & LIBUSB_ENDPOINT_IN) != 0 ? BusCall::CONTROL_IN : BusCall::CONTROL_OUT,
-                     .requestType = requestType,
-                     .request = request,
-                     .value = value,
-                     .index = index,
-                     .length = length,
-                     .timeoutMs = timeout},
-                    data);
+    const auto kind = (requestType & LIBUSB_ENDPOINT_IN) != 0 ? BusCall::CONTROL_IN : BusCall::CONTROL_OUT;
+    return onHandle(handle, {kind, 0, requestType, request, value, index, length, timeout}, data);
 }
 
 // the names of the real one differ from version to version

@@ -105,7 +105,7 @@ Steps& Steps::firmwareUpload(Place place)
     return controlOut(0xA0, 0xE600, 0, "00", place);
 }
 
-Script::Script(uint16_t productId) : device(productId, *this)
+Script::Script() : device(0xdf34, *this)
 {
     bus().reset();
     bus().attach(device);

@@ -238,7 +238,7 @@ private:
 /// The expected conversation with one device, which it owns. While it lives it receives every pause of the process.
 class Script : public Steps, public Backend {
 public:
-    explicit Script(uint16_t productId = 0xdf34);
+    Script();
     ~Script() override;
 
     /// Fails the test when steps are left over. @return true when there are none and none went wrong.

@@ -43,13 +43,9 @@ int SimulatedUsb::serve(const BusCall& call, std::span<uint8_t> data, int& trans
             const int failure = libusbResult(result.status);
             return failure < 0 ? failure : static_cast<int>(result.length);
         }
-        case BusCall::OPEN:
-        case BusCall::DRIVER_ACTIVE:
-        case BusCall::DETACH_DRIVER:
-        case BusCall::PAUSE:
-            break;
+        default:
+            return 0;
     }
-    return 0;
 }
 
 int SimulatedUsb::serveBulk(const BusCall& call, std::span<uint8_t> data, int& transferred)
