@@ -145,7 +145,7 @@ public:
     Steps& parIn(unsigned length, const std::string& hex, Place place = Place::here())
     {
         std::string count;
-        for (const unsigned shift : {16, 24, 0, 8})
+        for (const unsigned shift : {16U, 24U, 0U, 8U})
             count += hexByte(length >> shift) + " ";
         out(0x04, "09 ?? 00 00 " + count + "...", place);
         return in(0x88, static_cast<int>(length) + 1, hex.empty() ? "" : hex + " 00", place);

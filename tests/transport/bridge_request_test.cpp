@@ -5,6 +5,7 @@
 
 #include "family_steps.h"
 #include "opened_camera.h"
+#include "transport/wire.h"
 
 namespace {
 
@@ -155,6 +156,13 @@ TEST(BridgeDeathTest, PrimitivesOfOtherFamiliesEndTheProcess)
                     "Assertion failed \\(vornccdusb, " + std::to_string(row.line) + "\\)");
     }
 }
+
+// Past the end of a reply there are zeros; a constant expression may not even look there.
+static_assert([] {
+    const uint8_t bytes[] = {1, 0x80, 0xFF};
+    vornccd::ByteReader reader(bytes);
+    return reader.be16() == 0x0180 && reader.le16() == 0xFF;
+}());
 
 // The tables that cameras are given stand byte by byte in their openings.
 TEST(Waveforms, TheOneNobodyLoadsIsKeptAsItIs)
