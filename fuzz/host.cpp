@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A host that keeps to the contract of vornccd.h and otherwise does anything at any time.
+#include <dlfcn.h>
+#include <csetjmp>
 #include <cstdio>
 #include <memory>
 
@@ -21,24 +23,14 @@ constexpr unsigned CLAIMED_BY_OTHERS = 0x04;
 constexpr unsigned NO_ALT_SETTING = 0x08;
 constexpr unsigned OWN_FIRMWARE = 0x10;
 
-class Host {
-public:
-    Host(CAMERA_TYPE family, Input& input, vorntest::Backend& usb)
-        : device(0, usb), camera(&device, "Vorn K0", family), input_(input)
-    {
-    }
+// Where exit() goes while armed: the library's documented assertions end the run, not the program.
+jmp_buf exitPoint;
+bool exitArmed = false;
 
+struct Session {
     void describeCamera();
     void openCamera();
-    void operate(Operations operations);
-    void finish();
-
-    libusb_device device;
-    VornCameraImpl camera;
-
-private:
-    void operateAccessory(unsigned choice);
-    void exchangeParameter();
+    void operate(Host host);
     /// @return whether the camera can go on being used.
     bool takeImage();
     bool fetchImage(const ReadoutRegion& region);
@@ -48,36 +40,46 @@ private:
     template <typename Output>
     Output* maybe(Output& output)
     {
-        return input_.flag() ? &output : nullptr;
+        return input.flag() ? &output : nullptr;
     }
 
-    Input& input_;
-    std::unique_ptr<uint16_t[]> image_;  // a member, so that an assertion of the library does not leak it
+    Input& input;
+    libusb_device device;
+    VornCameraImpl camera;
+    std::unique_ptr<uint16_t[]> image = {};  ///< a member, so that an assertion of the library does not leak it
+    // where the accessories leave what they read
+    VornCapabilities caps = {};
+    COOLING_STATE state = COOLING_INACTIVE;
+    float numbers[2] = {};
+    unsigned values[3] = {};
+    int gain[2] = {};
+    bool moving = false;
+    uint16_t mask = 0;
 };
 
 /// The fields as identification may leave them; any camera may claim anything.
-void Host::describeCamera()
+void Session::describeCamera()
 {
-    const auto flags = input_.number<uint16_t>();
+    const auto flags = input.number<uint16_t>();
     bool* const properties[] = {&camera.hasShutter, &camera.hasGuidePort, &camera.hasFilterWheel, &camera.hasGPIO,
                                 &camera.pcCds,      &camera.has8BitMode,  &camera.previewMode};
     unsigned bit = 0;
     for (bool* property : properties)
         *property = (flags >> bit++ & 1) != 0;
     const bool large = (flags >> bit & 1) != 0;
-    camera.pixelCountX = large ? input_.number<uint32_t>() : input_.byte();
-    camera.pixelCountY = large ? input_.number<uint32_t>() : input_.byte();
-    camera.maxBinX = camera.maxBinY = input_.byte();
-    camera.prechargeOffset = input_.number<uint32_t>();
-    camera.cooler = static_cast<COOLER_TYPE>(input_.byte() % 5);
-    camera.minCoolerPower = input_.byte();
-    camera.maxCoolerPower = input_.byte();
-    camera.tempSensorCount = input_.byte();
-    camera.tempSensorType = input_.byte();
+    camera.pixelCountX = large ? input.number<uint32_t>() : input.byte();
+    camera.pixelCountY = large ? input.number<uint32_t>() : input.byte();
+    camera.maxBinX = camera.maxBinY = input.byte();
+    camera.prechargeOffset = input.number<uint32_t>();
+    camera.cooler = static_cast<COOLER_TYPE>(input.byte() % 5);
+    camera.minCoolerPower = input.byte();
+    camera.maxCoolerPower = input.byte();
+    camera.tempSensorCount = input.byte();
+    camera.tempSensorType = input.byte();
     camera.handle = device.openHandle();
 }
 
-void Host::openCamera()
+void Session::openCamera()
 {
     const bool opened = camera.open();
     check(opened == (camera.handle != nullptr), "open() and the handle disagree");
@@ -85,7 +87,7 @@ void Host::openCamera()
 }
 
 /// The lock is free, the handle counted, the text there.
-void Host::checkState()
+void Session::checkState()
 {
     check(pthread_mutex_trylock(&camera.mutex) == 0, "the lock was kept");
     (void)pthread_mutex_unlock(&camera.mutex);
@@ -93,104 +95,68 @@ void Host::checkState()
     check(camera.getLastError() != nullptr, "no text of the last failure");
 }
 
-void Host::exchangeParameter()
-{
-    const auto parameter = static_cast<PARAM_TYPE>(input_.byte() % 5);
-    const auto value = input_.number<long>();
-    const bool stored = camera.setParam(parameter, value);
-    check(!stored || camera.getParam(parameter) == value, "a parameter was not stored");
-}
+/// Chosen by their index, which committed inputs rely on.
+bool (*const ACCESSORIES[])(Session& host) = {
+    [](Session& host) { return host.camera.getCapabilities(nullptr, nullptr, &host.caps); },
+    [](Session& host) {
+        float* celsius = host.maybe(host.numbers[0]);
+        const uint8_t sensor = host.input.byte();
+        return host.camera.getTemperatureSensorStatus(sensor, host.camera.type == IIDC ? host.numbers : celsius);
+    },
+    [](Session& host) {
+        return host.camera.getCoolingStatus(host.maybe(host.state), host.maybe(host.numbers[0]),
+                                            host.maybe(host.numbers[1]));
+    },
+    [](Session& host) { return host.camera.setCooling(host.input.number<float>()); },
+    [](Session& host) { return host.camera.initiateWarmUp(); },
+    [](Session& host) {
+        return host.camera.getFilterWheelStatus(host.maybe(host.values[0]), host.maybe(host.moving),
+                                                host.maybe(host.values[1]), host.maybe(host.values[2]));
+    },
+    [](Session& host) { return host.camera.setFilter(host.input.number<unsigned>()); },
+    [](Session& host) { return host.camera.setPreviewMode(host.input.flag()); },
+    [](Session& host) { return host.camera.set8BitMode(host.input.flag()); },
+    [](Session& host) { return host.camera.setDarkFrameMode(host.input.flag()); },
+    [](Session& host) { return host.camera.setShutter(host.input.flag()); },
+    [](Session& host) { return host.camera.setGuideRelays(host.input.byte()); },
+    [](Session& host) {
+        return host.camera.setGPIODirection(host.input.number<uint16_t>()) && host.camera.getGPIO(&host.mask) &&
+               host.camera.setGPIO(host.mask);
+    },
+    [](Session& host) { return host.camera.getGain(&host.gain[0], &host.gain[1]); },
+    [](Session& host) { return host.camera.setGain(host.input.number<int8_t>(), host.input.number<int16_t>()); },
+    [](Session& host) {
+        const auto parameter = static_cast<PARAM_TYPE>(host.input.byte() % 5);
+        const auto value = host.input.number<long>();
+        const bool stored = host.camera.setParam(parameter, value);
+        check(!stored || host.camera.getParam(parameter) == value, "a parameter was not stored");
+        return stored;
+    },
+};
 
-void Host::operateAccessory(unsigned choice)
-{
-    float number = 0;
-    float second = 0;
-    bool moving = false;
-    unsigned values[3] = {};
-    uint16_t mask = 0;
-    VornCapabilities caps = {};
-    COOLING_STATE state = COOLING_INACTIVE;
-    switch (choice) {
-        case 0:
-            (void)camera.getCapabilities(nullptr, nullptr, &caps);
-            break;
-        case 1: {
-            float* celsius = maybe(number);
-            const uint8_t sensor = input_.byte();
-            (void)camera.getTemperatureSensorStatus(sensor, camera.type == IIDC ? &number : celsius);
-            break;
-        }
-        case 2:
-            (void)camera.getCoolingStatus(maybe(state), maybe(number), maybe(second));
-            break;
-        case 3:
-            (void)camera.setCooling(input_.number<float>());
-            break;
-        case 4:
-            (void)camera.initiateWarmUp();
-            break;
-        case 5:
-            (void)camera.getFilterWheelStatus(maybe(values[0]), maybe(moving), maybe(values[1]), maybe(values[2]));
-            break;
-        case 6:
-            (void)camera.setFilter(input_.number<unsigned>());
-            break;
-        case 7:
-            (void)camera.setPreviewMode(input_.flag());
-            break;
-        case 8:
-            (void)camera.set8BitMode(input_.flag());
-            break;
-        case 9:
-            (void)camera.setDarkFrameMode(input_.flag());
-            break;
-        case 10:
-            (void)camera.setShutter(input_.flag());
-            break;
-        case 11:
-            (void)camera.setGuideRelays(input_.byte());
-            break;
-        case 12:
-            (void)(camera.setGPIODirection(input_.number<uint16_t>()) && camera.getGPIO(&mask) && camera.setGPIO(mask));
-            break;
-        case 13: {
-            int gain = 0;
-            int offset = 0;
-            (void)camera.getGain(&gain, &offset);
-            break;
-        }
-        case 14:
-            (void)camera.setGain(input_.number<int8_t>(), input_.number<int16_t>());
-            break;
-        default:
-            exchangeParameter();
-            break;
-    }
-}
-
-bool Host::takeImage()
+bool Session::takeImage()
 {
     ReadoutRegion region;
-    const bool large = input_.flag();
+    const bool large = input.flag();
     for (uint32_t* number : {&region.x, &region.y, &region.width, &region.height})
-        *number = large ? input_.number<uint32_t>() : input_.byte();
-    region.binX = input_.byte();
-    region.binY = input_.flag() ? region.binX : input_.byte();
+        *number = large ? input.number<uint32_t>() : input.byte();
+    region.binX = input.byte();
+    region.binY = input.flag() ? region.binX : input.byte();
     const auto& [x, y, width, height, binX, binY] = region;
-    const bool longExposure = input_.flag();
+    const bool longExposure = input.flag();
     bool ok = true;
     if (longExposure)
-        ok = camera.startExposure(input_.flag());
-    const double seconds = input_.real();
+        ok = camera.startExposure(input.flag());
+    const double seconds = input.real();
     (void)camera.delay(seconds);
-    if (input_.flag())
+    if (input.flag())
         (void)camera.abortExposure();
     ok = ok && (longExposure ? camera.readCCD(x, y, width, height, binX, binY)
                              : camera.readCCD(x, y, width, height, binX, binY, seconds));
     return ok ? fetchImage(region) : !camera.getImage(nullptr, 1);
 }
 
-bool Host::fetchImage(const ReadoutRegion& region)
+bool Session::fetchImage(const ReadoutRegion& region)
 {
     const uint64_t columns = camera.imageWidth(region.width, region.binX);
     const uint64_t rows = camera.imageHeight(region.height, region.binY);
@@ -200,35 +166,28 @@ bool Host::fetchImage(const ReadoutRegion& region)
         needed = std::max(needed, (rows - 1) * (region.height / region.binY) + columns);
     if (pixels == 0 || needed > LARGEST_IMAGE)
         return false;
-    image_ = std::make_unique<uint16_t[]>(needed);  // not one value more than the contract demands
-    (void)camera.getImage(image_.get(), static_cast<unsigned>(pixels));
+    image = std::make_unique<uint16_t[]>(needed);  // not one value more than the contract demands
+    (void)camera.getImage(image.get(), static_cast<unsigned>(pixels));
     return true;
 }
 
-void Host::operate(Operations operations)
+void Session::operate(Host host)
 {
-    constexpr unsigned ACCESSORY_COUNT = 16;
     constexpr unsigned REOPEN = 31;
-    for (int count = 0; count < OPERATION_LIMIT && !input_.exhausted(); ++count) {
-        const unsigned choice = input_.byte() % 32;
-        const bool image =
-            operations == Operations::IMAGES || (operations == Operations::ALL && choice >= ACCESSORY_COUNT);
-        if (operations == Operations::ALL && choice == REOPEN) {
+    for (int count = 0; count < OPERATION_LIMIT && !input.exhausted(); ++count) {
+        const unsigned choice = input.byte() % 32;
+        const bool all = host == Host::DOES_ALL;
+        if (all && choice == REOPEN) {
             camera.close();
             openCamera();
-        } else if (!image) {
-            operateAccessory(choice % ACCESSORY_COUNT);
-        } else if (!takeImage()) {
-            return;  // the camera waits for getImage() for ever
+        } else if (host == Host::TAKES_IMAGES || (all && choice >= std::size(ACCESSORIES))) {
+            if (!takeImage())
+                return;  // the camera waits for getImage() for ever
+        } else {
+            (void)ACCESSORIES[choice % std::size(ACCESSORIES)](*this);
         }
         checkState();
     }
-}
-
-void Host::finish()
-{
-    camera.close();
-    check(camera.handle == nullptr && device.openCount == 0, "close() left the handle open");
 }
 
 /// The program that the library uploads: mostly one record, for speed, now and then whatever the host copied there.
@@ -241,7 +200,7 @@ void copyFirmware(bool own, Input& input)
 
 }  // namespace
 
-void runHost(CAMERA_TYPE family, Start start, Operations operations, Input& input)
+void runHost(CAMERA_TYPE family, Host host, Input& input)
 {
     static FILE* const devNull = std::fopen("/dev/null", "w");
     static FILE* const realStderr = stderr;
@@ -256,19 +215,42 @@ void runHost(CAMERA_TYPE family, Start start, Operations operations, Input& inpu
     usb.driverActive = (conditions & DRIVER_ACTIVE) != 0 ? 1 : 0;
     usb.claimResult = (conditions & CLAIMED_BY_OTHERS) != 0 ? LIBUSB_ERROR_BUSY : 0;
     usb.altSettingResult = (conditions & NO_ALT_SETTING) != 0 ? LIBUSB_ERROR_NOT_FOUND : 0;
-    Host host(family, input, usb);
+    Session session = {input, {0, usb}, {&session.device, "Vorn K0", family}};
     if (setjmp(exitPoint) == 0) {
         exitArmed = true;
-        if (start == Start::OPENED)
-            host.describeCamera();
+        if (host == Host::OPENS || host == Host::DOES_ALL)
+            session.openCamera();
         else
-            host.openCamera();
-        if (operations != Operations::NONE)
-            host.operate(operations);
-        host.finish();
+            session.describeCamera();
+        if (host != Host::OPENS)
+            session.operate(host);
+        session.camera.close();
+        check(session.camera.handle == nullptr && session.device.openCount == 0, "close() left the handle open");
     }
     exitArmed = false;
     stderr = realStderr;
 }
 
 }  // namespace vornfuzz
+
+void vorntest::reportMisuse(const std::string& text)
+{
+    vornfuzz::check(false, text.c_str());
+}
+
+extern "C" {
+
+void exit(int status) noexcept
+{
+    if (vornfuzz::exitArmed)
+        longjmp(vornfuzz::exitPoint, 1);
+    reinterpret_cast<void (*)(int)>(dlsym(RTLD_NEXT, "exit"))(status);
+    std::abort();
+}
+
+/// More than any camera's frame needs is refused, as on a machine that has run out of memory.
+const char* __asan_default_options()
+{
+    return "allocator_may_return_null=1:max_allocation_size_mb=32:detect_leaks=1";
+}
+}

@@ -1,32 +1,33 @@
 // SPDX-License-Identifier: MIT
+// libFuzzer's entry points. The target is named by an argument: fuzz --target=night corpus/
 #include "targets.h"
+
+#include <cstdio>
+#include <cstdlib>
 
 namespace vornfuzz {
 
 namespace {
 
-template <CAMERA_TYPE family, Start start, Operations operations>
-void host(Input& input)
+CAMERA_TYPE anyFamily(Input& input)
 {
-    runHost(family, start, operations, input);
+    return static_cast<CAMERA_TYPE>(CLASSIC + input.byte() % 5);
 }
 
-/// As above with the family from the input.
-template <Start start, Operations operations>
-void anyHost(Input& input)
-{
-    runHost(static_cast<CAMERA_TYPE>(CLASSIC + input.byte() % 5), start, operations, input);
-}
-
+/// One way into the code. Returns normally for every input; a finding ends the process.
+struct Target {
+    const char* name;
+    void (*run)(Input& input);
+};
 constexpr Target TARGETS[] = {
-    {"open_classic", host<CLASSIC, Start::OPEN, Operations::NONE>},
-    {"open_standard", host<STANDARD, Start::OPEN, Operations::NONE>},
-    {"open_quicker", host<QUICKER, Start::OPEN, Operations::NONE>},
-    {"open_iidc", host<IIDC, Start::OPEN, Operations::NONE>},
-    {"open_advanced", host<ADVANCED, Start::OPEN, Operations::NONE>},
-    {"images", anyHost<Start::OPENED, Operations::IMAGES>},
-    {"accessories", anyHost<Start::OPENED, Operations::ACCESSORIES>},
-    {"night", anyHost<Start::OPEN, Operations::ALL>},
+    {"open_classic", [](Input& input) { runHost(CLASSIC, Host::OPENS, input); }},
+    {"open_standard", [](Input& input) { runHost(STANDARD, Host::OPENS, input); }},
+    {"open_quicker", [](Input& input) { runHost(QUICKER, Host::OPENS, input); }},
+    {"open_iidc", [](Input& input) { runHost(IIDC, Host::OPENS, input); }},
+    {"open_advanced", [](Input& input) { runHost(ADVANCED, Host::OPENS, input); }},
+    {"images", [](Input& input) { runHost(anyFamily(input), Host::TAKES_IMAGES, input); }},
+    {"accessories", [](Input& input) { runHost(anyFamily(input), Host::USES_ACCESSORIES, input); }},
+    {"night", [](Input& input) { runHost(anyFamily(input), Host::DOES_ALL, input); }},
     {"firmware_packer", packFirmware},
     {"options", parseOptions},
     {"exposure_plan", planExposure},
@@ -34,21 +35,40 @@ constexpr Target TARGETS[] = {
     {"simulated_camera", driveSimulatedCamera},
     {"usbip", serveUsbIp},
 };
+const Target* chosen = nullptr;
 
 }  // namespace
 
-std::span<const Target> targets()
+void check(bool condition, const char* what)
 {
-    return TARGETS;
-}
-
-const Target* findTarget(std::string_view name)
-{
-    for (const Target& target : TARGETS) {
-        if (name == target.name)
-            return &target;
-    }
-    return nullptr;
+    if (condition)
+        return;
+    (void)std::fprintf(stderr, "%s\n", what);
+    std::abort();
 }
 
 }  // namespace vornfuzz
+
+extern "C" int LLVMFuzzerInitialize(const int* argc, char*** argv)
+{
+    using namespace vornfuzz;
+    for (const Target& target : TARGETS) {
+        for (int i = 1; i < *argc; ++i) {
+            if ((*argv)[i] == std::string("--target=") + target.name)
+                chosen = &target;
+        }
+    }
+    if (chosen != nullptr)
+        return 0;
+    (void)std::fprintf(stderr, "Name a target with --target=NAME. There are:\n");
+    for (const Target& target : TARGETS)
+        (void)std::fprintf(stderr, "  %s\n", target.name);
+    std::exit(2);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    vornfuzz::Input input({data, size});
+    vornfuzz::chosen->run(input);
+    return 0;
+}
