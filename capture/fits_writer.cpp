@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <ctime>
 #include <string_view>
+#include <tuple>
 
 #include "capture/output_file.h"
 
@@ -110,7 +111,8 @@ void writeCamera(FitsFile& fits, const Frame& frame)
     fits.text("INSTRUME", frame.camera.name, "camera");
     fits.number("CAMSER", static_cast<long long>(frame.camera.serialNumber), "camera serial number");
     if (frame.filter)
-        fits.text("FILTER", std::to_string(*frame.filter), "position of the filter wheel");
+        fits.text("FILTER", frame.filterName.empty() ? std::to_string(*frame.filter) : frame.filterName,
+                  "filter, or position of the filter wheel");
     const Telemetry& telemetry = frame.telemetry;
     if (telemetry.ccdCelsius())
         fits.number("CCD-TEMP", *telemetry.ccdCelsius(), 2, "[degC] sensor temperature at the start");
@@ -120,6 +122,22 @@ void writeCamera(FitsFile& fits, const Frame& frame)
         fits.number("GAIN", static_cast<long long>(*telemetry.gain), "gain setting of the camera");
     if (telemetry.offset)
         fits.number("OFFSET", static_cast<long long>(*telemetry.offset), "offset setting of the camera");
+}
+
+void writeObservation(FitsFile& fits, const Observation& observation)
+{
+    const std::tuple<const char*, const std::string&, const char*> texts[] = {
+        {"OBJECT", observation.object, "what was looked at"},
+        {"OBSERVER", observation.observer, "who looked"},
+        {"TELESCOP", observation.telescope, "telescope"}};
+    for (const auto& [key, value, comment] : texts) {
+        if (!value.empty())
+            fits.text(key, value, comment);
+    }
+    if (observation.focalLengthMm > 0.0)
+        fits.number("FOCALLEN", observation.focalLengthMm, 1, "[mm] focal length");
+    if (observation.apertureMm > 0.0)
+        fits.number("APTDIA", observation.apertureMm, 1, "[mm] diameter of the aperture");
 }
 
 void writeGeometry(FitsFile& fits, const Frame& frame)
@@ -151,6 +169,7 @@ void fillFile(FitsFile& fits, const Frame& frame, const std::string& creator)
     writeTime(fits, frame);
     writeCamera(fits, frame);
     writeGeometry(fits, frame);
+    writeObservation(fits, frame.observation);
     fits.text("SWCREATE", creator, "program that wrote this file");
     fits.pixels(frame.pixels);
 }

@@ -9,6 +9,7 @@
 #include "capture/camera_info.h"
 #include "capture/clock.h"
 #include "capture/exposure_request.h"
+#include "capture/observation.h"
 
 namespace vorncapture {
 
@@ -39,6 +40,8 @@ struct Frame {
     Telemetry telemetry;                                ///< read just before
     std::string imageType = {};                         ///< "Flat Frame"; empty: as the request tells
     std::optional<unsigned int> filter = std::nullopt;  ///< position of the filter wheel
+    std::string filterName = {};                        ///< empty: it has none
+    Observation observation = {};
     std::vector<std::string> notes;
 
     /// @return true when the picture keeps the sensor's Bayer pattern: a colour sensor, unbinned.

@@ -29,6 +29,14 @@ std::string dateText(Clock::Utc moment)
     return text;
 }
 
+/// @return a text of the user's or the camera's as it may stand in the name of a file.
+std::string forName(std::string text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](char letter) { return letter == ' ' || letter == '/'; }, '-');
+    return text.empty() ? "none" : text;
+}
+
 /// @return what stands for one place; nothing for a name that is none.
 std::optional<std::string> placeText(const std::string& name, const NameParts& parts)
 {
@@ -43,15 +51,13 @@ std::optional<std::string> placeText(const std::string& name, const NameParts& p
     if (name == "seconds")
         return formatted("%g", parts.exposureSeconds);
     if (name == "filter")
-        return parts.filter ? std::to_string(*parts.filter) : "none";
+        return forName(parts.filter);
     if (name == "temp")
         return parts.celsius ? formatted("%.1f", *parts.celsius) : "none";
-    if (name == "camera") {
-        std::string camera = parts.camera;
-        std::replace_if(
-            camera.begin(), camera.end(), [](char letter) { return letter == ' ' || letter == '/'; }, '-');
-        return camera;
-    }
+    if (name == "camera")
+        return forName(parts.camera);
+    if (name == "object")
+        return forName(parts.object);
     return std::nullopt;
 }
 
@@ -86,7 +92,7 @@ Result<std::string> fillPattern(const std::string& pattern, const NameParts& par
         if (!text)
             return Error{ErrorKind::BAD_REQUEST,
                          "\"" + pattern + "\" is no pattern: a name may have {n}, {n:3}, {date}, {type}, {seconds}, " +
-                             "{filter}, {temp} and {camera}",
+                             "{filter}, {temp}, {camera} and {object}",
                          ""};
         filled += *text;
         at = end;

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <memory>
+#include <string_view>
 
 namespace vorncapture {
 namespace {
@@ -66,7 +67,8 @@ bool hasOpen(const std::string& process, const std::string& node)
     for (const std::string& name : entriesOf(descriptors)) {
         std::array<char, 256> target = {};
         const ssize_t length = readlink((descriptors + name).c_str(), target.data(), target.size());
-        if (length > 0 && std::string(target.data(), static_cast<size_t>(length)) == node)
+        // A simulated bus has its nodes in a folder of its own.
+        if (length > 0 && std::string_view(target.data(), static_cast<size_t>(length)).ends_with(node))
             return true;
     }
     return false;

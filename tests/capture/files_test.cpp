@@ -44,6 +44,9 @@ Frame sampleFrame()
     frame.telemetry.targetCelsius = -10.5;
     frame.telemetry.gain = 17;
     frame.telemetry.offset = 230;
+    frame.filter = 2;
+    frame.filterName = "Ha";
+    frame.observation = {"M 31", "J. Doe", "Newton", 1000.0, 200.0};
     return frame;
 }
 
@@ -67,10 +70,13 @@ TEST_F(Files, FitsHoldsPixelsAndWhatIsKnownOfThem)
     EXPECT_EQ(fits.pixels, sampleFrame().pixels);
     EXPECT_TRUE(fits.intact);
     EXPECT_EQ(header(fits),
-              "BAYERPAT=RGGB BITPIX=16 BSCALE=1 BZERO=32768 CAMSER=4711 CCD-TEMP=-10.25 "
-              "DATE-OBS=2024-02-29T23:59:58.999 EXPOSURE=2.500000 EXPTIME=2.500000 GAIN=17 IMAGETYP=Light Frame "
-              "INSTRUME=Vorn K12 NAXIS=2 NAXIS1=3 NAXIS2=2 OFFSET=230 PIXSIZE1=6.4500 PIXSIZE2=5.5000 "
-              "ROWORDER=TOP-DOWN SET-TEMP=-10.50 SWCREATE=tester 1.0 XBAYROFF=1 XBINNING=1 XORGSUBF=4 XPIXSZ=6.4500 "
+              "APTDIA=200.0 BAYERPAT=RGGB BITPIX=16 BSCALE=1 BZERO=32768 CAMSER=4711 CCD-TEMP=-10.25 "
+              "DATE-OBS=2024-02-29T23:59:58.999 EXPOSURE=2.500000 EXPTIME=2.500000 FILTER=Ha FOCALLEN=1000.0 GAIN=17 "
+              "IMAGETYP=Light Frame "
+              "INSTRUME=Vorn K12 NAXIS=2 NAXIS1=3 NAXIS2=2 OBJECT=M 31 OBSERVER=J. Doe OFFSET=230 PIXSIZE1=6.4500 "
+              "PIXSIZE2=5.5000 "
+              "ROWORDER=TOP-DOWN SET-TEMP=-10.50 SWCREATE=tester 1.0 TELESCOP=Newton XBAYROFF=1 XBINNING=1 XORGSUBF=4 "
+              "XPIXSZ=6.4500 "
               "YBAYROFF=1 YBINNING=1 YORGSUBF=7 YPIXSZ=5.5000 ");
 }
 
@@ -82,6 +88,8 @@ TEST_F(Files, FitsLeavesOutWhatIsUnknownOrNoLongerTrue)
     frame.request.dark = true;
     frame.region = {4, 9, 6, 6};
     frame.telemetry = {};
+    frame.filter.reset();
+    frame.observation = {};
     ASSERT_TRUE(writeFits(frame, path("a.fits"), "tester", false).ok());
     EXPECT_EQ(header(readFits(path("a.fits"))),
               "BITPIX=16 BSCALE=1 BZERO=32768 CAMSER=4711 DARKTIME=2.500000 DATE-OBS=2024-02-29T23:59:58.999 "

@@ -63,13 +63,13 @@ class Sequence : public CommandLine {};
 TEST_F(Sequence, NamesTellNumberFilterAndTemperatureAndTheHeaderTheFilter)
 {
     const Outcome outcome = simulated("--camera k13 --ambient -5.2",
-                                      "expose -q -t 0.01 --bin 4 --type flat --filter 2 --count 2 "
+                                      "expose -q -t 0.01 --bin 4 --type flat --filter-names L,Ha --filter ha --count 2 "
                                       "-o 'm{filter}-{n:2}-{type}-{seconds}-{camera}.fits'");
     ASSERT_EQ(outcome.status, 0) << outcome.err;
-    const std::vector<std::string> expected = {"m2-01-flat-0.01-Vorn-K13.fits", "m2-02-flat-0.01-Vorn-K13.fits"};
+    const std::vector<std::string> expected = {"mHa-01-flat-0.01-Vorn-K13.fits", "mHa-02-flat-0.01-Vorn-K13.fits"};
     EXPECT_EQ(names(), expected);
     const auto fits = readFits(expected.back());
-    EXPECT_EQ(fits.keys.at("FILTER"), "2");
+    EXPECT_EQ(fits.keys.at("FILTER"), "Ha");
     EXPECT_EQ(fits.keys.at("IMAGETYP"), "Flat Frame");
 }
 
@@ -80,25 +80,6 @@ TEST_F(Sequence, GoesToStandardOutputWhole)
     const auto fits = readFits("piped.fits");
     EXPECT_TRUE(fits.intact);
     EXPECT_EQ(fits.width, 348);
-}
-
-TEST_F(Sequence, NonsenseIsRefusedBeforeACameraIsTouched)
-{
-    constexpr std::pair<const char*, const char*> ROWS[] = {
-        {"expose -t 1 -o 'a-{sky}.fits'", "{n:3}"},
-        {"expose -t 1 -o - --json", "standard output"},
-        {"expose --type bias -t 1", "bias"},
-        {"expose -t 1 --type moon", "\"moon\""},
-        {"expose -t 1 --count 0", "--count"},
-        {"guide up 100", "\"up\""},
-        {"guide x+ 90000", "60000"},
-        {"gpio --set 0x10000", "0x10000"},
-        {"shutter ajar", "ajar"},
-        {"cool -- -300", "-300"},
-    };
-    for (const auto& [arguments, part] : ROWS)
-        EXPECT_TRUE(vornctl(arguments).refused(2, part)) << arguments;
-    EXPECT_TRUE(names().empty());
 }
 
 }  // namespace

@@ -19,7 +19,8 @@ TEST_F(Arguments, NonsenseGetsOneLineAndNoFile)
     };
     constexpr Row ROWS[] = {
         {"", 2, "command"},
-        {"dance", 2, "command"},
+        {"dance", 2, "\"dance\" is no command"},
+        {"-d 1 info", 2, "vornctl info -d"},
         {"list --sideways", 2, "--sideways"},
         {"expose", 2, "--time"},
         {"expose -t -1", 2, "\"-1\""},
@@ -33,6 +34,18 @@ TEST_F(Arguments, NonsenseGetsOneLineAndNoFile)
         {"expose -t 1 --roi -1,0,5,5", 2, "-1,0,5,5"},
         {"expose -t 1 --roi 0,0,0,5", 2, "empty"},
         {"expose -t 1 -d serial:", 2, "serial:"},
+        {"expose -t 1 --filter red", 2, "\"red\""},
+        {"expose -t 1 --filter-names a,A", 2, "\"A\""},
+        {"expose -t 1 -o 'a-{sky}.fits'", 2, "{n:3}"},
+        {"expose -t 1 -o - --json", 2, "standard output"},
+        {"expose --type bias -t 1", 2, "bias"},
+        {"expose -t 1 --type moon", 2, "\"moon\""},
+        {"expose -t 1 --count 0", 2, "--count"},
+        {"guide up 100", 2, "\"up\""},
+        {"guide x+ 90000", 2, "60000"},
+        {"gpio --set 0x10000", 2, "0x10000"},
+        {"shutter ajar", 2, "ajar"},
+        {"cool -- -300", 2, "-300"},
         {"expose -t 1 -o nowhere/a.fits", 1, "no directory nowhere"},
         {"expose -t 1 --png .", 1, "directory"},
     };
@@ -64,9 +77,9 @@ TEST_F(Arguments, CamerasAreToldApartWithoutOpeningThem)
         const char* arguments;
         int status;
     };
-    constexpr Row ROWS[] = {{NONE, "list", 0},        {NONE, "info", 3},         {NONE, "expose -t 1 -d k12", 3},
-                            {THREE, "info", 2},       {THREE, "info -d k12", 2}, {THREE, "info -d 3", 3},
-                            {THREE, "info -d k13", 3}};
+    constexpr Row ROWS[] = {{NONE, "list", 0},         {NONE, "info", 3},         {NONE, "expose -t 1 -d k12", 3},
+                            {THREE, "info", 2},        {THREE, "info -d k12", 2}, {THREE, "info -d 3", 3},
+                            {THREE, "info -d k13", 3}, {THREE, "info -d 1-9", 3}};
     for (const Row& row : ROWS)
         EXPECT_TRUE(simulated(row.simulator, row.arguments).refused(row.status, "")) << row.arguments;
     EXPECT_EQ(simulated(NONE, "list --json").out, "{\"cameras\":[]}\n");
@@ -77,6 +90,10 @@ TEST_F(Arguments, CamerasAreToldApartWithoutOpeningThem)
     EXPECT_EQ(names, (std::multiset<std::string>{"Vorn K06", "Vorn K12", "Vorn K12"}));
     EXPECT_EQ(list["cameras"][2]["index"], 2);
     EXPECT_EQ(contents("log"), "");  // no simulated camera has noticed anything
+    const char* const twins = "--camera k12 --camera k12 --serial 51";
+    for (const auto& [place, serial] : {std::pair{"1-1", 51}, {"1-2", 52}})
+        EXPECT_EQ(nlohmann::json::parse(simulated(twins, std::string("info --json -d ") + place).out)["serial"],
+                  serial);
 }
 
 }  // namespace

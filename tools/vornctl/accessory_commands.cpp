@@ -10,8 +10,12 @@ namespace vornctl {
 using vorncapture::Done;
 using vorncapture::Status;
 
-int filterCommand(const Options& options, const std::optional<unsigned int>& position)
+int filterCommand(const Options& options)
 {
+    const auto wanted = wantedFilter(options);
+    if (!wanted.ok())
+        return report(wanted.error());
+    const std::optional<unsigned int>& position = wanted.value().position;
     return withCamera(options, [&](Opened& camera) -> Status {
         if (!camera.session.info().caps.hasFilterWheel)
             return lacking(camera.session, "filter wheel");
@@ -26,6 +30,7 @@ int filterCommand(const Options& options, const std::optional<unsigned int>& pos
             return wheel.error();
         camera.progress.clear();
         print({{"filter", wheel.value().current},
+               {"name", wanted.value().names.nameOf(wheel.value().current)},
                {"target", wheel.value().target},
                {"moving", wheel.value().moving},
                {"filters", wheel.value().count}},

@@ -47,7 +47,7 @@ int statusCommand(const Options& options);
 int monitorCommand(const Options& options, const MonitorRequest& request);
 int coolCommand(const Options& options, const vorncapture::CoolingRequest& request);
 int warmCommand(const Options& options, bool wait, double limitSeconds);
-int filterCommand(const Options& options, const std::optional<unsigned int>& position);
+int filterCommand(const Options& options);
 int shutterCommand(const Options& options, bool open);
 int guideCommand(const Options& options, const GuideRequest& request);
 int gpioCommand(const Options& options, const GpioRequest& request);

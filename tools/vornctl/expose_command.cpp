@@ -180,16 +180,23 @@ const char* imageType(FrameKind kind)
     return "";
 }
 
+/// The filter in the light; nothing of it on a camera without a wheel.
+struct WheelFilter {
+    std::optional<unsigned int> position;
+    std::string name;  ///< or the position as a text
+};
+
 /// Takes picture @p number, writes and tells it.
-Status takeOne(Opened& camera, const Options& options, unsigned int number, const std::optional<unsigned int>& filter)
+Status takeOne(Opened& camera, const Options& options, unsigned int number, const WheelFilter& filter)
 {
     vorncapture::NameParts parts{.number = number,
                                  .start = camera.session.clock().utc(),
                                  .kind = options.kind,
                                  .exposureSeconds = options.request.seconds,
-                                 .filter = filter,
+                                 .filter = filter.name,
                                  .celsius = camera.session.readTelemetry().ccdCelsius(),
-                                 .camera = camera.session.info().name};
+                                 .camera = camera.session.info().name,
+                                 .object = options.observation.object};
     const Result<Outputs> outputs = outputsOf(options, parts);
     if (!outputs.ok())
         return outputs.error();
@@ -204,7 +211,9 @@ Status takeOne(Opened& camera, const Options& options, unsigned int number, cons
         return taken.error();
     Frame& frame = taken.value();
     frame.imageType = imageType(options.kind);
-    frame.filter = filter;
+    frame.filter = filter.position;
+    frame.filterName = filter.name;
+    frame.observation = options.observation;
     const Status written = writeFiles(frame, outputs.value(), options.force);
     if (!written.ok())
         return written;
@@ -214,15 +223,15 @@ Status takeOne(Opened& camera, const Options& options, unsigned int number, cons
     return Done{};
 }
 
-Status takeAll(Opened& camera, const Options& options)
+Status takeAll(Opened& camera, const Options& options, const WantedFilter& wanted)
 {
-    std::optional<unsigned int> filter;
+    WheelFilter filter;
     const bool wheel = camera.session.info().caps.hasFilterWheel;
-    if (options.filter && !wheel)
+    if (wanted.position && !wheel)
         return lacking(camera.session, "filter wheel");
-    if (options.filter) {
+    if (wanted.position) {
         camera.progress.say("turning the filter wheel");
-        Status turned = vorncapture::turnWheel(camera.session, *options.filter, &camera.cancel);
+        Status turned = vorncapture::turnWheel(camera.session, *wanted.position, &camera.cancel);
         if (!turned.ok())
             return turned;
     }
@@ -230,7 +239,7 @@ Status takeAll(Opened& camera, const Options& options)
         const auto position = vorncapture::readWheel(camera.session);
         if (!position.ok())
             return position.error();
-        filter = position.value().current;
+        filter = {position.value().current, wanted.names.nameOf(position.value().current)};
     }
     const double start = camera.session.clock().steadySeconds();
     for (unsigned int number = 1; number <= options.count; ++number) {
@@ -271,8 +280,11 @@ int exposeCommand(Options options)
     if (!possible.ok())
         return report(possible.error());
 
-    return withCamera(options, [&options](Opened& camera) -> Status {
-        Status outcome = takeAll(camera, options);
+    const Result<WantedFilter> wanted = wantedFilter(options);
+    if (!wanted.ok())
+        return report(wanted.error());
+    return withCamera(options, [&options, &wanted](Opened& camera) -> Status {
+        Status outcome = takeAll(camera, options, wanted.value());
         if (!outcome.ok())
             openRelays(camera);
         if (options.warmAtEnd && !camera.session.stuck()) {

@@ -72,7 +72,6 @@ struct Command {
 /// Everything the commands' options are read into.
 struct Asked {
     Options options;
-    std::optional<unsigned int> filter;
     std::string shutter;
     vornctl::GuideRequest guide;
     double guideMilliseconds = 0.0;
@@ -105,12 +104,21 @@ CLI::Option* addRead(CLI::App& command, const std::string& name, Target& target,
     return command.add_option_function<std::string>(name, read, help);
 }
 
+void addFilterNames(CLI::App& command, Options& options)
+{
+    command.add_option("--filter-names", options.filterNames, "what the filters are called, from position 1")
+        ->type_name("NAME,NAME,...")
+        ->envname("VORNCTL_FILTERS");
+}
+
 Command addFilter(CLI::App& app, Asked& asked)
 {
     CLI::App* command = addCommand(app, asked, "filter", "turn the filter wheel, or tell where it stands",
-                                   "  vornctl filter\n  vornctl filter 3");
-    command->add_option("POSITION", asked.filter, "position to turn to, from 1")->check(within(1.0, 255.0));
-    return {command, [&asked] { return vornctl::filterCommand(asked.options, asked.filter); }};
+                                   "  vornctl filter\n  vornctl filter 3\n"
+                                   "  export VORNCTL_FILTERS=L,R,G,B,Ha; vornctl filter ha");
+    command->add_option("FILTER", asked.options.filter, "position to turn to, from 1, or name");
+    addFilterNames(*command, asked.options);
+    return {command, [&asked] { return vornctl::filterCommand(asked.options); }};
 }
 
 Command addShutter(CLI::App& app, Asked& asked)
@@ -232,7 +240,31 @@ void addPictureOptions(CLI::App& expose, Asked& asked)
     addParsed(expose, "--bin", options, vornctl::parseBinning, "sensor pixels summed into one, 2x2")->type_name("XxY");
     addParsed(expose, "--roi", options, vornctl::parseRegion, "part of the sensor, in unbinned pixels")
         ->type_name("X,Y,W,H");
-    expose.add_option("--filter", options.filter, "position to turn the filter wheel to before")->type_name("POSITION");
+    expose.add_flag("--preview", options.request.preview, "the camera's faster, noisier readout");
+    expose.add_flag("--eight-bit", options.request.eightBit, "8-bit readout, values 0 to 255");
+    expose.add_option("--filter", options.filter, "position or name of the filter to turn the wheel to before")
+        ->type_name("FILTER");
+    addFilterNames(expose, options);
+}
+
+/// What stands in the header for those who look at the picture later; what stays the same is said once, in the
+/// environment.
+void addObservationOptions(CLI::App& expose, vorncapture::Observation& observation)
+{
+    constexpr double LONGEST_MM = 1e6;
+    expose.add_option("--object", observation.object, "what is looked at, for header and name")->type_name("NAME");
+    expose.add_option("--observer", observation.observer, "who looks")->type_name("NAME")->envname("VORNCTL_OBSERVER");
+    expose.add_option("--telescope", observation.telescope, "through what")
+        ->type_name("NAME")
+        ->envname("VORNCTL_TELESCOPE");
+    expose.add_option("--focal-length", observation.focalLengthMm, "of the telescope")
+        ->check(within(0.1, LONGEST_MM))
+        ->type_name("MM")
+        ->envname("VORNCTL_FOCAL_LENGTH");
+    expose.add_option("--aperture", observation.apertureMm, "diameter of its opening")
+        ->check(within(0.1, LONGEST_MM))
+        ->type_name("MM")
+        ->envname("VORNCTL_APERTURE");
 }
 
 Command addExpose(CLI::App& app, Asked& asked)
@@ -243,11 +275,13 @@ Command addExpose(CLI::App& app, Asked& asked)
         "  vornctl expose -t 10\n"
         "  vornctl expose -t 0.5 --bin 2x2 --roi 100,100,640,480 -o moon.fits --png moon.png\n"
         "  vornctl expose -t 300 --count 20 --filter 2 -o 'm31-{filter}-{n:3}-{temp}C.fits'\n"
+        "  VORNCTL_FILTERS=L,R,G,B vornctl expose -t 60 --filter R --object 'M 31' -o '{object}-{filter}.fits'\n"
         "  vornctl expose --type bias --count 50 -o 'bias-{n:2}.fits' --warm\n"
         "  vornctl expose -t 1 -o - | fitsheader -\n"
-        "Names may have {n}, {n:3}, {date}, {type}, {seconds}, {filter}, {temp} and {camera}. Without {n}\n"
+        "Names may have {n}, {n:3}, {date}, {type}, {seconds}, {filter}, {temp}, {camera} and {object}. Without {n}\n"
         "a sequence gets a number before the ending. Ctrl-C drops the picture at hand and keeps the others.");
     addPictureOptions(*command, asked);
+    addObservationOptions(*command, options.observation);
     command
         ->add_option("-o,--output", options.fitsPath,
                      "FITS file; - is standard output; without -o and --png: vorn-DATE-TIME.fits")

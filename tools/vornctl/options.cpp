@@ -112,6 +112,19 @@ Status parseDirection(const std::string& text, vorncapture::GuideRelay& relay)
     return refuse("\"" + text + "\" is no direction: give x+, x-, y+ or y-, or the relay's number 1 to 4");
 }
 
+vorncapture::Result<WantedFilter> wantedFilter(const Options& options)
+{
+    const auto names = vorncapture::FilterNames::parse(options.filterNames);
+    if (!names.ok())
+        return names.error();
+    if (options.filter.empty())
+        return WantedFilter{std::nullopt, names.value()};
+    const auto position = names.value().positionOf(options.filter);
+    if (!position.ok())
+        return position.error();
+    return WantedFilter{position.value(), names.value()};
+}
+
 Status parseMask(const std::string& text, std::optional<uint16_t>& mask)
 {
     std::string_view digits = text;

@@ -7,7 +7,9 @@
 
 #include "capture/accessories.h"
 #include "capture/exposure_request.h"
+#include "capture/filter_names.h"
 #include "capture/name_pattern.h"
+#include "capture/observation.h"
 #include "capture/result.h"
 
 namespace vornctl {
@@ -29,7 +31,11 @@ struct Options {
     unsigned int count = 1;
     double intervalSeconds = 0.0;  ///< from the start of one picture to the next
     bool warmAtEnd = false;
-    std::optional<unsigned int> filter;
+    vorncapture::Observation observation;
+
+    // expose and filter
+    std::string filter;       ///< position or name to turn the wheel to; empty: it stays where it is
+    std::string filterNames;  ///< as FilterNames::parse() reads them
 };
 
 /// Reads "2.5" or "1e-3" into @p request. Error: BAD_REQUEST, for anything that is not a time to expose.
@@ -46,6 +52,15 @@ vorncapture::Status parseKind(const std::string& text, vorncapture::FrameKind& k
 
 /// Reads "x+", "x-", "y+", "y-" or a relay's number from 1 to 4. Error: BAD_REQUEST.
 vorncapture::Status parseDirection(const std::string& text, vorncapture::GuideRelay& relay);
+
+/// The filter that the user wants in the light, and what all are called.
+struct WantedFilter {
+    std::optional<unsigned int> position;  ///< empty: none in particular
+    vorncapture::FilterNames names;
+};
+
+/// Reads Options::filter and Options::filterNames. Error: BAD_REQUEST.
+vorncapture::Result<WantedFilter> wantedFilter(const Options& options);
 
 /// Reads a mask of GPIO lines: "5", "0x5" or "0b101". Error: BAD_REQUEST.
 vorncapture::Status parseMask(const std::string& text, std::optional<uint16_t>& mask);

@@ -122,6 +122,8 @@ ordered_json describeFrame(const Frame& frame)
     json["dark"] = frame.request.dark;
     json["type"] = frame.imageType.empty() ? ordered_json() : ordered_json(frame.imageType);
     json["filter"] = orNull(frame.filter);
+    json["filter_name"] = frame.filter ? ordered_json(frame.filterName) : ordered_json();
+    json["object"] = frame.observation.object.empty() ? ordered_json() : ordered_json(frame.observation.object);
     json["width"] = frame.width;
     json["height"] = frame.height;
     json["region"] = {
