@@ -5,11 +5,14 @@
 // usage: fault_sweep [--stride N]    with N, only every N-th point
 #include <sys/mman.h>
 #include <algorithm>
+#include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <new>
+#include <optional>
 #include <string_view>
 
+#include "faulty_usb.h"
 #include "scenarios.h"
 
 namespace vorntest {
@@ -19,13 +22,50 @@ namespace {
 constexpr int64_t LONGEST_US = 12 * 3'600'000'000LL;  // 400 retries of an exchange that takes its time to fail
 constexpr int SHOWN_FAULTS = 20;
 
-/// What a process has found.
+/// What all processes have found, in memory that they share.
 struct Tally {
-    uint64_t points = 0;
-    uint64_t faults = 0;
-    uint64_t exits = 0;
-    int64_t longestUs = 0;
+    std::atomic<unsigned long> points = 0;
+    std::atomic<unsigned long> faults = 0;
 };
+Tally* tally = nullptr;
+
+// What this process has found.
+unsigned long exits = 0;
+int64_t longestUs = 0;
+
+jmp_buf exitPoint;
+bool exitExpected = false;
+
+/// A closed camera object on a simulated camera whose calls can go wrong.
+struct FaultyCamera : SimulatedCamera {
+    explicit FaultyCamera(const char* name) : SimulatedCamera(name) { device.backend = &faulty; }
+
+    FaultyUsb faulty{usb};
+};
+
+/// What a host does in a row; all but opening begins with an open camera.
+struct Scenario {
+    const char* name;
+    std::vector<Step> steps;
+
+    bool beginsOpen() const { return steps.front().name != "open"; }
+};
+
+std::vector<Scenario> scenariosOf(CAMERA_TYPE family)
+{
+    const Step open = {"open", "Failed to initialize device", [](VornCameraImpl& camera) { return camera.open(); }};
+    const Step close = {"close", nullptr, [](VornCameraImpl& camera) {
+                            camera.close();
+                            return true;
+                        }};
+    std::vector<Scenario> scenarios = {{"open", {open}},
+                                       {"short exposure", SHORT_EXPOSURE},
+                                       {"accessories", ACCESSORIES},
+                                       {"close and reopen", {close, open, close}}};
+    if (family != IIDC)
+        scenarios.push_back({"long exposure", LONG_EXPOSURE});
+    return scenarios;
+}
 
 /// A scenario of a family, and the calls it makes when all is well.
 struct Course {
@@ -49,9 +89,6 @@ struct Point {
     bool forEver;
     size_t allocation = 0;  ///< number of the allocation that fails, from 1
 };
-
-Tally* tallies = nullptr;  // of all families, shared by their processes
-Tally* tally = nullptr;
 
 /// Calls whose failure an operation survives by contract, by their numbers within it.
 struct Ignored {
@@ -84,7 +121,7 @@ bool isIgnored(const Course& course, size_t call, bool forEver)
 {
     const CAMERA_TYPE family = course.subject.family;
     const BusCall& made = course.calls[call];
-    const std::string_view step = course.scenario.steps[course.stepOf[call]].name;
+    const std::string& step = course.scenario.steps[course.stepOf[call]].name;
     if (family == IIDC && (made.kind == BusCall::CONTROL_IN || made.kind == BusCall::CONTROL_OUT))
         return true;  // registers give no results
     if (made.timeoutMs == FLUSH_TIMEOUT_MS)
@@ -106,24 +143,24 @@ void complain(const Course& course, const Point& point, const std::string& what)
 {
     if (tally->faults++ < SHOWN_FAULTS)
         std::printf("%s, %s, step %s, call %zu (%s), %s%s: %s\n", course.subject.name, course.scenario.name,
-                    course.scenario.steps[course.stepOf[point.call]].name, course.numberInStep(point.call),
-                    course.calls[point.call].text().c_str(), nameOf(point.trouble), point.forEver ? " for ever" : "",
-                    what.c_str());
+                    course.scenario.steps[course.stepOf[point.call]].name.c_str(), course.numberInStep(point.call),
+                    course.calls[point.call].text().c_str(), TROUBLES[static_cast<size_t>(point.trouble)].name,
+                    point.forEver ? " for ever" : "", what.c_str());
 }
 
 /// Goes through the scenario undisturbed. @return false when that fails already.
 bool record(Course& course)
 {
     FaultyCamera faulty(course.subject.model);
-    for (const Step& step : course.scenario.before)
-        step.run(faulty.camera);
+    if (course.scenario.beginsOpen())
+        (void)faulty.camera.open();
     faulty.faulty.recorded = &course.calls;
     allocations = {.recorded = &course.allocations, .calls = &course.calls};
     for (size_t i = 0; i < course.scenario.steps.size(); i++) {
         const Step& step = course.scenario.steps[i];
-        if (applies(step, faulty.camera) && runStep(step, faulty.camera) != Outcome::DONE) {
-            std::printf("%s, %s: %s fails without a fault: %s\n", course.subject.name, course.scenario.name, step.name,
-                        faulty.camera.getLastError());
+        if (step.supported(faulty.camera) && !step.run(faulty.camera)) {
+            std::printf("%s, %s: %s fails without a fault: %s\n", course.subject.name, course.scenario.name,
+                        step.name.c_str(), faulty.camera.getLastError());
             tally->faults++;
             return false;
         }
@@ -148,29 +185,41 @@ size_t expectedFailure(const Course& course, const Point& point)
 }
 
 /// @return whether @p text is what this failure of the step is called.
-bool isDocumented(const Course& course, const Point& point, const Step& step, const char* text)
+bool isDocumented(const Course& course, const Point& point, const Step& step, std::string_view text)
 {
-    const bool cameraNeverReady = point.forEver || !isError(point.trouble);
+    const bool misled = !isError(point.trouble);
     if (step.error == nullptr)
-        return std::strcmp(text, "No error") == 0 || (cameraNeverReady && std::strcmp(text, "Failed to set gain") == 0);
+        return text == "No error" || ((point.forEver || misled) && text == "Failed to set gain");
     const bool atLibusbOpen = course.calls[point.call].kind == BusCall::OPEN;
     const bool endlessRetries = course.subject.family == CLASSIC && point.forEver;
-    const bool opening = std::strcmp(step.name, "open") == 0;
-    if (opening && (atLibusbOpen || endlessRetries) && std::strcmp(text, "Failed to open device") == 0)
+    if (step.name == "open" && (atLibusbOpen || endlessRetries) && text == "Failed to open device")
         return true;
-    if (opening && atLibusbOpen)
+    if (step.name == "open" && atLibusbOpen)
         return false;
-    if (std::strcmp(text, step.error) == 0)
-        return true;
     // A camera may seem to be another one when its answers are wrong.
-    constexpr const char* MISLED[] = {"Unsupported operation", "Invalid parameter", "Operation out of sequence"};
-    return !isError(point.trouble) && std::any_of(std::begin(MISLED), std::end(MISLED),
-                                                  [=](const char* one) { return std::strcmp(text, one) == 0; });
+    return text == step.error || (misled && (text == "Unsupported operation" || text == "Invalid parameter" ||
+                                             text == "Operation out of sequence"));
 }
 
-/// Goes through the steps with the fault. @return false when the library wanted to end the process.
-bool suffer(const Course& course, const Point& point, FaultyCamera& faulty)
+/// @return what the step returns, or nothing: some nonsense from a camera makes the library end the process by
+/// contract.
+std::optional<bool> run(const Step& step, VornCameraImpl& camera)
 {
+    std::optional<bool> done;
+    exitExpected = true;
+    if (setjmp(exitPoint) == 0)  // NOLINT(cert-err52-cpp): exit() cannot be left in another way
+        done = step.run(camera);
+    exitExpected = false;
+    return done;
+}
+
+/// Goes through the steps with the fault.
+void visit(const Course& course, const Point& point)
+{
+    tally->points++;
+    FaultyCamera faulty(course.subject.model);
+    if (course.scenario.beginsOpen())
+        (void)faulty.camera.open();
     const size_t failing = expectedFailure(course, point);
     VornCameraImpl& camera = faulty.camera;
     faulty.faulty.plan(point.trouble, point.allocation != 0 ? 0 : point.call + 1, point.forEver);
@@ -181,36 +230,37 @@ bool suffer(const Course& course, const Point& point, FaultyCamera& faulty)
     bool open = camera.handle != nullptr;
     for (size_t i = 0; i < course.scenario.steps.size() && !failed; i++) {
         const Step& step = course.scenario.steps[i];
-        if (!applies(step, camera))
+        if (!step.supported(camera))
             continue;
-        const Outcome outcome = runStep(step, camera);
-        if (outcome == Outcome::EXITED) {
+        const std::optional<bool> done = run(step, camera);
+        if (!done) {
             if (isError(point.trouble))
-                complain(course, point, std::string(step.name) + " ends the process");
-            return false;
+                complain(course, point, step.name + " ends the process");
+            exits++;
+            return;
         }
-        failed = outcome == Outcome::FAILED;
-        if (std::strcmp(step.name, "open") == 0 || step.error == nullptr)
+        failed = !*done;
+        if (step.name == "open" || step.error == nullptr)
             open = camera.handle != nullptr && (!failed || step.error == nullptr);
         // A register of which nobody knows that it was not written shows in the image at the earliest.
         const bool blind = course.subject.family == IIDC && failing == course.scenario.steps.size();
         if (isError(point.trouble) && failed != (i == failing) && !(blind && &step == &course.scenario.steps.back()))
-            complain(course, point, std::string(step.name) + (failed ? " fails" : " succeeds"));
+            complain(course, point, step.name + (failed ? " fails" : " succeeds"));
         if (failed && !isDocumented(course, point, step, camera.getLastError()))
-            complain(course, point, std::string("the error of ") + step.name + " is \"" + camera.getLastError() + "\"");
+            complain(course, point, "the error of " + step.name + " is \"" + camera.getLastError() + "\"");
     }
-    tally->longestUs = std::max(tally->longestUs, bus().nowUs() - startUs);
+    longestUs = std::max(longestUs, bus().nowUs() - startUs);
     if (bus().nowUs() - startUs > LONGEST_US)
         complain(course, point, "it takes too long");
     if (!faulty.lockFree()) {
         complain(course, point, "the lock is held");
-        return true;  // whatever comes next would wait for ever
+        return;  // whatever comes next would wait for ever
     }
     if ((camera.handle != nullptr) != open || (faulty.device.openCount != 0) != open)
         complain(course, point, open ? "the device is closed" : "the device is open");
     if (allocations.held != 0)
         complain(course, point, std::to_string(allocations.held) + " buffers are lost");
-    faulty.faulty.heal();
+    faulty.faulty.plan(point.trouble, 0, false);
     allocations = {};
     camera.close();
     if (!camera.open())
@@ -218,30 +268,20 @@ bool suffer(const Course& course, const Point& point, FaultyCamera& faulty)
     camera.close();
     if (faulty.device.openCount != 0)
         complain(course, point, "a handle is left");
-    return true;
 }
 
-void visit(const Course& course, const Point& point)
+void sweep(const Subject& subject, long stride)
 {
-    tally->points++;
-    FaultyCamera faulty(course.subject.model);
-    for (const Step& step : course.scenario.before)
-        step.run(faulty.camera);
-    if (!suffer(course, point, faulty))
-        tally->exits++;
-}
-
-void sweep(const Subject& subject, uint64_t stride)
-{
-    uint64_t turn = 0;
+    long turn = 0;
     for (const Scenario& scenario : scenariosOf(subject.family)) {
         Course course = {subject, scenario};
         if (!record(course))
             continue;
         for (size_t call = 0; call < course.calls.size(); call++) {
-            for (const Trouble trouble : TROUBLES) {
+            for (auto trouble = Trouble::IO; trouble < Trouble::NO_ALLOCATION;
+                 trouble = static_cast<Trouble>(static_cast<int>(trouble) + 1)) {
                 for (const bool forEver : {false, true}) {
-                    if (FaultyUsb::applies(trouble, course.calls[call]) && turn++ % stride == 0)
+                    if (canBefall(trouble, course.calls[call]) && turn++ % stride == 0)
                         visit(course, {trouble, call, forEver});
                 }
             }
@@ -267,56 +307,41 @@ void retryAllNight()
     const int64_t retries = (bus().nowUs() - startUs) / 5'000'000;
     const uintptr_t stack = faulty.faulty.highestStack - faulty.faulty.lowestStack;
     std::printf("CLASSIC   %lld retries, stack within %zu bytes\n", static_cast<long long>(retries), stack);
-    if (opened || std::strcmp(faulty.camera.getLastError(), "Failed to open device") != 0 || retries != RETRIES ||
+    if (opened || std::string_view(faulty.camera.getLastError()) != "Failed to open device" || retries != RETRIES ||
         stack > STACK_BYTES || faulty.device.openCount != 0 || !faulty.lockFree())
         tally->faults++;
 }
 
 /// Sweeps one family and says what came of it.
-bool report(const Subject& subject, uint64_t stride)
+bool report(const Subject& subject, long stride)
 {
-    tally = &tallies[static_cast<size_t>(&subject - subjects().data())];
     sweep(subject, stride);
     if (subject.family == CLASSIC)
         retryAllNight();
-    std::printf("%-9s %7llu points, longest %6.0f s of virtual time, %llu ends of the process by contract\n",
-                subject.name, static_cast<unsigned long long>(tally->points),
-                static_cast<double>(tally->longestUs) / 1e6, static_cast<unsigned long long>(tally->exits));
+    std::printf("%-9s longest %6.0f s of virtual time, %lu ends of the process by contract\n", subject.name,
+                static_cast<double>(longestUs) / 1e6, exits);
     return tally->faults == 0;
 }
 
 }  // namespace
 
-void reportMisuse(const std::string& text)
-{
-    std::printf("misuse of libusb: %s\n", text.c_str());
-    tally->faults++;
-}
-
 }  // namespace vorntest
+
+void exit(int status) noexcept
+{
+    if (vorntest::exitExpected)
+        longjmp(vorntest::exitPoint, 1);  // NOLINT(cert-err52-cpp)
+    std::_Exit(status);
+}
 
 int main(int argc, char** argv)
 {
     using namespace vorntest;
-    const bool strided = argc == 3 && std::strcmp(argv[1], "--stride") == 0;
-    const uint64_t stride = strided ? std::strtoull(argv[2], nullptr, 10) : 1;
-    if ((argc != 1 && !strided) || stride == 0) {
-        std::fprintf(stderr, "usage: %s [--stride N]\n", argv[0]);
-        return 2;
-    }
-    void* shared =
-        mmap(nullptr, sizeof(Tally) * subjects().size(), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    void* shared = mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (shared == MAP_FAILED)
         return 1;
-    tallies = static_cast<Tally*>(shared);
-    const bool ok = inProcesses([stride](const Subject& subject) { return report(subject, stride); });
-    uint64_t points = 0;
-    uint64_t faults = 0;
-    for (size_t i = 0; i < subjects().size(); i++) {
-        points += tallies[i].points;
-        faults += tallies[i].faults;
-    }
-    std::printf("%llu points, %llu faults of the library\n", static_cast<unsigned long long>(points),
-                static_cast<unsigned long long>(faults));
+    tally = new (shared) Tally;
+    const bool ok = inProcesses(argc, argv, "--stride", 1, report);
+    std::printf("%lu points, %lu faults of the library\n", tally->points.load(), tally->faults.load());
     return ok ? 0 : 1;
 }

@@ -3,7 +3,6 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
-#include <csetjmp>
 #include <cstdio>
 #include <cstdlib>
 
@@ -15,9 +14,6 @@ constexpr ReadoutRegion REGION = {2, 3, 8, 8, 1, 1};
 constexpr double SHORT_SECONDS = 0.02;
 constexpr double LONG_SECONDS = 300.0;
 constexpr unsigned PIXELS = REGION.width * REGION.height;
-
-jmp_buf exitPoint;
-bool exitExpected = false;
 
 // Where the operations leave what they read.
 float celsius = 0;
@@ -46,17 +42,11 @@ bool takeImage(VornCameraImpl& camera)
     return camera.getImage(image.data(), PIXELS);
 }
 
-bool close(VornCameraImpl& camera)
-{
-    camera.close();
-    return true;
-}
+}  // namespace
 
 #define CALL(operation) [](VornCameraImpl& camera) { return camera.operation; }
 #define WITH(condition) [](const VornCameraImpl& camera) { return camera.condition; }
 
-const Step OPEN = {"open", "Failed to initialize device", CALL(open())};
-const Step CLOSE = {"close", nullptr, close};
 const Step IMAGE = {"image", "Failed to get image", takeImage};
 const std::vector<Step> LONG_EXPOSURE = {
     {"start", "Failed to start exposure", CALL(startExposure(false))}, {"read", "Failed to read CCD", readLong}, IMAGE};
@@ -84,40 +74,20 @@ const std::vector<Step> ACCESSORIES = {
 #undef CALL
 #undef WITH
 
-}  // namespace
-
-std::span<const Subject> subjects()
+bool inProcesses(int argc, char** argv, const char* option, long standard,
+                 const std::function<bool(const Subject& subject, long number)>& work)
 {
-    static const Subject SUBJECTS[] = {{STANDARD, "STANDARD", "Vorn K12"},
-                                       {ADVANCED, "ADVANCED", "Vorn K16"},
-                                       {QUICKER, "QUICKER", "Vorn K03"},
-                                       {CLASSIC, "CLASSIC", "Vorn K30"},
-                                       {IIDC, "IIDC", "Vorn XRM"}};
-    return SUBJECTS;
-}
-
-std::vector<Scenario> scenariosOf(CAMERA_TYPE family)
-{
-    std::vector<Scenario> scenarios = {{"open", {}, {OPEN}},
-                                       {"short exposure", {OPEN}, SHORT_EXPOSURE},
-                                       {"accessories", {OPEN}, ACCESSORIES},
-                                       {"close and reopen", {OPEN}, {CLOSE, OPEN, CLOSE}}};
-    if (family != IIDC)
-        scenarios.push_back({"long exposure", {OPEN}, LONG_EXPOSURE});
-    return scenarios;
-}
-
-std::vector<Step> stepsOf(CAMERA_TYPE family, std::string_view scenario)
-{
-    for (const Scenario& one : scenariosOf(family)) {
-        if (one.name == scenario)
-            return one.steps;
+    const bool chosen = argc == 3 && argv[1] == std::string(option);
+    const long number = chosen ? std::strtol(argv[2], nullptr, 10) : standard;
+    if ((argc != 1 && !chosen) || number <= 0) {
+        (void)std::fprintf(stderr, "usage: %s [%s N]\n", argv[0], option);
+        std::_Exit(2);
     }
-    return {};
-}
-
-bool inProcesses(const std::function<bool(const Subject&)>& work)
-{
+    constexpr Subject SUBJECTS[] = {{STANDARD, "STANDARD", "Vorn K12"},
+                                    {ADVANCED, "ADVANCED", "Vorn K16"},
+                                    {QUICKER, "QUICKER", "Vorn K03"},
+                                    {CLASSIC, "CLASSIC", "Vorn K30"},
+                                    {IIDC, "IIDC", "Vorn XRM"}};
     bool ok = true;
     const auto await = [&ok] {
         int status = 0;
@@ -126,11 +96,11 @@ bool inProcesses(const std::function<bool(const Subject&)>& work)
         return any;
     };
     long running = 0;
-    for (const Subject& subject : subjects()) {
+    for (const Subject& subject : SUBJECTS) {
         if (running++ >= sysconf(_SC_NPROCESSORS_ONLN))
             (void)await();
         if (fork() == 0) {
-            const bool done = work(subject);
+            const bool done = work(subject, number);
             (void)std::fflush(stdout);
             std::_Exit(done ? 0 : 1);
         }
@@ -140,22 +110,13 @@ bool inProcesses(const std::function<bool(const Subject&)>& work)
     return ok;
 }
 
-bool applies(const Step& step, const VornCameraImpl& camera)
-{
-    return step.supported == nullptr || step.supported(camera);
-}
-
-Outcome runStep(const Step& step, VornCameraImpl& camera)
-{
-    exitExpected = true;
-    Outcome outcome = Outcome::EXITED;
-    if (setjmp(exitPoint) == 0)  // NOLINT(cert-err52-cpp): exit() cannot be left in another way
-        outcome = step.run(camera) ? Outcome::DONE : Outcome::FAILED;
-    exitExpected = false;
-    return outcome;
-}
-
 Allocations allocations;
+
+void reportMisuse(const std::string& text)
+{
+    (void)std::fprintf(stderr, "misuse of libusb: %s\n", text.c_str());
+    std::abort();
+}
 
 }  // namespace vorntest
 
@@ -190,13 +151,6 @@ void __wrap_free(void* memory)
 {
     vorntest::allocations.held -= memory != nullptr ? 1 : 0;
     __real_free(memory);
-}
-
-void exit(int status) noexcept
-{
-    if (vorntest::exitExpected)
-        longjmp(vorntest::exitPoint, 1);  // NOLINT(cert-err52-cpp)
-    std::_Exit(status);
 }
 
 }  // extern "C"

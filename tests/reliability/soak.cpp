@@ -6,8 +6,6 @@
 #include <malloc.h>
 #include <unistd.h>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -46,8 +44,8 @@ Holdings holdings()
 bool runAll(const std::vector<Step>& steps, VornCameraImpl& camera)
 {
     for (const Step& step : steps) {
-        if (applies(step, camera) && !step.run(camera)) {
-            std::printf("%s: %s fails: %s\n", camera.getName(), step.name, camera.getLastError());
+        if (step.supported(camera) && !step.run(camera)) {
+            std::printf("%s: %s fails: %s\n", camera.getName(), step.name.c_str(), camera.getLastError());
             return false;
         }
     }
@@ -55,69 +53,53 @@ bool runAll(const std::vector<Step>& steps, VornCameraImpl& camera)
 }
 
 /// One night. Cameras without long exposures take a short one as often.
-bool observe(const Subject& subject, FaultyCamera& faulty, int64_t startUs)
+bool observe(const Subject& subject, SimulatedCamera& simulated, int64_t startUs)
 {
     bus().advanceTo(startUs);
-    const std::vector<Step> exposure =
-        stepsOf(subject.family, subject.family == IIDC ? "short exposure" : "long exposure");
-    const std::vector<Step> accessories = stepsOf(subject.family, "accessories");
-    bool ok = runAll(stepsOf(subject.family, "open"), faulty.camera);
+    const std::vector<Step>& exposure = subject.family == IIDC ? SHORT_EXPOSURE : LONG_EXPOSURE;
+    bool ok = simulated.camera.open();
     for (int i = 0; ok && i < EXPOSURES; i++) {
         bus().advanceTo(startUs + (i + 1) * EXPOSURE_US);
-        ok = runAll(accessories, faulty.camera) && runAll(exposure, faulty.camera);
+        ok = runAll(ACCESSORIES, simulated.camera) && runAll(exposure, simulated.camera);
     }
-    faulty.camera.close();
-    faulty.log.notes = {};
-    return ok && faulty.lockFree() && faulty.device.openCount == 0;
+    simulated.camera.close();
+    simulated.log.notes = {};
+    return ok && simulated.lockFree() && simulated.device.openCount == 0;
 }
 
-bool soak(const Subject& subject, int nights)
+bool soak(const Subject& subject, long nights)
 {
-    FaultyCamera faulty(subject.model);
+    SimulatedCamera simulated(subject.model);
     Holdings settled;
     Holdings now;
-    for (int night = 0; night < nights; night++) {
-        if (!observe(subject, faulty, night * DAY_US))
+    for (long night = 0; night < nights; night++) {
+        if (!observe(subject, simulated, night * DAY_US))
             return false;
         now = holdings();
         if (night < SETTLED_NIGHT)
             settled = now;
     }
     std::printf(
-        "%-9s %d nights, %d exposures, %llu allocations; heap %zu to %zu bytes, resident %ld to %ld KiB, "
+        "%-9s %ld nights, %ld exposures, %llu allocations; heap %zu to %zu bytes, resident %ld to %ld KiB, "
         "files %ld to %ld, %lld buffers held\n",
         subject.name, nights, nights * EXPOSURES, static_cast<unsigned long long>(allocations.count), settled.heapBytes,
         now.heapBytes, settled.rssKib, now.rssKib, settled.files, now.files, static_cast<long long>(now.buffers));
-    for (const std::string& complaint : faulty.log.complaints)
+    for (const std::string& complaint : simulated.log.complaints)
         std::printf("%s complains: %s\n", subject.name, complaint.c_str());
     (void)std::fflush(stdout);
-    // The sanitizers and valgrind, with a heap of their own, keep what is freed for a while; they find leaks
-    // themselves.
+    // The sanitizers and valgrind keep what is freed for a while, in a heap of their own, and find leaks themselves.
     const bool ownHeap = now.heapBytes == 0;
-    return faulty.log.complaints.empty() && now.heapBytes <= settled.heapBytes + HEAP_SLACK_BYTES &&
+    return simulated.log.complaints.empty() && now.heapBytes <= settled.heapBytes + HEAP_SLACK_BYTES &&
            now.files <= settled.files && now.buffers == 0 && (ownHeap || now.rssKib <= settled.rssKib + RSS_SLACK_KIB);
 }
 
 }  // namespace
 
-void reportMisuse(const std::string& text)
-{
-    std::printf("misuse of libusb: %s\n", text.c_str());
-    std::abort();
-}
-
 }  // namespace vorntest
 
 int main(int argc, char** argv)
 {
-    using namespace vorntest;
-    const bool chosen = argc == 3 && std::strcmp(argv[1], "--nights") == 0;
-    const int nights = chosen ? std::atoi(argv[2]) : 365;
-    if ((argc != 1 && !chosen) || nights <= 0) {
-        std::fprintf(stderr, "usage: %s [--nights N]\n", argv[0]);
-        return 2;
-    }
-    const bool ok = inProcesses([nights](const Subject& subject) { return soak(subject, nights); });
-    std::printf("%d nights of each family: %s\n", nights, ok ? "nothing grew" : "FAILED, see above");
+    const bool ok = vorntest::inProcesses(argc, argv, "--nights", 365, vorntest::soak);
+    std::printf("%s\n", ok ? "nothing grew" : "FAILED, see above");
     return ok ? 0 : 1;
 }
