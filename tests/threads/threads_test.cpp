@@ -111,7 +111,7 @@ TEST(ThreadedCameras, AreTracedWhileTheSwitchesChange)
         }
     });
     const auto reopen = [](VornCameraImpl& camera) {
-        for (int i = 0; i < 3; i++) {
+        for (int i = 0; i < 20; i++) {
             EXPECT_TRUE(camera.open());  // each opening silences the trace of both for a while
             work(camera, 3);
             camera.close();
