@@ -91,7 +91,7 @@ constexpr Deliberate TABLE[] = {
     {"image_transfer: QUICKER rows are as far apart as the region is high", "GetImageQuicker.PutsRowsAHeightApart"},
     {"the precharge difference is doubled and offset", "GetImageQuicker.SubtractsPrechargeRowAfterRow"},
     {"one value less is moved, the last from behind the end", "GetImageAdvanced.DropsTheTwoLeadingValues"},
-    {"and also after a failed transfer", "GetImageAdvanced.DropsThemAlsoAfterAFailure"},
+    {"and also after a failed transfer", "GetImageAdvanced.DropsTheTwoLeadingValues"},
 
     // ---- accessories ----------------------------------------------------------------------------------------------
     {"temperature: a sensor of type 0 ends the process", "TemperatureDeathTest.TypeZeroEndsTheProcess"},

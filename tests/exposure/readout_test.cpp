@@ -71,7 +71,8 @@ TEST(ReadoutRegion, IsCheckedAgainstTheWidthBothWays)
 constexpr double LONG = -1.0;
 
 // Of the region 0x102, 5, 0x304 x 60, binned 2 x 3. STANDARD numbers go low byte first, ADVANCED ones high byte first;
-// CLASSIC columns 259 to 1031 and rows 6 to 65 count from 1, the ends are one past the last.
+// CLASSIC columns 259 to 1031 and rows 6 to 65 count from 1, the ends are one past the last. QUICKER cameras learn the
+// binning alone.
 TEST(ReadCommand, SendsCodeGeometryAndFlags)
 {
     const char* const GEOMETRY[] = {" 02 03 03 01 06 00 07 04 42 00 ", " 02 00 03 00 02 01 05 00 04 03 3C 00 ", "", "",
@@ -99,6 +100,8 @@ TEST(ReadCommand, SendsCodeGeometryAndFlags)
         {CLASSIC, 0.0, DARK, "01", "00 03", 1000},
         {CLASSIC, 0.01, 0, "0A", "00 03", 10000},
         {CLASSIC, 5.0, PREVIEW | EIGHT_BIT, "FF", "01 03", 2460000},
+        {QUICKER, 0.0, 0, "50 01", "", 341},
+        {QUICKER, 5.0, 0, "5F FF", "", 1397760},
     };
     for (const auto& row : CASES) {
         SCOPED_TRACE(testing::Message() << "type " << row.type << ", " << row.seconds << " s, modes " << row.modes);
@@ -112,6 +115,10 @@ TEST(ReadCommand, SendsCodeGeometryAndFlags)
             exposed.usb.command("06 00 " + readout.substr(3));
         } else if (row.type == ADVANCED) {
             vorntest::advancedCommand(exposed.usb, readout);
+        } else if (row.type == QUICKER) {
+            exposed.usb.out(0x04, RAISE_TIMEOUT);
+            for (const char* words : {"82 10", "82 10", "27 A0", row.code})
+                vorntest::spiWrite(exposed.usb, words);
         } else {
             if (row.seconds < 0)
                 vorntest::classicCommand(vorntest::classicCommand(exposed.usb, "42").pause(2000000), "02 01 00");
@@ -121,28 +128,9 @@ TEST(ReadCommand, SendsCodeGeometryAndFlags)
             exposed.usb.pause(row.waitUs);
         const ReadoutRegion region = {0x102, 5, 0x304, 60, 2, 3};
         EXPECT_TRUE(row.seconds < 0 ? exposed.readLong(region) : exposed.readShort(region, row.seconds));
-        EXPECT_EQ(exposed.camera.readoutRegion.width, 0U);  // these families do not remember it
+        EXPECT_EQ(exposed.camera.readoutRegion.x, row.type == QUICKER ? 0x102U : 0U);  // the others do not remember it
+        EXPECT_EQ(exposed.camera.readoutRegion.binY, row.type == QUICKER ? 3U : 0U);
         exposed.expectReadOut();
-    }
-}
-
-TEST(ReadShortQuicker, SendsBinningAndCodeAndWaits)
-{
-    struct {
-        double seconds;
-        const char* code;
-        long waitUs;
-    } const CASES[] = {{0.0, "50 01", 341}, {5.0, "5F FF", 1397760}};
-    for (const auto& row : CASES) {
-        SensorCamera quicker(QUICKER);
-        quicker.usb.out(0x04, RAISE_TIMEOUT);
-        for (const char* words : {"82 10", "82 10", "27 A0", row.code})
-            vorntest::spiWrite(quicker.usb, words);
-        quicker.usb.pause(row.waitUs);
-        EXPECT_TRUE(quicker.readShort({10, 20, 30, 40, 2, 3}, row.seconds));
-        EXPECT_EQ(quicker.camera.readoutRegion.x, 10U);
-        EXPECT_EQ(quicker.camera.readoutRegion.binY, 3U);
-        quicker.expectReadOut();
     }
 }
 

@@ -134,46 +134,35 @@ Steps iidcShort()
 TEST(Exposure, HoldsTheWholeConversation)
 {
     const Image plain = {0x1234, 0x8000, 0xCCCC};
+    const Image moved = {0xCCCC, 0x000B, 0xCCCC};
+    const char* const unlocked = "    unlock()";
+    const auto shutter = [](VornCameraImpl& camera) { camera.hasShutter = true; };
+    const auto closed = [](VornCameraImpl& camera) { camera.hasShutter = camera.darkFrameMode = true; };
+    const auto preview = [](VornCameraImpl& camera) { camera.previewMode = true; };
+    const auto noAmplifier = [](VornCameraImpl& camera) { camera.ampRequested = false; };
     const struct {
-        const char* label;
         CAMERA_TYPE type;
         double seconds;
-        void (*prepare)(VornCameraImpl&);
         Steps conversation;
         Image image;
-        const char* line = "    unlock()";  ///< of the trace
+        const char* line;  ///< of the trace
+        void (*prepare)(VornCameraImpl&) = [](VornCameraImpl&) {};
     } CASES[] = {
-        {"long, no shutter", STANDARD, LONG, [](VornCameraImpl& camera) { camera.previewMode = true; },
-         standardLong(nullptr, "43 01"), plain},
-        {"long, shutter", STANDARD, LONG, [](VornCameraImpl& camera) { camera.hasShutter = true; },
-         standardLong("09 00 01 00", "43 00"), plain},
-        {"long, the shutter stays closed", STANDARD, LONG,
-         [](VornCameraImpl& camera) { camera.hasShutter = camera.darkFrameMode = true; },
-         standardLong("09 00 00 00", "43 00"), plain},
-        {"short", STANDARD, 0.1, [](VornCameraImpl& camera) { camera.hasShutter = true; }, standardShort(), plain},
-        {"long",
-         ADVANCED,
-         LONG,
-         [](VornCameraImpl& camera) { camera.hasShutter = true; },
-         advancedLong(),
-         {0xCCCC, 0x000B, 0xCCCC}},
-        {"short",
-         ADVANCED,
-         0.1,
-         [](VornCameraImpl&) {},
-         advancedShort(),
-         {0xCCCC, 0x000B, 0xCCCC},
-         "    exp code, ms, delay: 100, 0, 0.1"},
-        {"long", CLASSIC, LONG, [](VornCameraImpl& camera) { camera.hasShutter = true; }, classicLong(), plain},
-        {"short", CLASSIC, 0.1, [](VornCameraImpl&) {}, classicShort(), plain},
-        {"long, amplifier", QUICKER, LONG, [](VornCameraImpl&) {}, quickerLong(true), plain, "    elapsed 0 s"},
-        {"long", QUICKER, LONG, [](VornCameraImpl& camera) { camera.ampRequested = false; }, quickerLong(false), plain,
-         "    elapsed 0.25 s"},
-        {"short", QUICKER, 0.1, [](VornCameraImpl&) {}, quickerShort(), plain, "    expCode 292"},
-        {"short", IIDC, 0.1, [](VornCameraImpl&) {}, iidcShort(), {0x1200, 0x8000, 0xCCCC}, nullptr},
+        {STANDARD, LONG, standardLong(nullptr, "43 01"), plain, unlocked, preview},
+        {STANDARD, LONG, standardLong("09 00 01 00", "43 00"), plain, unlocked, shutter},
+        {STANDARD, LONG, standardLong("09 00 00 00", "43 00"), plain, unlocked, closed},
+        {STANDARD, 0.1, standardShort(), plain, unlocked, shutter},
+        {ADVANCED, LONG, advancedLong(), moved, unlocked, shutter},
+        {ADVANCED, 0.1, advancedShort(), moved, "    exp code, ms, delay: 100, 0, 0.1"},
+        {CLASSIC, LONG, classicLong(), plain, unlocked, shutter},
+        {CLASSIC, 0.1, classicShort(), plain, unlocked},
+        {QUICKER, LONG, quickerLong(true), plain, "    elapsed 0 s"},
+        {QUICKER, LONG, quickerLong(false), plain, "    elapsed 0.25 s", noAmplifier},
+        {QUICKER, 0.1, quickerShort(), plain, "    expCode 292"},
+        {IIDC, 0.1, iidcShort(), {0x1200, 0x8000, 0xCCCC}, nullptr},
     };
     for (const auto& row : CASES) {
-        SCOPED_TRACE(testing::Message() << "type " << row.type << ", " << row.label);
+        SCOPED_TRACE(testing::Message() << "type " << row.type << ", row " << &row - CASES);
         forEachFailure(row.conversation, [&](const Steps& steps, bool ok) {
             const bool wholeFrames = row.type == QUICKER || row.type == IIDC;
             SensorCamera exposed(row.type, wholeFrames ? 12 : 100, wholeFrames ? 12 : 60);
@@ -183,7 +172,7 @@ TEST(Exposure, HoldsTheWholeConversation)
             (void)camera.setParam(QUICKER_READ_CCD_DELAY, 250000);
             row.prepare(camera);
             const bool amp = camera.ampRequested;
-            exposed.camera.lastError = "No error";
+            camera.lastError = "No error";
             exposed.usb.append(steps);
             camera.exposureStarted = camera.imageReady = true;
             Image image(3, 0xCCCC);
