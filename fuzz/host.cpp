@@ -16,12 +16,8 @@ namespace {
 constexpr uint64_t LARGEST_IMAGE = uint64_t{1} << 18;  // values; a larger image is not fetched
 constexpr int OPERATION_LIMIT = 64;
 
-// First byte of an input
-constexpr unsigned TRACED = 0x01;
-constexpr unsigned DRIVER_ACTIVE = 0x02;
-constexpr unsigned CLAIMED_BY_OTHERS = 0x04;
-constexpr unsigned NO_ALT_SETTING = 0x08;
-constexpr unsigned OWN_FIRMWARE = 0x10;
+/// First byte of an input.
+enum Conditions { TRACED = 1, DRIVER_ACTIVE = 2, CLAIMED_BY_OTHERS = 4, NO_ALT_SETTING = 8, OWN_FIRMWARE = 16 };
 
 // Where exit() goes while armed: the library's documented assertions end the run, not the program.
 jmp_buf exitPoint;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <cmath>
 #include <limits>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -143,30 +144,24 @@ TEST(AbortExposure, ClosesTheShutter)
 
 TEST(Delay, SubtractsWhatTheReadoutItselfTakes)
 {
-    struct {
-        CAMERA_TYPE type;
-        double seconds;
-        unsigned microseconds;
-    } const CASES[] = {
-        {QUICKER, 0.5, 400000},
-        {QUICKER, 0.1, 0},
-        {QUICKER, 0.100001, 1},
-        {QUICKER, 0.05, 0},
-        {CLASSIC, 1.0, 0},
-        {CLASSIC, 3.0, 1000000},
-        {ADVANCED, 0.3, 0},
-        {ADVANCED, 0.5, 200000},
-        {STANDARD, 2.0, 2000000},
-        {IIDC, 2.0, 2000000},
-        {STANDARD, 0.0000019, 1},
-        {STANDARD, 3000.0, 3000000000U},
-        {STANDARD, 5000.0, 4294967295U},
-        {STANDARD, std::nan(""), 0},
-    };
-    for (const auto& row : CASES) {
-        OpenedCamera opened(row.type);
+    const std::tuple<CAMERA_TYPE, double, unsigned> CASES[] = {{QUICKER, 0.5, 400000},
+                                                               {QUICKER, 0.1, 0},
+                                                               {QUICKER, 0.100001, 1},
+                                                               {QUICKER, 0.05, 0},
+                                                               {CLASSIC, 1.0, 0},
+                                                               {CLASSIC, 3.0, 1000000},
+                                                               {ADVANCED, 0.3, 0},
+                                                               {ADVANCED, 0.5, 200000},
+                                                               {STANDARD, 2.0, 2000000},
+                                                               {IIDC, 2.0, 2000000},
+                                                               {STANDARD, 0.0000019, 1},
+                                                               {STANDARD, 3000.0, 3000000000U},
+                                                               {STANDARD, 5000.0, 4294967295U},
+                                                               {STANDARD, std::nan(""), 0}};
+    for (const auto& [type, seconds, microseconds] : CASES) {
+        OpenedCamera opened(type);
         opened.camera.vregClearTime = 300000;
-        EXPECT_EQ(opened.camera.delay(row.seconds), row.microseconds) << "type " << row.type << ", " << row.seconds;
+        EXPECT_EQ(opened.camera.delay(seconds), microseconds) << "type " << type << ", " << seconds;
     }
 }
 

@@ -144,8 +144,8 @@ void complain(const Course& course, const Point& point, const std::string& what)
     if (tally->faults++ < SHOWN_FAULTS)
         std::printf("%s, %s, step %s, call %zu (%s), %s%s: %s\n", course.subject.name, course.scenario.name,
                     course.scenario.steps[course.stepOf[point.call]].name.c_str(), course.numberInStep(point.call),
-                    course.calls[point.call].text().c_str(), TROUBLES[static_cast<size_t>(point.trouble)].name,
-                    point.forEver ? " for ever" : "", what.c_str());
+                    course.calls[point.call].text().c_str(), point.trouble.name, point.forEver ? " for ever" : "",
+                    what.c_str());
 }
 
 /// Goes through the scenario undisturbed. @return false when that fails already.
@@ -173,7 +173,7 @@ bool record(Course& course)
 /// @return the step that has to fail, or the number of steps when none has to.
 size_t expectedFailure(const Course& course, const Point& point)
 {
-    if (!isError(point.trouble))
+    if (!point.trouble.isError())
         return course.scenario.steps.size();
     const size_t last = point.forEver ? course.calls.size() - 1 : point.call;
     for (size_t call = point.call; call <= last; call++) {
@@ -187,7 +187,7 @@ size_t expectedFailure(const Course& course, const Point& point)
 /// @return whether @p text is what this failure of the step is called.
 bool isDocumented(const Course& course, const Point& point, const Step& step, std::string_view text)
 {
-    const bool misled = !isError(point.trouble);
+    const bool misled = !point.trouble.isError();
     if (step.error == nullptr)
         return text == "No error" || ((point.forEver || misled) && text == "Failed to set gain");
     const bool atLibusbOpen = course.calls[point.call].kind == BusCall::OPEN;
@@ -234,7 +234,7 @@ void visit(const Course& course, const Point& point)
             continue;
         const std::optional<bool> done = run(step, camera);
         if (!done) {
-            if (isError(point.trouble))
+            if (point.trouble.isError())
                 complain(course, point, step.name + " ends the process");
             exits++;
             return;
@@ -244,7 +244,7 @@ void visit(const Course& course, const Point& point)
             open = camera.handle != nullptr && (!failed || step.error == nullptr);
         // A register of which nobody knows that it was not written shows in the image at the earliest.
         const bool blind = course.subject.family == IIDC && failing == course.scenario.steps.size();
-        if (isError(point.trouble) && failed != (i == failing) && !(blind && &step == &course.scenario.steps.back()))
+        if (point.trouble.isError() && failed != (i == failing) && !(blind && &step == &course.scenario.steps.back()))
             complain(course, point, step.name + (failed ? " fails" : " succeeds"));
         if (failed && !isDocumented(course, point, step, camera.getLastError()))
             complain(course, point, "the error of " + step.name + " is \"" + camera.getLastError() + "\"");
@@ -278,17 +278,16 @@ void sweep(const Subject& subject, long stride)
         if (!record(course))
             continue;
         for (size_t call = 0; call < course.calls.size(); call++) {
-            for (auto trouble = Trouble::IO; trouble < Trouble::NO_ALLOCATION;
-                 trouble = static_cast<Trouble>(static_cast<int>(trouble) + 1)) {
+            for (const Trouble& trouble : CALL_TROUBLES) {
                 for (const bool forEver : {false, true}) {
-                    if (canBefall(trouble, course.calls[call]) && turn++ % stride == 0)
+                    if (trouble.canBefall(course.calls[call]) && turn++ % stride == 0)
                         visit(course, {trouble, call, forEver});
                 }
             }
         }
         for (size_t i = 0; i < course.allocations.size(); i++) {
             if (turn++ % stride == 0)
-                visit(course, {Trouble::NO_ALLOCATION, course.allocations[i], false, i + 1});
+                visit(course, {{"no memory", Trouble::NO_ALLOCATION}, course.allocations[i], false, i + 1});
         }
     }
 }
@@ -299,7 +298,7 @@ void retryAllNight()
     constexpr uint64_t RETRIES = 100'000;
     constexpr uintptr_t STACK_BYTES = 4096;
     FaultyCamera faulty("Vorn K30");
-    faulty.faulty.plan(Trouble::IO, 1, true);
+    faulty.faulty.plan(CALL_TROUBLES[0], 1, true);
     faulty.faulty.opens = true;
     faulty.faulty.patience = RETRIES;
     const int64_t startUs = bus().nowUs();

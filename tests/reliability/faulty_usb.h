@@ -9,54 +9,39 @@
 
 namespace vorntest {
 
-/// What can go wrong with one libusb call, and at last what cannot.
-enum class Trouble {
-    IO,
-    NO_DEVICE,
-    TIMEOUT,
-    PIPE,
-    OVERFLOW,
-    NO_MEM,
-    ONE_SHORT,      ///< the last byte is missing
-    NOTHING_FIRST,  ///< no bytes and no error; the call after it works
-    GARBAGE,        ///< random bytes received
-    NO_ALLOCATION,  ///< not of a call: the library gets no memory
-};
-inline constexpr struct {
+/// What can go wrong.
+struct Trouble {
+    enum Kind {
+        ERROR,
+        NO_ALLOCATION,  ///< not of a call: the library gets no memory
+        ONE_SHORT,      ///< the last byte is missing
+        NOTHING_FIRST,  ///< no bytes and no error; the call after it works
+        GARBAGE,        ///< random bytes received
+    };
     const char* name;
+    Kind kind = ERROR;
     int result = 0;
-} TROUBLES[] = {{"IO", LIBUSB_ERROR_IO},
-                {"NO_DEVICE", LIBUSB_ERROR_NO_DEVICE},
-                {"TIMEOUT", LIBUSB_ERROR_TIMEOUT},
-                {"PIPE", LIBUSB_ERROR_PIPE},
-                {"OVERFLOW", LIBUSB_ERROR_OVERFLOW},
-                {"NO_MEM", LIBUSB_ERROR_NO_MEM},
-                {"one byte short"},
-                {"nothing first"},
-                {"garbage"},
-                {"no memory"}};
 
-/// @return whether a failure is noticed at once, as against wrong data.
-constexpr bool isError(Trouble trouble)
-{
-    return trouble < Trouble::ONE_SHORT || trouble == Trouble::NO_ALLOCATION;
-}
-
-/// @return whether the trouble can befall a call of this kind.
-inline bool canBefall(Trouble trouble, const BusCall& call)
-{
-    const bool bulk = call.kind == BusCall::BULK_IN || call.kind == BusCall::BULK_OUT;
-    switch (trouble) {
-        case Trouble::ONE_SHORT:
-            return call.length > 0 && (bulk || call.kind == BusCall::CONTROL_IN);
-        case Trouble::NOTHING_FIRST:
-            return bulk;
-        case Trouble::GARBAGE:
-            return call.kind == BusCall::BULK_IN || call.kind == BusCall::CONTROL_IN;
-        default:
-            return true;
+    /// @return whether it is noticed at once, as against wrong data.
+    bool isError() const { return kind <= NO_ALLOCATION; }
+    /// @return whether it can befall a call of this kind.
+    bool canBefall(const BusCall& call) const
+    {
+        const bool receiving = call.kind == BusCall::BULK_IN || call.kind == BusCall::CONTROL_IN;
+        const bool bulk = call.kind == BusCall::BULK_IN || call.kind == BusCall::BULK_OUT;
+        return kind == ERROR || (kind == GARBAGE && receiving) || (kind == NOTHING_FIRST && bulk) ||
+               (kind == ONE_SHORT && call.length > 0 && (bulk || receiving));
     }
-}
+};
+inline constexpr Trouble CALL_TROUBLES[] = {{"IO", Trouble::ERROR, LIBUSB_ERROR_IO},
+                                            {"NO_DEVICE", Trouble::ERROR, LIBUSB_ERROR_NO_DEVICE},
+                                            {"TIMEOUT", Trouble::ERROR, LIBUSB_ERROR_TIMEOUT},
+                                            {"PIPE", Trouble::ERROR, LIBUSB_ERROR_PIPE},
+                                            {"OVERFLOW", Trouble::ERROR, LIBUSB_ERROR_OVERFLOW},
+                                            {"NO_MEM", Trouble::ERROR, LIBUSB_ERROR_NO_MEM},
+                                            {"one byte short", Trouble::ONE_SHORT},
+                                            {"nothing first", Trouble::NOTHING_FIRST},
+                                            {"garbage", Trouble::GARBAGE}};
 
 /// A device whose calls go wrong from a chosen one on.
 class FaultyUsb : public Backend {
@@ -64,7 +49,7 @@ public:
     explicit FaultyUsb(Backend& inner) : inner_(inner) {}
 
     /// The @p at-th call from here on goes wrong, or with @p forEver all from then on; 0 for none.
-    void plan(Trouble trouble, uint64_t at, bool forEver)
+    void plan(const Trouble& trouble, uint64_t at, bool forEver)
     {
         trouble_ = trouble;
         at_ = at;
@@ -87,7 +72,7 @@ public:
             recorded->push_back(call);
         const bool gone = hitCount_ >= patience && at_ != 0;
         const bool due = at_ != 0 && (callCount_ == at_ || (forEver_ && callCount_ > at_));
-        const bool hit = gone || (due && canBefall(trouble_, call));
+        const bool hit = gone || (due && trouble_.canBefall(call));
         if (!hit || (opens && !gone && call.kind == BusCall::OPEN))
             return inner_.serve(call, data, transferred);
         hitCount_++;
@@ -102,7 +87,7 @@ public:
 private:
     int spoil(const BusCall& call, std::span<uint8_t> data, int& transferred)
     {
-        switch (trouble_) {
+        switch (trouble_.kind) {
             case Trouble::ONE_SHORT: {
                 if (call.kind == BusCall::BULK_OUT) {
                     BusCall shorter = call;
@@ -125,16 +110,15 @@ private:
                 }
                 return result;
             }
-            case Trouble::TIMEOUT:
-                bus().advanceUs(int64_t{call.timeoutMs} * 1000);
-                [[fallthrough]];
             default:
-                return TROUBLES[static_cast<size_t>(trouble_)].result;
+                if (trouble_.result == LIBUSB_ERROR_TIMEOUT)
+                    bus().advanceUs(int64_t{call.timeoutMs} * 1000);
+                return trouble_.result;
         }
     }
 
     Backend& inner_;
-    Trouble trouble_ = Trouble::IO;
+    Trouble trouble_ = {};
     uint64_t at_ = 0;
     bool forEver_ = false;
     uint64_t callCount_ = 0;  // countable ones since plan()
