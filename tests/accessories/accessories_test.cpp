@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <limits>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -258,54 +259,43 @@ TEST(CoolingStatus, ANullStateSuppressesTheOthers)
 
 TEST(CoolingStatus, PowerIsNotClamped)
 {
-    const struct {
-        unsigned least;
-        unsigned most;
-        const char* reply;
-        float power;
-    } CASES[] = {
+    const std::tuple<unsigned, unsigned, const char*, float> CASES[] = {
         {10, 10, "00 6E 00 80 00 9B 00 00", std::numeric_limits<float>::infinity()},
         {10, 10, "00 00 00 80 00 9B 00 00", -std::numeric_limits<float>::infinity()},
         {210, 10, "00 6E 00 80 00 9B 00 00", 100.0F * -100.0F / 4294967096.0F},  // the difference of the bounds wraps
         {0, 1, "FF FF 00 80 00 9B 00 00", 6553500.0F},
     };
-    for (const auto& row : CASES) {
+    for (const auto& [least, most, reply, power] : CASES) {
         EquippedCamera equipped(ADVANCED);
-        equipped.camera.minCoolerPower = row.least;
-        equipped.camera.maxCoolerPower = row.most;
-        vorntest::advancedCommand(equipped.usb, "35", row.reply);
+        equipped.camera.minCoolerPower = least;
+        equipped.camera.maxCoolerPower = most;
+        vorntest::advancedCommand(equipped.usb, "35", reply);
         TraceCapture trace;  // printing infinity as a whole number must not be undefined
-        EXPECT_TRUE(cooling(COOLING_SETPOINT, -10, row.power)(equipped.camera));
+        EXPECT_TRUE(cooling(COOLING_SETPOINT, -10, power)(equipped.camera));
     }
 }
 
 TEST(Modes, BelongToTheirFamilies)
 {
-    struct {
-        CAMERA_TYPE type;
-        bool preview;
-        bool eightBit;
-        bool dark;
-    } const CASES[] = {
+    const std::tuple<CAMERA_TYPE, bool, bool, bool> CASES[] = {
         {STANDARD, true, false, true},  {CLASSIC, true, false, false}, {ADVANCED, true, true, false},
         {QUICKER, false, false, false}, {IIDC, false, false, false},
     };
-    for (const auto& row : CASES) {
-        SCOPED_TRACE(testing::Message() << "type " << row.type);
-        OpenedCamera opened(row.type);
+    for (const auto& [type, preview, eightBit, dark] : CASES) {
+        SCOPED_TRACE(testing::Message() << "type " << type);
+        OpenedCamera opened(type);
         VornCameraImpl& camera = opened.camera;
         camera.lock();  // none of them waits for it
         // the value already set is fine everywhere
         EXPECT_TRUE(camera.setPreviewMode(false) && camera.set8BitMode(false) && camera.setDarkFrameMode(false));
-        EXPECT_EQ(camera.setDarkFrameMode(true), row.dark);
+        EXPECT_EQ(camera.setDarkFrameMode(true), dark);
         EXPECT_EQ(opened.error(), "No error");  // a refusal leaves the text, unlike the next two
-        EXPECT_EQ(camera.setPreviewMode(true), row.preview);
-        EXPECT_EQ(opened.error(), row.preview ? "No error" : UNSUPPORTED);
+        EXPECT_EQ(camera.setPreviewMode(true), preview);
+        EXPECT_EQ(opened.error(), preview ? "No error" : UNSUPPORTED);
         camera.lastError = "No error";
-        EXPECT_EQ(camera.set8BitMode(true), row.eightBit);
-        EXPECT_EQ(opened.error(), row.eightBit ? "No error" : UNSUPPORTED);
-        EXPECT_TRUE(camera.previewMode == row.preview && camera.eightBitMode == row.eightBit &&
-                    camera.darkFrameMode == row.dark);
+        EXPECT_EQ(camera.set8BitMode(true), eightBit);
+        EXPECT_EQ(opened.error(), eightBit ? "No error" : UNSUPPORTED);
+        EXPECT_TRUE(camera.previewMode == preview && camera.eightBitMode == eightBit && camera.darkFrameMode == dark);
         camera.unlock();
     }
 }

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <climits>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -20,12 +21,7 @@ const char* const RECORD = "00 58 12 34 00 3F 01 80 00 58 56 78 00 02 00 90";
 const char* const NOT_READY = "01 58 12 34 00 3F 01 80 00 58 56 78 00 02 00 90";
 TEST(GetGain, DecodesTheHalfOfTheReadoutMode)
 {
-    const struct {
-        bool preview;
-        const char* record;
-        int gain;
-        int offset;
-    } CASES[] = {
+    const std::tuple<bool, const char*, int, int> CASES[] = {
         {false, RECORD, 63, 128},  // code 384
         {true, RECORD, 2, 401},    // code 144
         {false, "00 58 00 00 00 00 02 00 00 58 00 00 00 01 00 01", 0, 0},
@@ -33,14 +29,14 @@ TEST(GetGain, DecodesTheHalfOfTheReadoutMode)
         {false, "00 58 00 00 00 0A 00 FF 00 58 00 00 00 01 00 01", 10, 512},
         {true, "00 00 00 00 00 00 00 00 00 00 00 00 01 02 03 00", 258, -256},  // neither marked nor in range
     };
-    for (const auto& row : CASES) {
+    for (const auto& [preview, record, expectedGain, expectedOffset] : CASES) {
         OpenedCamera advanced(ADVANCED);
-        advanced.camera.previewMode = row.preview;
-        advancedCommand(advanced.usb, "8D", row.record);
+        advanced.camera.previewMode = preview;
+        advancedCommand(advanced.usb, "8D", record);
         int gain = -1;
         int offset = -1;
         EXPECT_TRUE(advanced.camera.getGain(&gain, &offset));
-        EXPECT_EQ(std::pair(gain, offset), std::pair(row.gain, row.offset)) << row.record;
+        EXPECT_EQ(std::pair(gain, offset), std::pair(expectedGain, expectedOffset)) << record;
         advanced.expectSettled();
     }
 }

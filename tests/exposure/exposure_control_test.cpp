@@ -24,29 +24,19 @@ constexpr double NONSENSE = std::numeric_limits<double>::quiet_NaN();
 
 TEST(ExposureCode, StandardChangesUnitAt50Milliseconds)
 {
-    struct {
-        double seconds;
-        int code;
-        bool microseconds;
-        double made;
-    } const CASES[] = {
-        {0.0, 1, true, 1 * 1e-6},
-        {4e-7, 1, true, 1 * 1e-6},               // rounds to 0, which becomes 1
-        {1.5e-6, 2, true, 2 * 1e-6},             // rounds half up ...
-        {2.5e-6, 2, true, 2 * 1e-6},             // ... unless single precision falls below the half
-        {0.0499999, 50000, true, 50000 * 1e-6},  // the unit follows the time asked for, not the code
-        {0.05, 50, false, 50 * 0.001},
-        {0.0525, 52, false, 52 * 0.001},  // double precision alone would give 53
-        {2.9994, 2999, false, 2999 * 0.001},
-        {2.9995, 3000, false, 3000 * 0.001},
-        {BEYOND, 3000, false, 3000 * 0.001},
+    const std::tuple<double, int, bool> CASES[] = {
+        {0.0, 1, true},           {4e-7, 1, true},      // rounds to 0, which becomes 1
+        {1.5e-6, 2, true},                              // rounds half up ...
+        {2.5e-6, 2, true},                              // ... unless single precision falls below the half
+        {0.0499999, 50000, true},                       // the unit follows the time asked for, not the code
+        {0.05, 50, false},        {0.0525, 52, false},  // double precision alone would give 53
+        {2.9994, 2999, false},    {2.9995, 3000, false}, {BEYOND, 3000, false},
     };
-    for (const auto& row : CASES) {
-        SCOPED_TRACE(row.seconds);
-        const ExposureCode exposure = standardExposureCode(row.seconds);
-        EXPECT_EQ(exposure.code, row.code);
-        EXPECT_EQ(exposure.microseconds, row.microseconds);
-        EXPECT_EQ(exposure.seconds, row.made);
+    for (const auto& [seconds, code, microseconds] : CASES) {
+        const ExposureCode exposure = standardExposureCode(seconds);
+        EXPECT_EQ(exposure.code, code) << seconds;
+        EXPECT_EQ(exposure.microseconds, microseconds) << seconds;
+        EXPECT_EQ(exposure.seconds, code * (microseconds ? 1e-6 : 0.001)) << seconds;
     }
 }
 
@@ -63,11 +53,7 @@ TEST(ExposureCode, QuickerCountsUnitsOf1024Over3Million)
 
 TEST(ExposureCode, ClassicChangesUnitAtTenMilliseconds)
 {
-    const struct {
-        double seconds;
-        int code;
-        double made;
-    } CASES[] = {
+    const std::tuple<double, int, double> CASES[] = {
         {-1.0, 1, 1 * 0.001},   {0.0005, 1, 1 * 0.001},   {0.0015, 2, 2 * 0.001},  // rounds half up ...
         {0.0025, 2, 2 * 0.001},                         // ... unless single precision falls below the half
         {0.0095, 9, 9 * 0.001},                         // double precision alone would give 10
@@ -75,14 +61,19 @@ TEST(ExposureCode, ClassicChangesUnitAtTenMilliseconds)
         {0.01, 10, 1 * 0.01},   {0.015, 10, 1 * 0.01},  // double precision alone would give 11
         {0.016, 11, 2 * 0.01},  {2.455, 254, 245 * 0.01}, {2.46, 255, 246 * 0.01}, {BEYOND, 255, 246 * 0.01},
     };
-    for (const auto& row : CASES) {
-        EXPECT_EQ(classicExposureCode(row.seconds).code, row.code) << row.seconds;
-        EXPECT_EQ(classicExposureCode(row.seconds).seconds, row.made) << row.seconds;
+    for (const auto& [seconds, code, made] : CASES) {
+        EXPECT_EQ(classicExposureCode(seconds).code, code) << seconds;
+        EXPECT_EQ(classicExposureCode(seconds).seconds, made) << seconds;
     }
 }
 
 TEST(ExposureCode, NonsenseIsNotUndefined)
 {
+    for (double x : {-1.0, -1e300, NONSENSE})
+        std::printf("STD %g %d %d %g\n", x, standardExposureCode(x).code, standardExposureCode(x).microseconds,
+                    standardExposureCode(x).seconds);
+    std::printf("Q %d %g C %d %g\n", quickerExposureCode(NONSENSE).code, quickerExposureCode(NONSENSE).seconds,
+                classicExposureCode(NONSENSE).code, classicExposureCode(NONSENSE).seconds);
     for (const double seconds : {-1.0, -1e300, NONSENSE}) {
         EXPECT_GE(standardExposureCode(seconds).code, 0) << seconds;
         EXPECT_LE(standardExposureCode(seconds).code, 0xFFFF) << seconds;

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
+#include <tuple>
 
 #include "exposure/pixel_kernels.h"
 #include "family_steps.h"
@@ -112,26 +113,22 @@ Image quickerImage(ReadOutCamera& quicker, const std::string& frame, size_t valu
 
 TEST(GetImageQuicker, PutsRowsAHeightApart)
 {
-    struct {
-        const char* label;
-        ReadoutRegion region;
-        Image image;
-    } const CASES[] = {
+    const std::tuple<const char*, ReadoutRegion, Image> CASES[] = {
         {"square corner", {4, 2, 2, 2, 1, 1}, {0x24, 0x25, 0x34, 0x35, 0xCCCC}},
         {"wide: rows overlap, the later wins", {1, 1, 3, 2, 1, 1}, {0x11, 0x12, 0x21, 0x22, 0x23, 0xCCCC}},
         {"high: gaps stay", {0, 0, 1, 3, 1, 1}, {0, 0xCCCC, 0xCCCC, 0x10, 0xCCCC, 0xCCCC, 0x20, 0xCCCC}},
         {"binned differently, 2 x 4 in all", {3, 1, 3, 3, 3, 1}, {0x11, 0xCCCC, 0xCCCC, 0x21, 0xCCCC, 0xCCCC, 0x31}},
         {"offset not a multiple of the binning", {3, 3, 3, 1, 2, 1}, {0x31, 0xCCCC}},
     };
-    for (const auto& row : CASES) {
-        SCOPED_TRACE(row.label);
+    for (const auto& [label, region, image] : CASES) {
+        SCOPED_TRACE(label);
         std::vector<uint8_t> frame;  // each value tells row and column, as hex digits
-        for (unsigned y = 0; y < 4 / row.region.binY; y++) {
-            for (unsigned x = 0; x < 6 / row.region.binX; x++)
+        for (unsigned y = 0; y < 4 / region.binY; y++) {
+            for (unsigned x = 0; x < 6 / region.binX; x++)
                 frame.insert(frame.end(), {static_cast<uint8_t>(y * 16 + x), 0});
         }
-        ReadOutCamera quicker(QUICKER, 6, 4, row.region);
-        EXPECT_EQ(quickerImage(quicker, vorntest::toHex(frame), row.image.size()), row.image);
+        ReadOutCamera quicker(QUICKER, 6, 4, region);
+        EXPECT_EQ(quickerImage(quicker, vorntest::toHex(frame), image.size()), image);
     }
 }
 
@@ -163,26 +160,21 @@ TEST(GetImageQuicker, SubtractsPrechargeRowAfterRow)
 // Rows of ten pixels: eight go through registers where there are any, two do not.
 TEST(PixelKernel, SubtractsPrechargeAlikeInEveryLane)
 {
-    const struct {
-        uint16_t precharge;
-        uint16_t signal;
-        int32_t offset;
-        uint16_t expected;
-    } CASES[] = {
+    const std::tuple<uint16_t, uint16_t, int32_t, uint16_t> CASES[] = {
         {1000, 1500, 256, 1256},      {1500, 1000, 256, 0},      {100, 116, -32, 0},     {100, 117, -32, 2},
         {0, 32639, 256, 65534},       {0, 32640, 256, 65535},    {65535, 65535, -1, 0},  {0, 65535, -65536, 65534},
         {65535, 0, 131071, 1},        {65535, 0, 200000, 65535}, {0, 65535, -200000, 0}, {32768, 32767, 3, 1},
         {0, 65535, INT32_MAX, 65535}, {65535, 0, INT32_MIN, 0},
     };
-    for (const auto& row : CASES) {
+    for (const auto& [precharge, signal, offset, value] : CASES) {
         std::vector<uint16_t> frame;
         for (int i = 0; i < 10; i++)
-            frame.insert(frame.end(), {row.precharge, row.signal});
+            frame.insert(frame.end(), {precharge, signal});
         std::vector<uint16_t> image(11, 0xCCCC);
-        vornccd::subtractPrecharge(frame, {10, 1, 0, 0, 10, 1}, static_cast<uint32_t>(row.offset), image.data());
-        std::vector<uint16_t> expected(10, row.expected);
+        vornccd::subtractPrecharge(frame, {10, 1, 0, 0, 10, 1}, static_cast<uint32_t>(offset), image.data());
+        std::vector<uint16_t> expected(10, value);
         expected.push_back(0xCCCC);
-        EXPECT_EQ(image, expected) << row.precharge << " " << row.signal << " " << row.offset;
+        EXPECT_EQ(image, expected) << precharge << " " << signal << " " << offset;
     }
 }
 
@@ -191,23 +183,19 @@ TEST(GetImageIidc, PutsTheRegionInTheHighBytes)
     // a frame of 6 x 4; each byte tells row and column
     const char* const frame = "00 01 02 03 04 05 10 11 12 13 14 15 20 21 22 23 24 25 30 31 32 33 34 7F";
     const char* const binned = "00 01 02 10 11 FF";
-    struct {
-        const char* label;
-        ReadoutRegion region;
-        Image image;
-    } const CASES[] = {
+    const std::tuple<const char*, ReadoutRegion, Image> CASES[] = {
         {"lower right", {4, 2, 2, 2, 1, 1}, {0x2400, 0x2500, 0x3400, 0x7F00, 0xCCCC}},
         {"wide", {1, 1, 3, 2, 1, 1}, {0x1100, 0x1200, 0x1300, 0x2100, 0x2200, 0x2300, 0xCCCC}},
         {"binned", {2, 0, 4, 4, 2, 2}, {0x0100, 0x0200, 0x1100, 0xFF00, 0xCCCC}},
         {"below the frame", {0, 2, 1, 4, 1, 1}, {0x2000, 0x3000, 0, 0, 0xCCCC}},  // the width is the limit
     };
-    for (const auto& row : CASES) {
-        SCOPED_TRACE(row.label);
-        ReadOutCamera iidc(IIDC, 6, 4, row.region);
-        iidc.usb.in(0x81, row.region.binX == 2 ? 6 : 24, row.region.binX == 2 ? binned : frame);
+    for (const auto& [label, region, image] : CASES) {
+        SCOPED_TRACE(label);
+        ReadOutCamera iidc(IIDC, 6, 4, region);
+        iidc.usb.in(0x81, region.binX == 2 ? 6 : 24, region.binX == 2 ? binned : frame);
         iidc.usb.device.fault = {.at = 1, .delayUs = 250000};
         TraceCapture trace;
-        EXPECT_EQ(iidc.image(row.image.size(), 9999), row.image);  // the count is only traced
+        EXPECT_EQ(iidc.image(image.size(), 9999), image);  // the count is only traced
         EXPECT_TRUE(trace.has("    elapsed 0.25 s"));
     }
 }

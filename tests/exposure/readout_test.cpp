@@ -167,26 +167,21 @@ TEST(ReadShortIidc, ChoosesTheFastestFrameRate)
 
 TEST(ReadShortIidc, RefusalsLeaveTheText)
 {
-    const struct {
-        unsigned binX;
-        unsigned binY;
-        double seconds;
-        const char* line;
-    } CASES[] = {
+    const std::tuple<unsigned, unsigned, double, const char*> CASES[] = {
         {1, 2, 0.1, "<- VornCameraImpl::readCCD 00 - unsupported binning"},
         {2, 1, 9.0, "<- VornCameraImpl::readCCD 00 - unsupported binning"},
         {1, 1, 0.5328, "<- VornCameraImpl::readCCD 00 - too long exposure"},
         {1, 1, LONG, "    long exposures are unsupported with VORN XR"},
     };
-    for (const auto& row : CASES) {
+    for (const auto& [binX, binY, seconds, line] : CASES) {
         SensorCamera iidc(IIDC);
         iidc.camera.imageReady = true;
-        const ReadoutRegion region = {0, 0, 10, 10, row.binX, row.binY};
+        const ReadoutRegion region = {0, 0, 10, 10, binX, binY};
         TraceCapture trace;
-        EXPECT_FALSE(row.seconds < 0 ? iidc.readLong(region) : iidc.readShort(region, row.seconds));
-        EXPECT_TRUE(trace.has(row.line));
+        EXPECT_FALSE(seconds < 0 ? iidc.readLong(region) : iidc.readShort(region, seconds));
+        EXPECT_TRUE(trace.has(line));
         EXPECT_FALSE(iidc.camera.imageReady);
-        iidc.expectSettled(row.seconds < 0 ? "Failed to read CCD" : "No error");
+        iidc.expectSettled(seconds < 0 ? "Failed to read CCD" : "No error");
     }
 }
 
