@@ -37,7 +37,7 @@ run_fuzz() {
     JOBS=$(nproc) fuzz/run.sh 300
 }
 run_mutation() {
-    tests/mutation/run.py
+    scripts/mutation/run.py
 }
 
 [ $# -gt 0 ] || set -- sweep soak valgrind unplug packages fuzz mutation
