@@ -37,6 +37,7 @@ expect '^Vorn K20 \(ADVANCED\), .* 2750 x 2200 .*filter wheel' vornsim run --cam
 expect 'serial number 4711, firmware 3\.14' vornsim run --camera K12 --serial 4711 -- ./plain_c
 expect '^picture-2\.pgm' vornsim run --camera K12 -- ./cooled_sequence 14 2 0.1 picture-
 expect 'relay 2 for 50 ms: the star moved by' vornsim run --camera K14 -- ./guide 2 50
+expect 'sensor at 1[0-9.]+ degrees' vornsim run --camera K12 -- sh -c './watch_temperature 0.5 watched.pgm 2>&1'
 # The ramp's value tells row and column, so the last value tells whether the picture is whole and straight.
 while read -r model last; do
     expect '^ramp\.pgm' vornsim run --camera "$model" --scene ramp -- ./snap 0.1 ramp.pgm
