@@ -23,14 +23,20 @@ TEST(Plan, RefusesBeforeTheCameraIsTouched)
     } rows[] = {
         {"K12", {.seconds = NAN_SECONDS}, "exposure time"},
         {"K12", {.seconds = 86400.5}, "longer than a day"},
+        {"K12", {.seconds = -0.1}, "0 or more"},
         {"XRM", {.seconds = 0.6}, "up to 0.5 s"},
+        {"K12", {.seconds = 1.0, .binX = 0}, "binning 0"},
+        {"K12", {.seconds = 1.0, .binY = 0}, "binning 0"},
+        {"K12", {.seconds = 1.0, .binX = 5}, "largest, 4x4"},
         {"K12", {.seconds = 1.0, .binY = 5}, "largest, 4x4"},
         {"K12", {.seconds = 1.0, .region = Region{0, 0, 0, 4}}, "empty"},
         {"K12", {.seconds = 1.0, .region = Region{55, 0, 10, 5}}, "64 x 48"},
         {"K12", {.seconds = 1.0, .region = Region{0, 44, 5, 5}}, "64 x 48"},
         {"K12", {.seconds = 1.0, .region = Region{HUGE_COUNT, 0, 2, 2}}, "64 x 48"},
         {"K12", {.seconds = 1.0, .region = Region{0, 0, 3, 3}, .binX = 4}, "smaller"},
+        {"K12", {.seconds = 1.0, .region = Region{0, 0, 3, 3}, .binY = 4}, "smaller"},
         {"K01", {.seconds = 1.0, .preview = true}, "preview"},
+        {"XRM", {.seconds = 0.1, .preview = true}, "preview"},
         {"K12", {.seconds = 1.0, .eightBit = true}, "8-bit"},
     };
     for (const auto& row : rows) {
