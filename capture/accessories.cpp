@@ -65,7 +65,7 @@ Status turnWheel(Session& session, unsigned int position, const CancelToken* can
             ErrorKind::BAD_REQUEST,
             "the filter wheel has the positions 1 to " + std::to_string(count) + ", not " + std::to_string(position),
             ""};
-    const Status sent = session.operate("the filter wheel does not turn",
+    Status sent = session.operate("the filter wheel does not turn",
                                         [position](VornCamera& camera) { return camera.setFilter(position); });
     if (!sent.ok())
         return sent;
@@ -103,7 +103,7 @@ Status guidePulse(Session& session, GuideRelay relay, double seconds, const Canc
         return Error{ErrorKind::BAD_REQUEST, "a guide pulse lasts from 1 to 60000 milliseconds", ""};
     const auto mask = static_cast<unsigned short>(relay);
     const auto openAll = [](VornCamera& camera) { return camera.setGuideRelays(0); };
-    const Status closed = session.operate("the guide relay does not close",
+    Status closed = session.operate("the guide relay does not close",
                                           [mask](VornCamera& camera) { return camera.setGuideRelays(mask); });
     if (!closed.ok()) {
         (void)session.call(openAll);  // it may have closed all the same

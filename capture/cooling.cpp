@@ -48,12 +48,13 @@ Status checkCooler(const Session& session, const Telemetry& telemetry)
 bool nap(Clock& clock, const CancelToken* cancel)
 {
     const double end = clock.steadySeconds() + POLL_SECONDS;
-    for (double left = POLL_SECONDS; left > 0.0; left = end - clock.steadySeconds()) {
-        if (cancel != nullptr && cancel->requested())
-            return false;
+    while (cancel == nullptr || !cancel->requested()) {
+        const double left = end - clock.steadySeconds();
+        if (left <= 0.0)
+            return true;
         clock.sleep(std::min(left, NAP_SECONDS));
     }
-    return cancel == nullptr || !cancel->requested();
+    return false;
 }
 
 }  // namespace
@@ -91,7 +92,7 @@ Status coolDown(Session& session, const CoolingRequest& request, const CancelTok
     if (request.perMinute && !(*request.perMinute > 0.0))
         return Error{ErrorKind::BAD_REQUEST, "a ramp has more than 0 degrees a minute", ""};
     Telemetry telemetry = session.readTelemetry();
-    const Status possible = checkCooler(session, telemetry);
+    Status possible = checkCooler(session, telemetry);
     if (!possible.ok())
         return possible;
 
@@ -105,7 +106,7 @@ Status coolDown(Session& session, const CoolingRequest& request, const CancelTok
         const double setPoint = ramp.at(elapsed);
         const bool last = setPoint == target;
         if (!commanded || (last ? *commanded != target : std::abs(setPoint - *commanded) >= SET_POINT_STEP_CELSIUS)) {
-            const Status done = setTarget(session, setPoint);
+            Status done = setTarget(session, setPoint);
             if (!done.ok())
                 return done;
             commanded = setPoint;
@@ -136,10 +137,10 @@ Status warmUp(Session& session, bool wait, double limitSeconds, const CancelToke
               const CoolingProgress& progress)
 {
     Telemetry telemetry = session.readTelemetry();
-    const Status possible = checkCooler(session, telemetry);
+    Status possible = checkCooler(session, telemetry);
     if (!possible.ok())
         return possible;
-    const Status begun =
+    Status begun =
         session.operate("the warm-up does not start", [](VornCamera& camera) { return camera.initiateWarmUp(); });
     if (!begun.ok() || !wait)
         return begun;

@@ -98,6 +98,8 @@ struct Axis {
     double step = 1.0;
 
     double part(double value) const { return (value - low) / (high - low); }
+    int stepCount() const { return static_cast<int>((high - low) / step + 1e-6); }  // a little against rounding
+    double at(int index) const { return low + index * step; }
 };
 
 /// @return a scale with round steps around all values.
@@ -132,16 +134,15 @@ double row(double part)
 
 void drawScales(Painter& painter, const Axis& minutes, const Axis& celsius)
 {
-    constexpr double SLACK = 1e-6;  // of a step, against rounding at the last line
-    for (double value = celsius.low; value < celsius.high + SLACK * celsius.step; value += celsius.step) {
-        const double y = row(celsius.part(value));
+    for (int i = 0; i <= celsius.stepCount(); ++i) {
+        const double y = row(celsius.part(celsius.at(i)));
         painter.line(LEFT, y, RIGHT, y, GRID);
-        painter.text(LEFT - 8, static_cast<int>(y) - 4, label(value, celsius.step), 2);
+        painter.text(LEFT - 8, static_cast<int>(y) - 4, label(celsius.at(i), celsius.step), 2);
     }
-    for (double value = minutes.low; value < minutes.high + SLACK * minutes.step; value += minutes.step) {
-        const double x = column(minutes.part(value));
+    for (int i = 0; i <= minutes.stepCount(); ++i) {
+        const double x = column(minutes.part(minutes.at(i)));
         painter.line(x, TOP, x, BOTTOM, GRID);
-        painter.text(static_cast<int>(x), BOTTOM + 10, label(value, minutes.step), 1);
+        painter.text(static_cast<int>(x), BOTTOM + 10, label(minutes.at(i), minutes.step), 1);
     }
     for (int percent = 0; percent <= 100; percent += 25)
         painter.text(RIGHT + 8, static_cast<int>(row(percent / 100.0)) - 4, std::to_string(percent), 0);

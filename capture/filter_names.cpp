@@ -45,7 +45,7 @@ Result<FilterNames> FilterNames::parse(const std::string& text)
         if (wholeNumber(name))
             return refuse("a filter cannot be called \"" + name + "\": numbers stand for positions");
         if (!name.empty() && filters.positionOf(name).ok())
-            return refuse("two filters are called \"" + name + "\" in \"" + text + "\"");
+            return refuse("two filters are called \"" + name + "\"");
         filters.names_.push_back(name);
         begin = end + 1;
     }

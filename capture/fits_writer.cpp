@@ -217,7 +217,7 @@ Status streamFits(const Frame& frame, const std::string& creator)
 {
     FitsFile fits;
     fillFile(fits, frame, creator);
-    const Status written = finishFile(fits, "standard output", "Has its reader ended early?");
+    Status written = finishFile(fits, "standard output", "Has its reader ended early?");
     if (written.ok() && std::fflush(stdout) != 0)
         return Error{ErrorKind::FILE_ERROR, "cannot write to standard output", "Has its reader ended early?"};
     return written;

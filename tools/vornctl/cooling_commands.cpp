@@ -164,7 +164,7 @@ int monitorCommand(const Options& options, const MonitorRequest& request)
         }
         // Also after a wish to stop, which is how a monitor usually ends.
         if (!request.plotPath.empty()) {
-            const Status drawn = vorncapture::writeCurvePlot(curve, request.plotPath, options.force);
+            Status drawn = vorncapture::writeCurvePlot(curve, request.plotPath, options.force);
             if (!drawn.ok())
                 return drawn;
             if (!options.quiet)

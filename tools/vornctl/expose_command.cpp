@@ -200,7 +200,7 @@ Status takeOne(Opened& camera, const Options& options, unsigned int number, cons
     const Result<Outputs> outputs = outputsOf(options, parts);
     if (!outputs.ok())
         return outputs.error();
-    const Status possible = checkOutputs(outputs.value(), options.force);
+    Status possible = checkOutputs(outputs.value(), options.force);
     if (!possible.ok())
         return possible;
     auto taken = camera.session.expose(
@@ -214,7 +214,7 @@ Status takeOne(Opened& camera, const Options& options, unsigned int number, cons
     frame.filter = filter.position;
     frame.filterName = filter.name;
     frame.observation = options.observation;
-    const Status written = writeFiles(frame, outputs.value(), options.force);
+    Status written = writeFiles(frame, outputs.value(), options.force);
     if (!written.ok())
         return written;
     for (size_t i = 0; i < frame.notes.size() && !options.quiet && number == 1; ++i)
@@ -276,7 +276,7 @@ int exposeCommand(Options options)
     const Result<Outputs> first = outputsOf(options, {.start = std::chrono::system_clock::now()});
     if (!first.ok())
         return report(first.error());
-    const Status possible = checkOutputs(first.value(), options.force);
+    Status possible = checkOutputs(first.value(), options.force);
     if (!possible.ok())
         return report(possible.error());
 
@@ -288,7 +288,7 @@ int exposeCommand(Options options)
         if (!outcome.ok())
             openRelays(camera);
         if (options.warmAtEnd && !camera.session.stuck()) {
-            const Status warming = vorncapture::warmUp(camera.session, false);
+            Status warming = vorncapture::warmUp(camera.session, false);
             if (outcome.ok() && !warming.ok())
                 return warming;
             if (warming.ok() && !options.quiet)
