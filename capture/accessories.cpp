@@ -66,7 +66,7 @@ Status turnWheel(Session& session, unsigned int position, const CancelToken* can
             "the filter wheel has the positions 1 to " + std::to_string(count) + ", not " + std::to_string(position),
             ""};
     Status sent = session.operate("the filter wheel does not turn",
-                                        [position](VornCamera& camera) { return camera.setFilter(position); });
+                                  [position](VornCamera& camera) { return camera.setFilter(position); });
     if (!sent.ok())
         return sent;
     Clock& clock = session.clock();
@@ -104,7 +104,7 @@ Status guidePulse(Session& session, GuideRelay relay, double seconds, const Canc
     const auto mask = static_cast<unsigned short>(relay);
     const auto openAll = [](VornCamera& camera) { return camera.setGuideRelays(0); };
     Status closed = session.operate("the guide relay does not close",
-                                          [mask](VornCamera& camera) { return camera.setGuideRelays(mask); });
+                                    [mask](VornCamera& camera) { return camera.setGuideRelays(mask); });
     if (!closed.ok()) {
         (void)session.call(openAll);  // it may have closed all the same
         return closed;

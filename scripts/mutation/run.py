@@ -23,8 +23,8 @@ import mutants
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 HERE = pathlib.Path(__file__).resolve().parent
 TABLES = ('model_table.cpp', 'waveforms.cpp', 'waveforms.h', 'commands.h', 'iidc_registers.h')
-MEMORY_BYTES = 8 << 30
 FILE_BYTES = 64 << 20
+SANITIZER = 'detect_leaks=1:hard_rss_limit_mb=6000:allocator_may_return_null=1'
 
 
 def parse_arguments():
@@ -63,7 +63,7 @@ def build(options, chosen):
     copy = work / 'source'
     shutil.rmtree(copy, ignore_errors=True)
     shutil.copytree(ROOT, copy, ignore=shutil.ignore_patterns('.git', 'build', 'mutation'))
-    flags = '-O1 -w -fpermissive -Wno-narrowing -Wno-error'
+    flags = '-O1 -w -fpermissive -Wno-narrowing -Wno-error -fsanitize=address,undefined -fno-sanitize-recover=all'
     subprocess.run(['cmake', '-G', 'Ninja', '-S', copy, '-B', work / 'build', '-DCMAKE_BUILD_TYPE=None',
                     f'-DCMAKE_CXX_FLAGS={flags}'], check=True, stdout=subprocess.DEVNULL)
     listed = subprocess.run(['ninja', '-C', work / 'build', '-t', 'targets', 'all'], capture_output=True, text=True,
@@ -95,11 +95,10 @@ def build(options, chosen):
 def run_program(program, timeout, **variables):
     """@return whether the program's tests pass."""
     def limit():
-        resource.setrlimit(resource.RLIMIT_AS, (MEMORY_BYTES, MEMORY_BYTES))
         resource.setrlimit(resource.RLIMIT_FSIZE, (FILE_BYTES, FILE_BYTES))
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     with tempfile.TemporaryDirectory() as folder:
-        environment = {**os.environ, 'TMPDIR': folder, 'TEST_TMPDIR': folder, **variables}
+        environment = {**os.environ, 'TMPDIR': folder, 'TEST_TMPDIR': folder, 'ASAN_OPTIONS': SANITIZER, **variables}
         with subprocess.Popen([program, '--gtest_fail_fast', '--gtest_brief=1'], cwd=folder, env=environment,
                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                               preexec_fn=limit, start_new_session=True) as process:

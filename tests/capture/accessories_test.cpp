@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
 #include <utility>
 
 #include "simulated_session.h"
@@ -31,6 +32,8 @@ TEST(Lines, AreSetUpDrivenAndReadAsFarAsThereAreAny)
     EXPECT_EQ(textOf(setLineDirections(session, 0x100)), tooMany);
     EXPECT_EQ(textOf(driveLines(session, 0x100)), tooMany);
     EXPECT_EQ(textOf(driveLines(session, 0xFF)), "ok");
+    open.camera->failAt["getGPIO"] = 2;
+    EXPECT_FALSE(readLines(session).ok());
 
     CameraSession without("K12");
     EXPECT_EQ(textOf(driveLines(*without.session.value(), 0)), "Vorn K12 has no GPIO lines");
@@ -50,6 +53,8 @@ TEST(Gain, IsSetInItsRangeAndReadBack)
     }
     for (const GainSetting& setting : {GainSetting{-1, 0}, GainSetting{64, 0}, GainSetting{0, -1}, GainSetting{0, 513}})
         EXPECT_EQ(textOf(setGain(session, setting)), "the gain goes from 0 to 63 and the offset from 0 to 512");
+    open.camera->failAt["getGain"] = open.camera->count("getGain") + 1;
+    EXPECT_FALSE(readGain(session).ok());
     CameraSession without("K12");
     EXPECT_EQ(textOf(setGain(*without.session.value(), {0, 0})), "Vorn K12 has no gain setting");
     EXPECT_FALSE(readGain(*without.session.value()).ok());
@@ -86,6 +91,23 @@ TEST(Guiding, KeepsTheRelayClosedForItsTimeAndNotLonger)
               "Vorn XRM has no guide port");
 }
 
+TEST(Guiding, OpensTheRelaysAgainWhateverFails)
+{
+    const std::tuple<int, int, const char*, bool> rows[] = {
+        {1, 2, "the guide relay does not close", false},
+        {2, 3, "the guide relays do not open", false},  // the camera was closed and opened again, which has helped
+        {-2, 3, "the guide relays do not open", true},
+    };
+    for (const auto& [failing, calls, text, mayMove] : rows) {
+        CameraSession open("K12");
+        open.camera->failAt["setGuideRelays"] = failing;
+        const Status pulse = guidePulse(*open.session.value(), GuideRelay::Y_PLUS, 0.5, nullptr);
+        ASSERT_EQ(textOf(pulse).find(text), 0U) << textOf(pulse);
+        EXPECT_EQ(pulse.error().advice.find("pull the guide cable") != std::string::npos, mayMove);
+        EXPECT_EQ(open.camera->count("setGuideRelays"), calls);
+    }
+}
+
 TEST(Wheel, TurnsToItsPositionAndSaysWhereItIs)
 {
     CameraSession open("K13");
@@ -96,6 +118,8 @@ TEST(Wheel, TurnsToItsPositionAndSaysWhereItIs)
     const std::string outside = "the filter wheel has the positions 1 to 5, not ";
     EXPECT_EQ(textOf(turnWheel(session, 0, nullptr)), outside + "0");
     EXPECT_EQ(textOf(turnWheel(session, 6, nullptr)), outside + "6");
+    open.camera->wheelStandsAt = 3;
+    EXPECT_EQ(textOf(turnWheel(session, 2, nullptr)), "the filter wheel stands at 3 and not at 2");
     CancelToken cancel;
     cancel.request();
     EXPECT_EQ(textOf(turnWheel(session, 1, &cancel)), "stopped; the filter wheel turns on to its position by itself");

@@ -67,8 +67,10 @@ TEST(OpenDiagnosis, AdvisesOnlyWhatIsMissing)
 {
     const std::string node = "/dev/bus/usb/001/002 belongs to root:root, mode 0600";
     const std::string nothing = permissionAdvice({{node}, "df2c", false, {"ann", true, false}});
-    for (const char* part : {"root, mode 0600", "60-vornccd.rules", "==\"df2c\"", "usermod -aG plugdev ann"})
+    for (const char* part : {"root, mode 0600", "60-vornccd.rules", "usermod -aG plugdev ann",
+                             "\"usb_device\", ATTR{idProduct}==\"df2c\", MODE=\"0660\", GROUP=\"plugdev\""})
         EXPECT_NE(nothing.find(part), std::string::npos) << part;
+    EXPECT_EQ(permissionAdvice({{node}, "", false, {}}).find("idProduct"), std::string::npos);
     const std::string all = permissionAdvice({{node}, "df2c", true, {"ann", true, true}});
     EXPECT_EQ(all.find("60-vornccd.rules"), std::string::npos) << all;
     EXPECT_EQ(all.find("usermod"), std::string::npos) << all;

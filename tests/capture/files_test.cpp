@@ -115,12 +115,19 @@ TEST_F(Files, ExistingFilesStayUnlessForced)
     EXPECT_EQ(readFits(path("a.fits")).pixels, sampleFrame().pixels);
     EXPECT_EQ(names().size(), 2U);
 
-    OutputFile output(path("b"), false);
-    ASSERT_TRUE(output.check().ok());
-    std::ofstream(output.temporaryPath()) << "new";
-    std::ofstream(path("b")) << "appeared meanwhile";
-    EXPECT_FALSE(output.publish().ok());
-    EXPECT_EQ(fs::file_size(path("b")), 18U);
+    for (const bool overwrite : {false, true}) {
+        OutputFile output(path("b"), overwrite);
+        ASSERT_TRUE(output.check().ok());
+        std::ofstream(output.temporaryPath()) << "new";
+        std::ofstream(path("b")) << "appeared meanwhile";
+        errno = EIO;  // of something that went before
+        EXPECT_EQ(output.publish().ok(), overwrite);
+        EXPECT_EQ(fs::file_size(path("b")), overwrite ? 3U : 18U);
+    }
+    OutputFile onto(path("c"), true);
+    std::ofstream(onto.temporaryPath()) << "new";
+    fs::create_directory(path("c"));
+    EXPECT_FALSE(onto.publish().ok());
 }
 
 TEST_F(Files, FailuresLeaveNothingBehind)
@@ -129,6 +136,7 @@ TEST_F(Files, FailuresLeaveNothingBehind)
     EXPECT_FALSE(writeFits(sampleFrame(), nowhere, "tester", false).ok());
     EXPECT_FALSE(writePng(sampleFrame(), nowhere, false).ok());
     EXPECT_FALSE(writeFits(sampleFrame(), path(""), "tester", true).ok());  // a directory
+    EXPECT_FALSE(OutputFile("/dev/null/a.fits", false).check().ok());       // a file in its place
 
     Frame impossible = sampleFrame();
     impossible.width = 0;
@@ -182,6 +190,45 @@ TEST_F(Files, PngIsGreyAndStretched)
     ASSERT_NE(png_image_finish_read(&image, nullptr, levels.data(), 100, nullptr), 0);
     EXPECT_EQ(levels[5050], 255);
     EXPECT_NEAR(levels[1], 64, 2);  // the sky
+}
+
+TEST_F(Files, PngInColourHasAGreySky)
+{
+    Frame frame = sampleFrame();
+    frame.camera.caps.offsetX = frame.camera.caps.offsetY = 0;
+    frame.region = {0, 0, 60, 40};
+    frame.width = 60;
+    frame.height = 40;
+    frame.pixels.resize(2400);
+    for (unsigned i = 0; i < 2400; ++i) {
+        const unsigned sky = i / 60 % 2 == 0 ? (i % 2 == 0 ? 1000U : 2000U) : (i % 2 == 0 ? 2000U : 4000U);
+        const bool star = i % 60 >= 50 && i / 60 >= 30;
+        frame.pixels[i] = static_cast<uint16_t>(sky + (star ? 30000U : 0U));
+    }
+    ASSERT_TRUE(writePng(frame, path("a.png"), false).ok());
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    ASSERT_NE(png_image_begin_read_from_file(&image, path("a.png").c_str()), 0);
+    ASSERT_EQ(image.format, static_cast<png_uint_32>(PNG_FORMAT_RGB));
+    std::vector<uint8_t> levels(7200);
+    ASSERT_NE(png_image_finish_read(&image, nullptr, levels.data(), 180, nullptr), 0);
+    for (size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(levels[20 * 180 + 3 * 20 + i], 64) << i;
+        EXPECT_EQ(levels[35 * 180 + 3 * 55 + i], 255) << i;
+    }
+}
+
+TEST(Stretch, LiftsTheSkyAndKeepsTheBrightest)
+{
+    std::vector<uint16_t> pixels = {60000};  // a star
+    for (uint16_t value = 900; value <= 1100; ++value)
+        pixels.push_back(value);
+    const StretchTable table = automaticStretch(pixels);
+    // Worked out by hand: the noise is 1.4826 x 50, and black lies 2.8 times that below the sky.
+    constexpr std::pair<size_t, int> LEVELS[] = {{792, 0},    {800, 3},    {850, 22},    {1000, 64},   {1100, 84},
+                                                 {1500, 136}, {3000, 200}, {10000, 241}, {60000, 255}, {65535, 255}};
+    for (const auto& [value, level] : LEVELS)
+        EXPECT_EQ(table[value], level) << value;
 }
 
 TEST(Stretch, NeverFallsWhateverThePicture)

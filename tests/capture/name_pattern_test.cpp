@@ -41,6 +41,7 @@ TEST(NamePattern, ASequenceWithoutNumbersGetsThem)
     EXPECT_EQ(patternForSequence("a.fits", 1), "a.fits");
     EXPECT_EQ(patternForSequence("a.fits", 2), "a-{n:3}.fits");
     EXPECT_EQ(patternForSequence("dir.d/a", 12000), "dir.d/a-{n:5}");
+    EXPECT_EQ(patternForSequence("dir/a.fits", 2) + patternForSequence("dir/.a", 2), "dir/a-{n:3}.fitsdir/.a-{n:3}");
     EXPECT_EQ(patternForSequence("{n}.fits", 9), "{n}.fits");
 }
 
@@ -52,9 +53,10 @@ TEST(FilterNames, StandForPositions)
         {"l", 1}, {"RED", 2}, {"h alpha", 4}, {"3", 3}, {"255", 255}, {"256", 0}, {"0", 0}, {"", 0}, {"blue", 0}};
     for (const auto& [text, position] : ROWS) {
         const auto found = names.value().positionOf(text);
+        ASSERT_EQ(found.ok(), position != 0) << text;
         EXPECT_EQ(found.ok() ? found.value() : 0, position) << text;
     }
-    EXPECT_EQ(names.value().nameOf(4), "H alpha");
+    EXPECT_EQ(names.value().nameOf(1) + names.value().nameOf(4), "LH alpha");
     EXPECT_EQ(names.value().nameOf(3) + names.value().nameOf(5) + names.value().nameOf(0), "350");
     EXPECT_EQ(names.value().positionOf("blue").error().text,
               "\"blue\" is no filter: give its position, from 1, L, Red, H alpha");

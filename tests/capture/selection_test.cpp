@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <thread>
+
 #include "capture/camera_list.h"
 #include "capture/open_diagnosis.h"
 #include "simulated_session.h"
@@ -55,6 +57,43 @@ TEST(SelectCamera, SaysThatThereIsNone)
         const auto session = openSelected({}, CameraSelector::parse(text).value());
         ASSERT_FALSE(session.ok());
         EXPECT_NE(session.error().text.find("no camera is attached"), std::string::npos) << session.error().text;
+    }
+}
+
+TEST(SelectCamera, StopsLookingWhenToldTo)
+{
+    Camera cameras[] = {Camera("K12", 7), Camera("K12", 102)};
+    cameras[0].hangIn = "open";
+    std::vector<CameraHandle> handles;
+    for (Camera& camera : cameras)
+        handles.push_back(camera.handle());
+    CancelToken cancel;
+    cancel.request();
+    cancel.request();  // without waiting for a camera that hangs
+    const auto session =
+        openSelected(std::move(handles), CameraSelector::parse("serial:102").value(), {.cancel = &cancel});
+    cameras[0].release = true;
+    ASSERT_FALSE(session.ok());
+    EXPECT_EQ(session.error().kind, ErrorKind::CANCELLED);
+    EXPECT_EQ(cameras[1].device.openCount, 0);
+    while (!cameras[0].gone)
+        std::this_thread::yield();
+}
+
+TEST(TraceCapture, CatchesTheTraceAndShowsItToThoseWhoWantedIt)
+{
+    for (const bool wanted : {false, true}) {
+        testing::internal::CaptureStderr();
+        VornDebug = wanted;
+        (void)std::fputs("before ", stderr);
+        TraceCapture capture;
+        (void)listCameras();
+        const std::string text = capture.finish();
+        EXPECT_EQ(VornDebug, wanted);
+        VornDebug = false;
+        EXPECT_NE(text.find("list"), std::string::npos);
+        EXPECT_EQ(TraceCapture().finish() + capture.finish(), "") << "the first does not stand in the way of a second";
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "before " + (wanted ? text : ""));
     }
 }
 

@@ -57,6 +57,7 @@ TEST(LongExposure, IsTimedByTheSensorsIntegration)
         ASSERT_TRUE(frame.ok());
         EXPECT_NEAR(session.truth().lightSeconds, seconds, 0.02);
         EXPECT_NEAR(frame.value().exposureSeconds, session.truth().lightSeconds, 0.01);
+        EXPECT_EQ(frame.value().telemetry.ccdCelsius().has_value(), session->info().family != QUICKER);
         EXPECT_NEAR(secondsBetween(session.camera->startedAt, frame.value().start), 0.0, 1e-6);
         EXPECT_EQ(session.camera->count("startExposure"), 1);
     }

@@ -79,6 +79,19 @@ public:
         return enter(target != nullptr ? "getCoolingStatus" : "getCoolingStatus without target") &&
                VornCameraImpl::getCoolingStatus(state, target, power);
     }
+    bool getFilterWheelStatus(unsigned int* count, bool* moving, unsigned int* current, unsigned int* target) override
+    {
+        const bool done = VornCameraImpl::getFilterWheelStatus(count, moving, current, target);
+        if (camera_.wheelStandsAt)
+            *current = *camera_.wheelStandsAt;
+        return done;
+    }
+    bool setGuideRelays(unsigned short mask) override
+    {
+        return enter("setGuideRelays") && VornCameraImpl::setGuideRelays(mask);
+    }
+    bool getGPIO(unsigned short* levels) override { return enter("getGPIO") && VornCameraImpl::getGPIO(levels); }
+    bool getGain(int* gain, int* offset) override { return enter("getGain") && VornCameraImpl::getGain(gain, offset); }
     bool startExposure(bool amp) override
     {
         const bool started = enter("startExposure") && VornCameraImpl::startExposure(amp);
@@ -111,7 +124,8 @@ private:
         while (camera_.hangIn == operation && !camera_.release)
             std::this_thread::sleep_for(1ms);
         const auto failure = camera_.failAt.find(operation);
-        if (failure == camera_.failAt.end() || (failure->second != 0 && failure->second != call))
+        if (failure == camera_.failAt.end() ||
+            (failure->second > 0 ? call != failure->second : call < -failure->second))
             return true;
         lastError = "Failed, says the test";
         return false;

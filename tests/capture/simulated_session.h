@@ -45,11 +45,12 @@ struct Camera {
     vorntest::SimulatedUsb usb;
     libusb_device device;
 
-    std::map<std::string, int> failAt;  ///< operation: which of its calls fails, from 1; 0 all of them
+    std::map<std::string, int> failAt;  ///< operation: which of its calls fails, from 1; -2: all from the second on
     const char* openError = "Failed to initialize device";
     std::string hangIn;  ///< operation that does not return until `release`
     std::atomic<bool> release{false};
-    std::optional<float> celsius;  ///< instead of what the camera measures
+    std::optional<float> celsius;           ///< instead of what the camera measures
+    std::optional<unsigned> wheelStandsAt;  ///< position of a wheel that is blocked
 
     std::vector<std::string> log;  ///< operations in order, "startExposure"
     std::map<std::string, int> calls;
