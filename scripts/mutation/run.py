@@ -23,6 +23,8 @@ import mutants
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 HERE = pathlib.Path(__file__).resolve().parent
 TABLES = ('model_table.cpp', 'waveforms.cpp', 'waveforms.h', 'commands.h', 'iidc_registers.h')
+GTEST_ARGUMENTS = ['--gtest_fail_fast', '--gtest_brief=1']
+ARGUMENTS = {'fault_sweep': ['--stride', '29'], 'soak': ['--nights', '2']}  # as with the sanitizers in test.sh
 FILE_BYTES = 64 << 20
 SANITIZER = 'detect_leaks=1:hard_rss_limit_mb=6000:allocator_may_return_null=1'
 
@@ -68,7 +70,7 @@ def build(options, chosen):
                     f'-DCMAKE_CXX_FLAGS={flags}'], check=True, stdout=subprocess.DEVNULL)
     listed = subprocess.run(['ninja', '-C', work / 'build', '-t', 'targets', 'all'], capture_output=True, text=True,
                             check=True).stdout
-    programs = [p for p in re.findall(r'^(bin/\w+_test): ', listed, re.MULTILINE) if not re.search(options.skip, p)]
+    programs = [p for p in re.findall(r'^(bin/(?:\w+_test|fault_sweep|soak)): ', listed, re.MULTILINE) if not re.search(options.skip, p)]
     for folder in ('src', 'capture'):  # what an earlier run has built of them holds other mutants
         for path in (copy / folder).rglob('*.*'):
             path.touch()
@@ -99,7 +101,7 @@ def run_program(program, timeout, **variables):
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
     with tempfile.TemporaryDirectory() as folder:
         environment = {**os.environ, 'TMPDIR': folder, 'TEST_TMPDIR': folder, 'ASAN_OPTIONS': SANITIZER, **variables}
-        with subprocess.Popen([program, '--gtest_fail_fast', '--gtest_brief=1'], cwd=folder, env=environment,
+        with subprocess.Popen([program, *ARGUMENTS.get(program.name, GTEST_ARGUMENTS)], cwd=folder, env=environment,
                               stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                               preexec_fn=limit, start_new_session=True) as process:
             try:
@@ -112,8 +114,8 @@ def run_program(program, timeout, **variables):
 def measure(options):
     """Runs each test program without a mutant. @return (program, seconds, numbers of the mutants it meets)."""
     programs = []
-    for program in sorted(pathlib.Path(options.work).glob('build/bin/*_test')):
-        if re.search(options.skip, program.name):
+    for program in sorted(pathlib.Path(options.work).glob('build/bin/*')):
+        if re.search(options.skip, program.name) or not (program.name in ARGUMENTS or program.match('*_test')):
             continue
         log = pathlib.Path(options.work) / 'met'
         log.unlink(missing_ok=True)
@@ -130,7 +132,7 @@ def measure(options):
 def judge(mutant, programs):
     """@return the name of the program that noticed, or an empty text."""
     for program, seconds, met in programs:
-        if mutant.number in met and not run_program(program, 5 + 10 * seconds, VORNCCD_MUTANT=str(mutant.number)):
+        if mutant.number in met and not run_program(program, 5 + 4 * seconds, VORNCCD_MUTANT=str(mutant.number)):
             return program.name
     return ''
 

@@ -255,6 +255,10 @@ TEST(CoolingStatus, ANullStateSuppressesTheOthers)
     float power = UNTOUCHED;
     EXPECT_TRUE(equipped.camera.getCoolingStatus(nullptr, &target, &power));
     EXPECT_TRUE(target == UNTOUCHED && power == UNTOUCHED);
+    equipped.usb.command("35 00").parIn(6, "6E 00 80 00 9B 00");
+    COOLING_STATE state = COOLING_INACTIVE;
+    EXPECT_TRUE(equipped.camera.getCoolingStatus(&state, nullptr, nullptr));  // only what is asked for is stored
+    EXPECT_EQ(state, COOLING_SETPOINT);
 }
 
 TEST(CoolingStatus, PowerIsNotClamped)

@@ -94,15 +94,17 @@ Steps quickerImage(Steps usb)
     return usb.harmless().out(0x04, LOWER_TIMEOUT);
 }
 
+/// With the amplifier switched off during the exposure and relays closed, or neither.
 Steps quickerLong(bool amp)
 {
-    Steps usb = spiWrite(Steps().harmless(), amp ? "24 23" : "24 03");
+    const std::string relays = amp ? "3" : "0";
+    Steps usb = spiWrite(Steps().harmless(), amp ? "24 23" : "24 00");
     spiWrite(usb, "50 00").untried().pause(200000);
-    spiWrite(usb.ends({}, START_FAILED), "22 03");
+    spiWrite(usb.ends({}, START_FAILED), "22 0" + relays);
     spiWrite(usb, "50 00").harmless().out(0x04, RAISE_TIMEOUT);
     spiWrite(usb.harmless(), "80 00");
     spiWrite(usb.harmless(), "80 00");
-    spiWrite(usb.ends(amp ? Steps() : Steps().pause(250000), READ_FAILED), "24 A3");
+    spiWrite(usb.ends(amp ? Steps() : Steps().pause(250000), READ_FAILED), "24 A" + relays);
     if (!amp)
         usb.untried().pause(250000);
     return quickerImage(spiWrite(usb.ends({}, READ_FAILED), "53 E8"));
@@ -139,7 +141,10 @@ TEST(Exposure, HoldsTheWholeConversation)
     const auto shutter = [](VornCameraImpl& camera) { camera.hasShutter = true; };
     const auto closed = [](VornCameraImpl& camera) { camera.hasShutter = camera.darkFrameMode = true; };
     const auto preview = [](VornCameraImpl& camera) { camera.previewMode = true; };
-    const auto noAmplifier = [](VornCameraImpl& camera) { camera.ampRequested = false; };
+    const auto noAmplifier = [](VornCameraImpl& camera) {
+        camera.ampRequested = false;
+        camera.guideRelayState = 0;
+    };
     const struct {
         CAMERA_TYPE type;
         double seconds;

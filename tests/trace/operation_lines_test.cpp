@@ -88,6 +88,12 @@ TEST(TraceLines, OfOperationsWithTraffic)
          " <- VornCameraImpl::sendCommand 1 [0x05 0x00 0x01 0x00...]\n    filter count: 5\n    moving: 1\n"
          "    current: 2\n    unlock()\n<- VornCameraImpl::getFilterWheelStatus 1\n",
          Steps().command("87 00").parIn(8, "05 00 01 00 02 00 04 00")},
+        {"filter refused", DO(camera.hasFilterWheel = true; camera.setFilter(9)),
+         "-> VornCameraImpl::setFilter(9)\n    lock()\n"
+         " -> VornCameraImpl::sendCommand(136, [0x09 0x00], ..., 2, 2)\n"
+         " <- VornCameraImpl::sendCommand 1 [0x00 0x00]\n    failed to set filter\n    unlock()\n"
+         "<- VornCameraImpl::setFilter 0\n",
+         Steps().command("88 00 09 00").parIn(2, "00 00")},
         {"cooling status",
          DO(COOLING_STATE state; float target; float power; camera.cooler = COOLER_SETPOINT; camera.tempSensorType = 1;
             camera.maxCoolerPower = 200; camera.getCoolingStatus(&state, &target, &power)),
