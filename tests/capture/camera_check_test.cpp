@@ -6,6 +6,7 @@
 
 #include "capture/camera_check.h"
 #include "capture/open_diagnosis.h"
+#include "simulated_session.h"
 
 namespace {
 
@@ -60,6 +61,23 @@ TEST(CameraCheck, TellsOfTemperaturesThatCannotBeRead)
         info.family = family;
         info.caps.tempSensorCount = sensors;
         EXPECT_EQ(examineOpened(info, 0).size(), count) << family << ' ' << sensors;
+    }
+}
+
+TEST(CameraCheck, LooksAtEachCameraUntilToldToStop)
+{
+    for (const bool stops : {false, true}) {
+        capturetest::Camera first("K12");
+        capturetest::Camera second("K16");
+        vorntest::bus().attach(first.device);
+        vorntest::bus().attach(second.device);
+        CancelToken cancel;
+        if (stops)
+            cancel.request();
+        (void)checkCameras({.cancel = &cancel});
+        EXPECT_GT(first.device.callCount, 0);
+        EXPECT_EQ(second.device.callCount > 0, !stops);
+        vorntest::bus().reset();
     }
 }
 

@@ -69,6 +69,7 @@ TEST(CurvePlot, DrawsLittleAndNothing)
         const Canvas canvas = drawCurve(points);
         EXPECT_EQ(canvas.rgb.size(), size_t{canvas.width} * canvas.height * 3);
     }
+    EXPECT_EQ(drawCurve({{0.0, 5.0, 5.0, {}}, {0.0, {}, {}, {}}}).rgb, drawCurve({{0.0, 5.0, 5.0, {}}}).rgb);
 }
 
 }  // namespace
