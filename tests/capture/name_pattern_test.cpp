@@ -41,7 +41,8 @@ TEST(NamePattern, ASequenceWithoutNumbersGetsThem)
     EXPECT_EQ(patternForSequence("a.fits", 1), "a.fits");
     EXPECT_EQ(patternForSequence("a.fits", 2), "a-{n:3}.fits");
     EXPECT_EQ(patternForSequence("dir.d/a", 12000), "dir.d/a-{n:5}");
-    EXPECT_EQ(patternForSequence("dir/a.fits", 2) + patternForSequence("dir/.a", 2), "dir/a-{n:3}.fitsdir/.a-{n:3}");
+    EXPECT_EQ(patternForSequence("dir/a.fits", 2) + patternForSequence("dir/.a", 2) + patternForSequence(".a", 2),
+              "dir/a-{n:3}.fitsdir/.a-{n:3}.a-{n:3}");
     EXPECT_EQ(patternForSequence("{n}.fits", 9), "{n}.fits");
 }
 

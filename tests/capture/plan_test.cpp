@@ -57,7 +57,8 @@ TEST(Plan, ReadsAHighSensorAsFarDownAsTheDriverGoes)
     CameraInfo camera = CameraSession("K12")->info();
     camera.caps.pixelCountX = 40;
     camera.caps.pixelCountY = 60;
-    EXPECT_TRUE(planExposure(camera, {.seconds = 86400.0, .region = Region{0, 0, 40, 40}}).ok());
+    for (const Region& region : {Region{0, 0, 40, 40}, Region{39, 39, 1, 1}})
+        EXPECT_TRUE(planExposure(camera, {.seconds = 86400.0, .region = region}).ok());
     const auto refused = planExposure(camera, {.seconds = 1.0, .region = Region{0, 30, 40, 11}});
     ASSERT_FALSE(refused.ok());
     EXPECT_NE(refused.error().text.find("rows from 40"), std::string::npos);
@@ -72,7 +73,9 @@ TEST(Plan, AsksQuickerCamerasForASquareAroundTheRegion)
     const struct {
         Region region, asked;
         size_t firstValue;
-    } rows[] = {{{60, 40, 4, 8}, {56, 40, 8, 8}, 4}, {{48, 44, 16, 4}, {48, 32, 16, 16}, 12 * 16}};
+    } rows[] = {{{60, 40, 4, 8}, {56, 40, 8, 8}, 4},
+                {{48, 44, 16, 4}, {48, 32, 16, 16}, 12 * 16},
+                {{2, 5, 60, 40}, {2, 0, 60, 60}, 5 * 60}};
     for (const auto& row : rows) {
         const auto plan = planExposure(camera, {.seconds = 1e-6, .region = row.region});
         ASSERT_TRUE(plan.ok()) << plan.error().text;

@@ -90,9 +90,9 @@ TEST_F(Arguments, CamerasAreToldApartWithoutOpeningThem)
     EXPECT_EQ(names, (std::multiset<std::string>{"Vorn K06", "Vorn K12", "Vorn K12"}));
     EXPECT_EQ(list["cameras"][2]["index"], 2);
     EXPECT_EQ(contents("log"), "");  // no simulated camera has noticed anything
-    const char* const twins = "--camera k12 --camera k12 --serial 51";
-    for (const auto& [place, serial] : {std::pair{"1-1", 51}, {"1-2", 52}})
-        EXPECT_EQ(nlohmann::json::parse(simulated(twins, std::string("info --json -d ") + place).out)["serial"],
+    const std::string numbered = std::string(THREE) + " --serial 51";
+    for (const auto& [place, serial] : {std::pair{"1-1", 51}, {"1-2", 52}, {"1-3", 53}})
+        EXPECT_EQ(nlohmann::json::parse(simulated(numbered, std::string("info --json -d ") + place).out)["serial"],
                   serial);
 }
 
