@@ -92,6 +92,7 @@ TEST(OpenDiagnosis, AdvisesOnlyWhatIsMissing)
     const std::string all = permissionAdvice({{node}, "df2c", true, {"ann", true, true}});
     EXPECT_EQ(all.find("60-vornccd.rules"), std::string::npos) << all;
     EXPECT_EQ(all.find("usermod"), std::string::npos) << all;
+    EXPECT_EQ(all.find("A udev rule for it is installed"), all.find('\n') + 1) << all;
     EXPECT_NE(all.find("udevadm trigger"), std::string::npos);
 }
 

@@ -120,8 +120,9 @@ TEST(Exposure, CancelledInAnyPhaseClosesTheShutterAndKeepsTheCameraUsable)
 
 TEST(Exposure, CancelledTwiceOrTimedOutLeavesAHangingReadout)
 {
-    for (const bool cancels : {true, false}) {
-        const auto camera = std::make_shared<Camera>("K01");
+    const std::pair<const char*, bool> rows[] = {{"K01", true}, {"K01", false}, {"XRM", true}};
+    for (const auto& [model, cancels] : rows) {
+        const auto camera = std::make_shared<Camera>(model);
         camera->hangIn = "getImage";
         const CameraSession session(camera, {.command = cancels ? 60s : 50ms});
         CancelToken cancel;
@@ -172,6 +173,9 @@ TEST(Exposure, FailingOperationsCloseTheShutterAndTellWhetherTheCameraIsThere)
             EXPECT_TRUE(session->expose({.seconds = row.seconds}).ok());
         }
     }
+    const CameraSession modeless("K12");
+    modeless.camera->failAt["setDarkFrameMode"] = 1;
+    EXPECT_EQ(modeless->expose({.seconds = 1.0}).error().text, "the camera refused the readout mode");
 }
 
 TEST(Telemetry, AsksOnlyWhatCannotEndTheProcess)
@@ -192,6 +196,7 @@ TEST(Telemetry, AsksOnlyWhatCannotEndTheProcess)
     EXPECT_FALSE(blind.targetCelsius);
     EXPECT_EQ(session.camera->count("getCoolingStatus"), 0);
 
+    EXPECT_EQ(CameraSession("XRM")->info().temperatureEncoding, 0U);
     const CameraSession other("K12");
     EXPECT_FALSE(other->readTelemetry().gain);  // success without a value is no value
     other.camera->celsius = -273.15F;           // what a register that cannot be read amounts to

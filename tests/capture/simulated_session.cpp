@@ -92,6 +92,10 @@ public:
     }
     bool getGPIO(unsigned short* levels) override { return enter("getGPIO") && VornCameraImpl::getGPIO(levels); }
     bool getGain(int* gain, int* offset) override { return enter("getGain") && VornCameraImpl::getGain(gain, offset); }
+    bool setDarkFrameMode(bool on) override
+    {
+        return enter("setDarkFrameMode") && VornCameraImpl::setDarkFrameMode(on);
+    }
     bool startExposure(bool amp) override
     {
         const bool started = enter("startExposure") && VornCameraImpl::startExposure(amp);
@@ -111,8 +115,8 @@ public:
     }
     bool getImage(unsigned short* buffer, unsigned int pixels) override
     {
-        const bool done = VornCameraImpl::getImage(buffer, pixels);  // gives the lock back in any case
-        return enter("getImage") && done;
+        const bool wanted = enter("getImage");
+        return VornCameraImpl::getImage(buffer, pixels) && wanted;  // gives the lock back in any case
     }
 
 private:
