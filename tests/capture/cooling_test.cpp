@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <tuple>
 
 #include "simulated_session.h"
 
@@ -11,6 +12,18 @@ namespace {
 
 using namespace capturetest;
 using namespace vorncapture;
+
+TEST(Cooling, HasSettledOnceItWasNearForLongEnough)
+{
+    TemperatureWatch watch(-10.0);
+    const std::tuple<double, double, bool> readings[] = {
+        {0.0, -9.4, false},  {5.0, -9.5, false},  {34.5, -10.5, false}, {35.0, -10.5, true},
+        {36.0, -9.4, false}, {37.0, -9.5, false}, {66.5, -10.0, false}, {67.0, -10.0, true}};
+    for (const auto& [seconds, celsius, settled] : readings) {
+        watch.add(seconds, celsius);
+        EXPECT_EQ(watch.settled(), settled) << seconds;
+    }
+}
 
 TEST(Cooling, GoesDownARampAndSettles)
 {
