@@ -38,6 +38,7 @@ class Finder:
     def __init__(self, path, arguments):
         self.path = path
         self.mutants = []
+        self.switch = 'M'
         unit = cindex.Index.create().parse(path, args=['-x', 'c++', *arguments],
                                            options=cindex.TranslationUnit.PARSE_DETAILED_PROCESSING_RECORD)
         errors = [d.spelling for d in unit.diagnostics if d.severity >= cindex.Diagnostic.Error]
@@ -61,6 +62,9 @@ class Finder:
         if any(s <= start and end <= e for s, e in self.macros) or fixed:
             return
         children = list(cursor.get_children())
+        outer = self.switch
+        if cursor.kind == Kind.VAR_DECL:
+            self.switch = 'mutantIsActive'  # or the compiler would work out what a constant begins with
         self.look_at(cursor, parent, children)
         for child in children:
             behind = self.text[child.extent.end.offset:].lstrip()[:1]
@@ -70,6 +74,7 @@ class Finder:
             elif child.kind == Kind.CASE_STMT:
                 for part in list(child.get_children())[1:]:
                     self.visit(part, child)
+        self.switch = outer
 
     def look_at(self, cursor, parent, children):
         start, end = self.extent(cursor)
@@ -108,6 +113,7 @@ class Finder:
     def add(self, cursor, pieces, pattern, wrapper, change):
         start, end = self.extent(cursor)
         if start < end and b'//' not in self.text[start:end]:
+            pattern = pattern.replace('M(', self.switch + '(')
             self.mutants.append(Mutant(self.path, cursor.extent.start.line, start, end, pieces, pattern, wrapper,
                                        ' '.join(change.split())))
 

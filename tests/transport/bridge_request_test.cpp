@@ -97,6 +97,21 @@ TEST(BridgePrimitive, DoesNotKnowEveryModeAndLine)
     opened.expectSettled();
 }
 
+TEST(BridgePrimitive, RefusesLengthsThatNoFrameHolds)
+{
+    constexpr unsigned HUGE_LENGTH = 0xFFFFFFFF;
+    constexpr unsigned QUARTER = HUGE_LENGTH / 4;
+    const Operation operations[] = {CALL(bulkTransfer(1, false, 0, 0, 0, nullptr, nullptr, HUGE_LENGTH - 15, 0)),
+                                    CALL(bulkTransfer(1, false, 0, 0, 0, nullptr, nullptr, 0, HUGE_LENGTH - 15)),
+                                    CALL(i2cWrite(81, nullptr, HUGE_LENGTH)),
+                                    CALL(sendCommand(80, nullptr, nullptr, QUARTER, 0)),
+                                    CALL(sendCommand(80, nullptr, reply, 0, QUARTER))};
+    for (const Operation& operation : operations) {
+        OpenedCamera opened;  // and sends nothing
+        EXPECT_FALSE(operation(opened.camera));
+    }
+}
+
 TEST(GetData, WordFillsTheLowHalf)
 {
     OpenedCamera standard;
