@@ -65,12 +65,14 @@ def build(options, chosen):
     copy = work / 'source'
     shutil.rmtree(copy, ignore_errors=True)
     shutil.copytree(ROOT, copy, ignore=shutil.ignore_patterns('.git', 'build', 'mutation'))
-    flags = '-O1 -w -fpermissive -Wno-narrowing -Wno-error -fsanitize=address,undefined -fno-sanitize-recover=all'
+    flags = ('-O1 -w -fpermissive -Wno-narrowing -Wno-error '
+             '-fsanitize=address,undefined,float-cast-overflow -fno-sanitize-recover=all')
     subprocess.run(['cmake', '-G', 'Ninja', '-S', copy, '-B', work / 'build', '-DCMAKE_BUILD_TYPE=None',
                     f'-DCMAKE_CXX_FLAGS={flags}'], check=True, stdout=subprocess.DEVNULL)
     listed = subprocess.run(['ninja', '-C', work / 'build', '-t', 'targets', 'all'], capture_output=True, text=True,
                             check=True).stdout
-    programs = [p for p in re.findall(r'^(bin/(?:\w+_test|fault_sweep|soak)): ', listed, re.MULTILINE) if not re.search(options.skip, p)]
+    programs = [p for p in re.findall(r'^(bin/(?:\w+_test|fault_sweep|soak)): ', listed, re.MULTILINE)
+                if not re.search(options.skip, p)]
     for folder in ('src', 'capture'):  # what an earlier run has built of them holds other mutants
         for path in (copy / folder).rglob('*.*'):
             path.touch()
@@ -81,8 +83,8 @@ def build(options, chosen):
             target = copy / pathlib.Path(path).relative_to(ROOT)
             if target.read_bytes() != text:
                 target.write_bytes(text)
-        result = subprocess.run(['ninja', '-k0', f'-j{options.jobs}', '-C', work / 'build', *programs], capture_output=True,
-                                text=True, check=False)
+        result = subprocess.run(['ninja', '-k0', f'-j{options.jobs}', '-C', work / 'build', *programs],
+                                capture_output=True, text=True, check=False)
         if result.returncode == 0:
             return chosen
         wrong = {(str(ROOT / path), int(line)) for path, line in
