@@ -63,7 +63,8 @@ class Finder:
             return
         children = list(cursor.get_children())
         outer = self.switch
-        if cursor.kind == Kind.VAR_DECL:
+        if cursor.kind == Kind.VAR_DECL and (cursor.type.is_const_qualified() or
+                                             cursor.semantic_parent.kind in (Kind.TRANSLATION_UNIT, Kind.NAMESPACE)):
             self.switch = 'mutantIsActive'  # or the compiler would work out what a constant begins with
         self.look_at(cursor, parent, children)
         for child in children:

@@ -126,7 +126,7 @@ TEST(Exposure, CancelledTwiceOrTimedOutLeavesAHangingReadout)
         camera->hangIn = "getImage";
         const CameraSession session(camera, {.command = cancels ? 60s : 50ms});
         CancelToken cancel;
-        const auto stop = [&](Phase phase, double, double) {
+        const auto stop = [&cancel, cancels = cancels](Phase phase, double, double) {
             if (cancels && phase == Phase::READING)
                 cancel.request();
         };
