@@ -8,7 +8,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <random>
 #include <set>
 
 #include "command_result.h"
@@ -155,19 +154,6 @@ TEST(Pack, RefusesWithOneClearLine)
         EXPECT_THAT(result.error(), HasSubstr(c.message));
         EXPECT_EQ(result.error().find('\n'), std::string::npos) << c.message;
     }
-}
-
-TEST(Pack, SurvivesDamagedInput)
-{
-    std::minstd_rand random;
-    for (const Bytes& sound : {bytesOf(IDLE_HEX), IDLE_RECORDS, dumpWith(IDLE_CODE), idleTable()})
-        for (int round = 0; round < 500; ++round) {
-            Bytes input = first(sound, random() % 4 == 0 ? random() % (sound.size() + 1) : sound.size());
-            for (size_t damage = random() % 4; damage > 0 && !input.empty(); --damage)
-                input[random() % input.size()] = static_cast<uint8_t>(random());
-            const Result<Table> result = pack(input, Format::AUTO);
-            ASSERT_EQ(result.value().size(), result.ok() ? 18146u : 0u);
-        }
 }
 
 TEST(PackedTable, HasEveryFigureOfTheLayout)
