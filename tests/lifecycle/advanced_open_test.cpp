@@ -124,7 +124,7 @@ TEST(OpenAdvanced, WantsTwoRightAnswersToEachPing)
     }
 }
 
-// The replies share one buffer: what the command before left in it is taken when a command fails.
+// The replies share one buffer: what the command before left in it is taken when some commands fail.
 TEST(OpenAdvanced, TakesStaleBytes)
 {
     const struct {
@@ -132,6 +132,7 @@ TEST(OpenAdvanced, TakesStaleBytes)
         const char* reply;
         const char* described;
     } CASES[] = {
+        {"36", "00 01", "sensors 0 of"},             // none of them
         {"82", "00 08 EE EE", "lines 16,"},          // first word of the cooler's details
         {"3E", "EE EE EE EE 30 39", "serial 32, "},  // their last word
     };

@@ -5,10 +5,23 @@
 #include <gtest/gtest.h>
 
 #include "opened_camera.h"
+#include "opening.h"
 
 namespace {
 
 using vorntest::OpenedCamera;
+
+TEST(NewCamera, KnowsNothingOfItself)
+{
+    vorntest::Script usb;
+    const VornCameraImpl camera(&usb.device, "Vorn", STANDARD);
+    EXPECT_EQ(
+        describe(camera),
+        "version 0.0, 0 x 0 of 0.00 x 0.00 um, binning 0 x 0, sensors 0 of type 0, cooler 0 from 0 to 0, colour 1 "
+        "at 0 0, lines 0, serial 0, clear 300000, precharge 0:.");
+    const ReadoutRegion& region = camera.readoutRegion;
+    EXPECT_EQ(region.x | region.y | region.width | region.height | region.binX | region.binY, 0U);
+}
 
 TEST(Parameters, BelongToTheirFamilies)
 {
