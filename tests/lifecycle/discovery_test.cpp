@@ -1,12 +1,25 @@
 // SPDX-License-Identifier: MIT
 #include <array>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include <gtest/gtest.h>
 
 #include "opened_camera.h"
 #include "trace_capture.h"
+
+namespace {
+
+bool memoryIsFull = false;
+
+}  // namespace
+
+// What the library asks for without exceptions comes from here.
+void* operator new(size_t length, const std::nothrow_t& /*tag*/) noexcept
+{
+    return memoryIsFull ? nullptr : ::operator new(length);
+}
 
 namespace {
 
@@ -95,6 +108,16 @@ TEST_F(Discovery, TakesCamerasInBusOrderAndSkipsTheRest)
     VornCamera_destroy(std::exchange(cameras_[1], nullptr));
     EXPECT_EQ(VornCamera_list(cameras_.data(), 1), 1);  // no more than fit
     EXPECT_EQ(cameras_[1], nullptr);
+}
+
+TEST_F(Discovery, LeavesOutACameraForWhichThereIsNoMemory)
+{
+    plug(0xdf34);
+    memoryIsFull = true;
+    const int count = list();
+    memoryIsFull = false;
+    EXPECT_EQ(count, 0);
+    EXPECT_EQ(devices_[0]->references, 0);
 }
 
 TEST_F(Discovery, SurvivesALockedOutBus)
