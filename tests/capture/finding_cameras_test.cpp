@@ -226,11 +226,12 @@ std::vector<Finding> examineOpened(const CameraInfo& info, long usbMemoryMebibyt
 
 TEST(CameraCheck, TellsOfMemoryThatIsTooSmallForAFrame)
 {
-    // 16 MiB hold 16,744,448 bytes with the system's 32 for each begun 16384.
+    // 16 MiB hold 16,744,480 bytes with the system's 32 for each begun 16384.
     const std::tuple<unsigned, unsigned, long, const char*> rows[] = {
-        {4088, 2048, 16, nullptr},
+        {3664, 2285, 16, nullptr},
+        {3664, 2285, 15, "need 16 MiB"},
         {9000, 9000, 0, nullptr},  // unknown
-        {4089, 2048, 16, "need 17 MiB"},
+        {3321, 2521, 16, "need 17 MiB"},
         {9000, 9000, 16, "need 25 MiB"},  // the library reads 24 in one piece
     };
     for (const auto& [width, height, mebibytes, needs] : rows) {
