@@ -16,15 +16,14 @@ namespace {
 const Bytes TABLE = hex("01 EE 00 x150");
 
 /// Remembers what the bridge does to it.
-class FakeCamera : public BridgePeripheral {
-public:
+struct FakeCamera : BridgePeripheral {
     bool understandsWaveform(std::span<const uint8_t> table) const override { return table[1] == 0xEE; }
     OfferedWords offeredWords(int64_t nowUs) override { return output.offered(nowUs); }
     void wordsTaken(size_t byteCount) override { output.taken(byteCount); }
     void wordsReceived(std::span<const uint8_t> bytes) override { received.assign(bytes.begin(), bytes.end()); }
     int64_t spiExchange(const SpiSelection&, std::span<const uint8_t> out, std::span<uint8_t> in) override
     {
-        std::transform(out.begin(), out.end(), in.begin(), [](uint8_t byte) { return static_cast<uint8_t>(~byte); });
+        std::ranges::transform(out, in.begin(), [](uint8_t byte) { return static_cast<uint8_t>(~byte); });
         return 0;
     }
     bool i2cWrite(uint8_t address, std::span<const uint8_t> data) override
@@ -44,8 +43,7 @@ public:
 };
 
 /// A host at the far end of the cable that sends exactly the bytes it is told and waits in manual time.
-class Fx2BridgeTest : public ::testing::Test {
-protected:
+struct Fx2BridgeTest : ::testing::Test {
     ControlResult control(uint8_t type, uint16_t address, Bytes& data)
     {
         return bridge.control({type, 0xA0, address, 0, static_cast<uint16_t>(data.size())}, data);
@@ -55,36 +53,34 @@ protected:
         const ControlResult result = control(0x40, address, data);
         return result.status == TransferStatus::OK && result.length == data.size();
     }
-    /// Alternate setting 1, a program, and the CPU started.
-    void start()
+    /// Alternate setting 1, a program, and the CPU started; then the waveform table.
+    void start(bool withTable = true)
     {
         ASSERT_TRUE(bridge.setInterface(0, 1));
         ASSERT_TRUE(load(0xE600, {1}) && load(0, {0x02, 0x00, 0x2E, 0x32}) && load(0xE600, {0}));
+        if (withTable)
+            sendTable(TABLE);
     }
-    void startWithTable()
+    void sendTable(const Bytes& table)
     {
-        start();
-        request("08 00 FF 00 00 00 00 00", TABLE);
-        ASSERT_EQ(reply(4), "00 00 00 08");
+        request("08 00 FF 00 00 00 00 00", table);
+        EXPECT_EQ(reply(4), "00 00 00 08");
     }
-
     /// Reads as a host with a timeout does. @return what arrived; `last` tells how it ended.
     /// Not inlined: g++ 12 then takes the freeing of a buffer for a mistake.
     [[gnu::noinline]] Bytes receive(uint8_t endpoint, size_t length, int64_t timeoutMs = 30000)
     {
         Bytes data(length);
         const int64_t deadline = clock.nowUs() + timeoutMs * 1000;
-        size_t moved = 0;
-        timedOut = false;
+        ptrdiff_t moved = 0;
         do {
-            last = bridge.bulkIn(endpoint, std::span(data).subspan(moved));
-            moved += last.length;
-            if (!last.complete) {
-                timedOut = last.retryAtUs >= deadline;
+            last = bridge.bulkIn(endpoint, {data.begin() + moved, data.end()});
+            moved += static_cast<ptrdiff_t>(last.length);
+            timedOut = !last.complete && last.retryAtUs >= deadline;
+            if (!last.complete)
                 clock.pass(std::max<int64_t>(0, std::min(last.retryAtUs, deadline) - clock.nowUs()));
-            }
         } while (!last.complete && !timedOut);
-        return {data.begin(), data.begin() + static_cast<ptrdiff_t>(moved)};
+        return {data.begin(), data.begin() + moved};
     }
     std::string reply(size_t length) { return toHex(receive(0x86, length)); }
 
@@ -94,8 +90,7 @@ protected:
         const Bytes lengths = {replyLength, 0, 0, 0, static_cast<uint8_t>(payload.size()), 0, 0, 0};
         EXPECT_TRUE(bridge.bulkOut(0x04, hex(header) + lengths + payload).complete);
     }
-    /// Asks for @p n bytes from the parallel bus.
-    void requestWords(size_t n)
+    void requestParIn(size_t n)
     {
         const auto byte = [&](unsigned shift) { return static_cast<uint8_t>(n >> shift); };
         (void)bridge.bulkOut(0x04, Bytes{9, 0, 0, 0, byte(16), byte(24), byte(0), byte(8), 0, 0, 0, 0, 0, 0, 0, 0});
@@ -104,7 +99,7 @@ protected:
     /// after a timeout.
     Bytes parIn(size_t n, int64_t timeoutMs = 30000)
     {
-        requestWords(n);
+        requestParIn(n);
         parts.clear();
         Bytes data;
         while (data.size() < n + 1) {
@@ -117,26 +112,16 @@ protected:
         data.resize(n);
         return data;
     }
-    /// Writes words to the parallel bus.
-    void parOut(const Bytes& data)
-    {
-        EXPECT_TRUE(bridge.bulkOut(0x02, data).complete);
-        request("0A 00 FF 00 00 00 00 00");
-        EXPECT_EQ(receive(0x86, 4).size(), 4U);
-    }
-    /// Puts 0, 1, 2 ... 250, 0 ... on the bus.
-    void offer(size_t count, int64_t delayUs = 0, int64_t nsPerWord = 0)
+    /// Puts 0, 1, 2 ... 250, 0 ... on the bus. @return these bytes.
+    Bytes offer(size_t count, int64_t delayUs = 0, int64_t nsPerWord = 0)
     {
         Bytes bytes(count);
         for (size_t i = 0; i < count; ++i)
             bytes[i] = static_cast<uint8_t>(i % 251);
         camera.output.send(bytes, clock.nowUs() + delayUs, nsPerWord);
+        return bytes;
     }
-    void expectComplaintCount(int count)
-    {
-        const std::string complaints = log.takeComplaints();
-        EXPECT_EQ(std::count(complaints.begin(), complaints.end(), '\n'), count) << complaints;
-    }
+    auto complaintCount() { return std::ranges::count(log.takeComplaints(), '\n'); }
     void TearDown() override { EXPECT_EQ(log.takeComplaints(), ""); }
 
     ManualClock clock;
@@ -165,7 +150,7 @@ TEST_F(Fx2BridgeTest, IsSilentUntilItsProgramRuns)
     EXPECT_TRUE(load(0xE600, {0}));
     EXPECT_TRUE(silent()) << "no program";
     EXPECT_EQ(log.takeComplaints(), "bridge: CPU started without a program\n");
-    start();
+    start(false);
     EXPECT_FALSE(silent());
 
     Bytes back(2);
@@ -174,7 +159,7 @@ TEST_F(Fx2BridgeTest, IsSilentUntilItsProgramRuns)
     EXPECT_EQ(toHex(back), "AB CD") << "loaded while the CPU runs";
     EXPECT_FALSE(load(0x3FFF, {1, 2})) << "beyond the memory";
     EXPECT_FALSE(load(0xE601, {1}));
-    expectComplaintCount(2);
+    EXPECT_EQ(complaintCount(), 2);
     EXPECT_TRUE(load(0xE600, {1}));
     EXPECT_TRUE(silent()) << "CPU held again";
 }
@@ -182,15 +167,12 @@ TEST_F(Fx2BridgeTest, IsSilentUntilItsProgramRuns)
 TEST_F(Fx2BridgeTest, AnswersRequests)
 {
     eeprom.setColourPattern(2);
-    start();
-    struct Step {
-        const char* label;
-        const char* header;
-        const char* payload;
+    start(false);
+    const struct {
+        const char *label, *header, *payload;
         uint8_t replyLength;
         const char* reply;  // "" when the request has none
-    };
-    const Step steps[] = {
+    } steps[] = {
         {"direction", "02 01 00 00 00 00 00 00", "00 9F FF 00 FF 00 FF 00 FF 00", 0, ""},
         {"state", "01 02 00 00 00 00 00 00", "00 80 FF 00 FF 00 FF 00 FF 00 00 00 00 00 00 00", 0, ""},
         {"line 13 up", "01 03 00 00 00 00 00 00", "FF 00 DF 20 FF 00 FF 00 FF 00 00 00 00 00 00 00", 0, ""},
@@ -210,10 +192,9 @@ TEST_F(Fx2BridgeTest, AnswersRequests)
         {"SPI word", "06 12 00 01 00 00 01 00", "24 00", 2, "00 DB FF 00 12 06"},
         {"SPI exchange", "06 13 00 02 03 00 01 00", "43 4D 44", 3, "00 BC B2 BB 00 13 06"},
     };
-    for (const Step& s : steps) {
+    for (const auto& s : steps) {
         request(s.header, hex(s.payload), s.replyLength);
-        const std::string got = *s.reply != '\0' ? reply(s.replyLength + 4U) : "";
-        EXPECT_EQ(got, s.reply) << s.label;
+        EXPECT_EQ(*s.reply != '\0' ? reply(s.replyLength + 4U) : "", s.reply) << s.label;
         EXPECT_EQ(log.takeComplaints(), "") << s.label;
     }
     EXPECT_EQ(camera.changes, "0:00 9F;0:80 9F;1:20 00;1:20 01;0:80 EF;");
@@ -223,7 +204,7 @@ TEST_F(Fx2BridgeTest, AnswersRequests)
 
 TEST_F(Fx2BridgeTest, ComplainsAboutRequestsThatFollowNoRuleAndServesNone)
 {
-    startWithTable();
+    start();
     const std::pair<const char*, Bytes> cases[] = {
         {"shorter than a header", hex("0C 00 00")},
         {"payload length beyond all bounds", hex("01 00 00 00 00 00 00 00 00 00 00 00 FF FF FF FF")},
@@ -238,7 +219,7 @@ TEST_F(Fx2BridgeTest, ComplainsAboutRequestsThatFollowNoRuleAndServesNone)
     };
     for (const auto& [label, bytes] : cases) {
         EXPECT_TRUE(bridge.bulkOut(0x04, bytes).complete) << label;
-        expectComplaintCount(1);
+        EXPECT_EQ(complaintCount(), 1) << label;
         receive(0x86, 4096, 5000);
     }
     EXPECT_EQ(camera.changes, "");
@@ -249,18 +230,16 @@ TEST_F(Fx2BridgeTest, SendsWordsInPacketsAndOneByteMore)
     // How the n + 1 bytes arrive when all the rest is asked for each time.
     const std::pair<size_t, std::vector<size_t>> cases[] = {
         {2, {2, 1}}, {511, {512}}, {512, {513}}, {600, {600, 1}}, {200001, {200002}}};
-    startWithTable();
+    start();
     for (const auto& [n, expected] : cases) {
-        offer(n + n % 2);
-        const Bytes all = parIn(n);
+        Bytes offered = offer(n + n % 2);
+        offered.resize(n);
+        EXPECT_EQ(parIn(n), offered);
         EXPECT_EQ(parts, expected) << n;
-        ASSERT_EQ(all.size(), n);
-        for (size_t i = 0; i < n; ++i)
-            ASSERT_EQ(all[i], i % 251) << n;
         EXPECT_TRUE(receive(0x88, 1, 50).empty()) << n << ": nothing may follow";
     }
     offer(2000);
-    requestWords(2000);
+    requestParIn(2000);
     EXPECT_EQ(receive(0x88, 600).size(), 512U);
     EXPECT_EQ(last.status, TransferStatus::BABBLE) << "a larger packet than there is space";
     EXPECT_EQ(toHex({receive(0x88, 512)[0]}), "14") << "the packet that did not fit is gone: next is byte 1024";
@@ -268,7 +247,7 @@ TEST_F(Fx2BridgeTest, SendsWordsInPacketsAndOneByteMore)
 
 TEST_F(Fx2BridgeTest, ParallelInputWaitsForTheCameraAndGivesUpInTime)
 {
-    startWithTable();
+    start();
     request("0C 00 00 00 F4 01 00 00");  // 500 ms
     const int64_t start = clock.nowUs();
     offer(2, 400000);
@@ -280,7 +259,7 @@ TEST_F(Fx2BridgeTest, ParallelInputWaitsForTheCameraAndGivesUpInTime)
     EXPECT_EQ(parIn(6000).size(), 6000U);
     for (const int64_t askAfterUs : {0, 900000}) {  // the deadline counts, not when the host looks
         offer(2, 600000);
-        requestWords(2);
+        requestParIn(2);
         clock.pass(askAfterUs);
         EXPECT_TRUE(receive(0x88, 3, 1000).empty());
         EXPECT_TRUE(timedOut);
@@ -291,38 +270,38 @@ TEST_F(Fx2BridgeTest, ParallelInputWaitsForTheCameraAndGivesUpInTime)
 
 TEST_F(Fx2BridgeTest, WithoutATableTheBusDoesNotMove)
 {
-    start();
+    start(false);
     offer(2);
     EXPECT_TRUE(parIn(1, 100).empty());
     EXPECT_EQ(log.takeComplaints(), "") << "hosts drain a fresh bridge this way";
-    Bytes foreign = TABLE;
-    foreign[1] = 0xE2;
-    request("08 00 FF 00 00 00 00 00", foreign);
-    EXPECT_EQ(receive(0x86, 4).size(), 4U);
+    sendTable(hex("01 E2 00 x150"));
     EXPECT_TRUE(parIn(1, 100).empty());
-    expectComplaintCount(1);
-    startWithTable();
+    EXPECT_EQ(complaintCount(), 1);
+    sendTable(TABLE);
     EXPECT_EQ(toHex(parIn(2)), "00 01");
 }
 
 TEST_F(Fx2BridgeTest, RawWordsWaitInTwoBuffersForTheirRequest)
 {
-    startWithTable();
+    start();
     EXPECT_EQ(bridge.bulkOut(0x02, Bytes(1500, 1)).length, 1024U);
-    parOut({});
-    EXPECT_EQ(camera.received, Bytes(1024, 1));
-    parOut({1, 2, 3});
-    EXPECT_EQ(toHex(camera.received), "01 02 03 00");
+    const Bytes odd = {1, 2, 3};
+    for (const Bytes& expected : {Bytes(1024, 1), odd + Bytes{0}}) {
+        request("0A 00 FF 00 00 00 00 00");
+        EXPECT_EQ(receive(0x86, 4).size(), 4U);
+        EXPECT_EQ(camera.received, expected);
+        EXPECT_TRUE(bridge.bulkOut(0x02, odd).complete);
+    }
 }
 
 TEST_F(Fx2BridgeTest, ANewRequestEndsTheOneBefore)
 {
-    startWithTable();
+    start();
     request("03 00 00 00 00 00 00 00", {}, 5);
     request("03 07 00 00 00 00 00 00", {}, 5);
     EXPECT_EQ(reply(9), "00 15 FF FF FF FF 00 07 03") << "not the stale reply";
     offer(4000);
-    requestWords(4000);
+    requestParIn(4000);
     EXPECT_EQ(receive(0x88, 512).size(), 512U);
     EXPECT_EQ(toHex(parIn(2)), "1E 1F") << "1024 bytes that waited in the bridge are lost: byte 1536 is next";
     EXPECT_EQ(log.takeComplaints(),
