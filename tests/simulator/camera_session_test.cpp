@@ -78,12 +78,11 @@ TEST(CameraSession, CoolerRegulatesAndWarmsUp)
         SCOPED_TRACE(model);
         Opened opened(model);
         VornCameraImpl& camera = opened.camera;
-        COOLING_STATE state = COOLING_INACTIVE;
-        float celsius = 0.0F;
-        float power = 0.0F;
         const auto expect = [&](double degrees, double percent, double tolerance) {
-            ASSERT_TRUE(camera.getTemperatureSensorStatus(1, &celsius) &&
-                        camera.getCoolingStatus(&state, nullptr, &power));
+            COOLING_STATE state = COOLING_INACTIVE;
+            float celsius = 0.0F, power = 0.0F;
+            ASSERT_TRUE(camera.getTemperatureSensorStatus(1, &celsius));
+            ASSERT_TRUE(camera.getCoolingStatus(&state, nullptr, &power));
             EXPECT_NEAR(celsius, degrees, 0.5);
             EXPECT_NEAR(celsius, opened.truth().sensorCelsius, 0.5);
             EXPECT_NEAR(power, percent, tolerance);
@@ -104,20 +103,17 @@ TEST(CameraSession, WheelTurnsTheShorterWay)
     for (const char* model : {"K13", "K20"}) {
         SCOPED_TRACE(model);
         Opened opened(model);
-        unsigned count = 0;
-        unsigned current = 0;
-        unsigned target = 0;
-        bool moving = false;
-        for (const bool after : {false, true}) {
-            if (after)
-                bus().advanceUs(900'000);
-            else
-                ASSERT_TRUE(opened.camera.setFilter(5));
+        const auto expect = [&](const std::vector<unsigned>& status) {
+            unsigned count = 0, current = 0, target = 0;
+            bool moving = false;
             ASSERT_TRUE(opened.camera.getFilterWheelStatus(&count, &moving, &current, &target));
-            EXPECT_EQ((std::vector{count, unsigned{moving}, current, target}),
-                      (after ? std::vector{5U, 0U, 5U, 5U} : std::vector{5U, 1U, 1U, 5U}));
+            EXPECT_EQ((std::vector{count, unsigned{moving}, current, target}), status);
             EXPECT_EQ(opened.truth().filterMoving, moving);
-        }
+        };
+        ASSERT_TRUE(opened.camera.setFilter(5));
+        expect({5, 1, 1, 5});
+        bus().advanceUs(900'000);
+        expect({5, 0, 5, 5});
         EXPECT_FALSE(opened.camera.setFilter(6));
     }
 }
