@@ -23,14 +23,19 @@ namespace {
 using test::Bytes;
 using test::hex;
 
-/// Command, sequence number, device (of no matter), direction, endpoint, flags, length, then frame, packets, interval
-/// and setup bytes.
-const std::string DEVICE = "00 01 00 02 ";
-const std::string NO_FRAME = "00 x12 ";
-const std::string READ_1024 =
-    "00 00 00 01 00 00 00 07 " + DEVICE + "00 00 00 01 00 00 00 06 00 x4 00 00 04 00 " + NO_FRAME + "00 x8";
-const std::string GET_DEVICE_DESCRIPTOR =
-    "00 00 00 01 00 00 00 01 " + DEVICE + "00 00 00 01 00 x4 00 x4 00 00 00 12 " + NO_FRAME + "80 06 00 01 00 00 12 00";
+const std::string DEVICE = "00 01 00 02 ";  // of no matter
+const std::string OUT = "00 x4 ", IN = "00 00 00 01 ";
+
+/// @param rest the setup bytes and what is written
+std::string submit(const std::string& number, const std::string& direction, const std::string& endpoint,
+                   const std::string& length, const std::string& rest, const std::string& packets = "00 x4")
+{
+    return "00 00 00 01 00 00 00 " + number + " " + DEVICE + direction + "00 00 00 " + endpoint + " 00 x4 " + length +
+           " 00 x4 " + packets + " 00 x4 " + rest;
+}
+
+const std::string READ_1024 = submit("07", IN, "06", "00 00 04 00", "00 x8");
+const std::string GET_DEVICE_DESCRIPTOR = submit("01", IN, "00", "00 00 00 12", "80 06 00 01 00 00 12 00");
 const std::string UNLINK_7 = "00 00 00 02 00 00 00 08 " + DEVICE + "00 x4 00 x4 00 00 00 07 00 x24";
 const std::string LIST = "01 11 80 05 00 x4";
 const std::string IMPORT = "01 11 80 03 00 x4 31 2D 31 00 x29";  // "1-1"
@@ -42,12 +47,6 @@ std::string answer(const std::string& command, const std::string& status, const 
 
 TEST(UsbIpParser, TakesWholeMessagesAndRefusesWhatNoneBeginsWith)
 {
-    const auto submit = [](const std::string& direction, const std::string& endpoint, const std::string& length,
-                           const std::string& packets, const std::string& rest) {
-        return "00 00 00 01 00 00 00 09 " + DEVICE + direction + " " + endpoint + " 00 00 00 01 " + length + " 00 x4 " +
-               packets + " 00 x4 " + rest;
-    };
-    const std::string out = "00 x4", in = "00 00 00 01";
     enum Kind : size_t { INCOMPLETE, MALFORMED, SUBMIT, UNLINK };
     const struct {
         const char* label;
@@ -57,15 +56,15 @@ TEST(UsbIpParser, TakesWholeMessagesAndRefusesWhatNoneBeginsWith)
     } cases[] = {
         {"a byte less", READ_1024.substr(0, READ_1024.size() - 1) + "7", INCOMPLETE, 48},
         {"unlink, and the next message", UNLINK_7 + " 55", UNLINK, 48},
-        {"write", submit(out, "00 00 00 04", "00 00 00 03", "FF x4", "00 x8 0A 0B 0C"), SUBMIT, 51},
-        {"data to come", submit(out, "00 00 00 04", "00 00 00 03", "00 x4", "00 x8 0A 0B"), INCOMPLETE, 51},
-        {"32 MiB", submit(in, "00 00 00 06", "02 00 00 00", "00 x4", "00 x8"), SUBMIT, 48},
-        {"a byte more", submit(in, "00 00 00 06", "02 00 00 01", "00 x4", "00 x8"), MALFORMED, 0},
-        {"endpoint 16", submit(in, "00 00 00 10", "00 x4", "00 x4", "00 x8"), MALFORMED, 0},
-        {"direction 2", submit("00 00 00 02", "00 00 00 06", "00 x4", "00 x4", "00 x8"), MALFORMED, 0},
-        {"isochronous", submit(in, "00 00 00 06", "00 x4", "00 00 00 01", "00 x8"), MALFORMED, 0},
-        {"setup says more", submit(in, "00 x4", "00 00 00 02", "00 x4", "80 00 x5 03 00"), MALFORMED, 0},
-        {"setup says out", submit(in, "00 x4", "00 00 00 02", "00 x4", "40 00 x5 02 00"), MALFORMED, 0},
+        {"write", submit("09", OUT, "04", "00 00 00 03", "00 x8 0A 0B 0C", "FF x4"), SUBMIT, 51},
+        {"data to come", submit("09", OUT, "04", "00 00 00 03", "00 x8 0A 0B"), INCOMPLETE, 51},
+        {"32 MiB", submit("09", IN, "06", "02 00 00 00", "00 x8"), SUBMIT, 48},
+        {"a byte more", submit("09", IN, "06", "02 00 00 01", "00 x8"), MALFORMED, 0},
+        {"endpoint 16", submit("09", IN, "10", "00 x4", "00 x8"), MALFORMED, 0},
+        {"direction 2", submit("09", "00 00 00 02 ", "06", "00 x4", "00 x8"), MALFORMED, 0},
+        {"isochronous", submit("09", IN, "06", "00 x4", "00 x8", "00 00 00 01"), MALFORMED, 0},
+        {"setup says more", submit("09", IN, "00", "00 00 00 02", "80 00 x5 03 00"), MALFORMED, 0},
+        {"setup says out", submit("09", IN, "00", "00 00 00 02", "40 00 x5 02 00"), MALFORMED, 0},
         {"an answer", "00 00 00 03 00 x44", MALFORMED, 0},
     };
     for (const auto& c : cases) {
@@ -73,25 +72,16 @@ TEST(UsbIpParser, TakesWholeMessagesAndRefusesWhatNoneBeginsWith)
         const Bytes bytes = hex(c.bytes);
         const auto parsed = parseCommand(bytes);
         ASSERT_EQ(parsed.message.index(), size_t{c.kind});
-        if (c.kind == INCOMPLETE)
-            EXPECT_EQ(std::get<Incomplete>(parsed.message).needed, c.number);
-        else
-            EXPECT_EQ(parsed.length, c.number);
+        const auto* incomplete = std::get_if<Incomplete>(&parsed.message);
+        EXPECT_EQ(incomplete ? incomplete->needed : parsed.length, c.number);
     }
     for (const char* refused : {"01 06 80 05 00 x4", "01 11 80 04 00 x4", "01 11 80 03 00 x4 31 x32"})
         EXPECT_TRUE(std::holds_alternative<Malformed>(parseRequest(hex(refused)).message)) << refused;
 }
 
 /// Endpoint 0x86 has three bytes from a certain time on, or whatever a test makes of it.
-class Device : public UsbFunction {
-public:
-    explicit Device(const Clock& clock) : UsbFunction({0x1234, 0x5678, 0x0102, 50, {{{0x86}, {0x04}}}}), clock_(clock)
-    {
-    }
-    int64_t readyAtUs = NEVER;
-    TransferStatus status = TransferStatus::OK;
-
-protected:
+struct Device : UsbFunction {
+    explicit Device(const Clock& time) : UsbFunction({0x1234, 0x5678, 0x0102, 50, {{{0x86}, {0x04}}}}), clock(time) {}
     BulkResult sendToEndpoint(uint8_t /*endpoint*/, std::span<const uint8_t> data) override
     {
         return {TransferStatus::OK, data.size(), true};
@@ -100,14 +90,15 @@ protected:
     {
         if (status != TransferStatus::OK)
             return {status, 0, true};
-        if (clock_.nowUs() < readyAtUs)
+        if (clock.nowUs() < readyAtUs)
             return {TransferStatus::OK, 0, false, readyAtUs};
         std::fill_n(buffer.begin(), 3, uint8_t{0xAB});
         return {TransferStatus::OK, 3, true};
     }
 
-private:
-    const Clock& clock_;
+    const Clock& clock;
+    int64_t readyAtUs = NEVER;
+    TransferStatus status = TransferStatus::OK;
 };
 
 /// A connection with the test at the other end.
@@ -123,8 +114,6 @@ struct Peer {
         (void)close(ends[0]);
         (void)close(ends[1]);
     }
-    Peer(const Peer&) = delete;
-    Peer& operator=(const Peer&) = delete;
 
     /// Sends bytes to the connection. @return whether it goes on.
     bool say(const std::string& text) const
@@ -147,8 +136,7 @@ struct Peer {
     std::unique_ptr<UsbIpConnection> connection;
 };
 
-class UsbIp : public testing::Test {
-protected:
+struct UsbIp : testing::Test {
     UsbIp() { EXPECT_TRUE(exports.add(device, log)); }
 
     test::ManualClock clock;
@@ -197,8 +185,7 @@ TEST_F(UsbIp, AnswersTransfersWhenTheDeviceDoes)
     EXPECT_TRUE(peer.heard().empty());
     clock.pass(500);
     EXPECT_TRUE(peer.connection->onTime());
-    const Bytes three = hex(answer("00 00 00 03 00 00 00 07", "00 x4", "00 00 00 03") + " AB AB AB");
-    EXPECT_EQ(peer.heard(), three);
+    EXPECT_EQ(peer.heard(), hex(answer("00 00 00 03 00 00 00 07", "00 x4", "00 00 00 03") + " AB AB AB"));
 
     // taken back when it waits, and when it has been answered
     device.readyAtUs = NEVER;
@@ -208,10 +195,9 @@ TEST_F(UsbIp, AnswersTransfersWhenTheDeviceDoes)
     EXPECT_TRUE(peer.say(UNLINK_7));
     EXPECT_EQ(peer.heard(), hex(answer("00 00 00 04 00 00 00 08", "00 x4", "00 x4")));
 
-    const std::pair<TransferStatus, const char*> errors[] = {{TransferStatus::STALL, "FF FF FF E0"},
-                                                             {TransferStatus::BABBLE, "FF FF FF B5"},
-                                                             {TransferStatus::IO_ERROR, "FF FF FF B9"}};
-    for (const auto& [status, code] : errors) {
+    for (const auto& [status, code] : {std::pair{TransferStatus::STALL, "FF FF FF E0"},
+                                       {TransferStatus::BABBLE, "FF FF FF B5"},
+                                       {TransferStatus::IO_ERROR, "FF FF FF B9"}}) {
         device.status = status;
         EXPECT_TRUE(peer.say(READ_1024));
         EXPECT_EQ(peer.heard(), hex(answer("00 00 00 03 00 00 00 07", code, "00 x4"))) << code;
@@ -225,8 +211,7 @@ TEST_F(UsbIp, AnswersTransfersWhenTheDeviceDoes)
 TEST_F(UsbIp, DropsClientsThatAskTooMuchOrNothing)
 {
     ASSERT_TRUE(peer.import());
-    const std::string most =
-        "00 00 00 01 00 00 00 07 " + DEVICE + "00 00 00 01 00 00 00 06 00 x4 02 00 00 00 " + NO_FRAME + "00 x8";
+    const std::string most = submit("07", IN, "06", "02 00 00 00", "00 x8");
     EXPECT_TRUE(peer.say(most));
     EXPECT_TRUE(peer.say(most));
     EXPECT_FALSE(peer.say(most));
