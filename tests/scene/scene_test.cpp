@@ -16,16 +16,13 @@ namespace {
 using Values = std::vector<uint16_t>;
 
 /// A sensor without noise of its own: one electron a unit, no bias, nothing saturates below the converter.
-SensorModel quietSensor()
-{
-    return {.width = 320,
-            .height = 240,
-            .electronsPerAdu = 1.0,
-            .readNoise = 0.0,
-            .darkCurrentAtZero = 0.0,
-            .fullWell = 1.0e9,
-            .biasAdu = 0.0};
-}
+const SensorModel QUIET = {.width = 320,
+                           .height = 240,
+                           .electronsPerAdu = 1.0,
+                           .readNoise = 0.0,
+                           .darkCurrentAtZero = 0.0,
+                           .fullWell = 1.0e9,
+                           .biasAdu = 0.0};
 
 Values wholeFrame(const SensorModel& sensor, const Integration& integration, uint32_t bin = 1, uint64_t seed = 1)
 {
@@ -40,7 +37,7 @@ double mean(const Values& values)
 
 TEST(Expose, ChargeFollowsTimeAndTemperature)
 {
-    SensorModel sensor = quietSensor();
+    SensorModel sensor = QUIET;
     sensor.biasAdu = 100.0;
     sensor.darkCurrentAtZero = 5.0;
     const struct {
@@ -82,7 +79,7 @@ TEST(Expose, RegionHoldsThePixelsOfTheWholeFrame)
 
 TEST(Expose, BinningAddsCharge)
 {
-    const SensorModel sensor = quietSensor();
+    const SensorModel sensor = QUIET;
     const Values whole = wholeFrame(sensor, {.lightSeconds = 4});
     const Values binned = Scene(1).expose(sensor, {.lightSeconds = 4}, {3, 5, 60, 60, 3, 2}, 20, 30);
     for (uint32_t cell = 0; cell < 20 * 30; ++cell) {
@@ -96,7 +93,7 @@ TEST(Expose, BinningAddsCharge)
 
 TEST(Expose, WhatLiesBeyondTheSensorIsBias)
 {
-    SensorModel sensor = quietSensor();
+    SensorModel sensor = QUIET;
     sensor.biasAdu = 700.0;
     sensor.darkCurrentAtZero = 100.0;
     const Values corner = Scene(1).expose(sensor, {.darkSeconds = 10}, {317, 239, 6, 2, 2, 1}, 3, 2);
@@ -107,7 +104,7 @@ TEST(Expose, WhatLiesBeyondTheSensorIsBias)
 
 TEST(Expose, SaturatesAtTheWellAndAtTheConverter)
 {
-    SensorModel sensor = quietSensor();
+    SensorModel sensor = QUIET;
     sensor.darkCurrentAtZero = 1.0e6;
     sensor.fullWell = 30000.0;
     sensor.biasAdu = 100.0;
@@ -124,7 +121,7 @@ TEST(Expose, SaturatesAtTheWellAndAtTheConverter)
         const Values values = wholeFrame(sensor, {.darkSeconds = 10}, c.bin);
         EXPECT_EQ(values, Values(values.size(), c.expected)) << c.expected;
     }
-    EXPECT_LT(mean(wholeFrame(quietSensor(), {})), 1.0) << "values below 0 are cut";
+    EXPECT_LT(mean(wholeFrame(QUIET, {})), 1.0) << "values below 0 are cut";
 }
 
 TEST(PaintSky, BayerPhaseDecidesWhichFilterIsWhere)
@@ -132,7 +129,7 @@ TEST(PaintSky, BayerPhaseDecidesWhichFilterIsWhere)
     // Faintest light of the pixels at (even, even), (odd, even), (even, odd), (odd, odd): the glow alone. In RGGB order
     // green is brightest, then red, then blue.
     for (unsigned phase = 0; phase < 4; ++phase) {
-        SensorModel sensor = quietSensor();
+        SensorModel sensor = QUIET;
         sensor.colour = true;
         sensor.bayerX = phase & 1;
         sensor.bayerY = phase >> 1;
@@ -154,11 +151,10 @@ TEST(PaintSky, BayerPhaseDecidesWhichFilterIsWhere)
 TEST(Expose, IsTheSameOnEveryMachine)
 {
     // FNV-1a over the values, recorded once: compilers, optimisation and processors must not change a bit.
-    const SensorModel sensor = {.width = 200, .height = 150, .colour = true};
     uint64_t hash = 0xCBF29CE484222325u;
-    const Integration integration = {
-        .lightSeconds = 60, .darkSeconds = 61.5, .celsius = -11.3, .driftX = 20.3, .driftY = -2.7};
-    for (const uint16_t value : wholeFrame(sensor, integration))
+    for (const uint16_t value :
+         wholeFrame({.width = 200, .height = 150, .colour = true},
+                    {.lightSeconds = 60, .darkSeconds = 61.5, .celsius = -11.3, .driftX = 20.3, .driftY = -2.7}))
         hash = (hash ^ value) * 0x100000001B3u;
     EXPECT_EQ(hash, 6023482773688083279u);
 }
