@@ -15,8 +15,7 @@ namespace vornsim::test {
 namespace {
 
 /// Takes and gives whatever is asked; a byte of 1 begins an exposure. What it gives are bytes of 7.
-class Willing : public SimulatedCamera {
-public:
+struct Willing : SimulatedCamera {
     std::vector<uint8_t> descriptors() const override { return {}; }
     bool setInterface(unsigned /*interface*/, unsigned /*alternate*/) override { return true; }
     ControlResult control(const SetupPacket& setup, std::span<uint8_t> data) override
@@ -26,7 +25,7 @@ public:
     }
     BulkResult bulkOut(uint8_t /*endpoint*/, std::span<const uint8_t> data) override
     {
-        truth_.integrating = data[0] == 1;
+        state.integrating = data[0] == 1;
         return {TransferStatus::OK, data.size(), true};
     }
     BulkResult bulkIn(uint8_t /*endpoint*/, std::span<uint8_t> buffer) override
@@ -35,19 +34,17 @@ public:
         std::fill_n(buffer.begin(), half, uint8_t{7});
         return {TransferStatus::OK, half, false, 0};
     }
-    CameraTruth truth() const override { return truth_; }
+    CameraTruth truth() const override { return state; }
 
-private:
-    CameraTruth truth_;
+    CameraTruth state;
 };
 
 /// Does what each letter of a script says with a device on a bus, and writes down what comes of it.
-class Host {
-public:
+struct Host {
     explicit Host(const char* rule)
-        : device_([] { return std::make_unique<Willing>(); }, {std::get<FaultRule>(parseFault(rule))}, clock_, log_)
+        : device([] { return std::make_unique<Willing>(); }, {std::get<FaultRule>(parseFault(rule))}, clock, log)
     {
-        bus_.emplace(device_, clock_);
+        bus.emplace(device, clock);
     }
 
     std::string run(const std::string& script)
@@ -58,18 +55,16 @@ public:
         return said;
     }
 
-private:
     std::string step(char letter)
     {
         switch (letter) {
             case 'o':  // open
-                return device_.hostMay(HostAction::CLAIM, 0) && device_.setInterface(0, 1) ? "ok" : "busy";
+                return device.hostMay(HostAction::CLAIM, 0) && device.setInterface(0, 1) ? "ok" : "busy";
             case 'c':  // close
-                return device_.setInterface(0, 0) ? "ok" : "gone";
+                return device.setInterface(0, 0) ? "ok" : "gone";
             case 'e':  // begin an exposure
-                return transfer(UrbKind::BULK, 0x04, {}, 1);
             case 'w':  // write
-                return transfer(UrbKind::BULK, 0x04, {}, 0);
+                return transfer(UrbKind::BULK, 0x04, {}, letter == 'e');
             case 'r':  // read
                 return transfer(UrbKind::BULK, 0x86, {}, 0);
             case 'x':  // control request
@@ -77,16 +72,16 @@ private:
             case 'h':  // end the halt
                 return transfer(UrbKind::CONTROL, 0, {2, 1, 0, 0x86, 0}, 0);
             case 'p':  // the time of plugging in has come
-                waitUntil(device_.replug().atUs);
-                device_.plugIn();
-                bus_.emplace(device_, clock_);
+                waitUntil(device.replug().atUs);
+                device.plugIn();
+                bus.emplace(device, clock);
                 [[fallthrough]];
             default:  // tell the time
-                return std::to_string(clock_.nowUs() / 1000000) + "s";
+                return std::to_string(clock.nowUs() / 1000000) + "s";
         }
     }
 
-    void waitUntil(int64_t us) { clock_.pass(us - clock_.nowUs()); }
+    void waitUntil(int64_t us) { clock.pass(us - clock.nowUs()); }
 
     std::string transfer(UrbKind kind, uint8_t endpoint, SetupPacket setup, uint8_t firstByte)
     {
@@ -96,22 +91,22 @@ private:
         urb->setup = setup;
         urb->length = 8;
         urb->data.reset(new uint8_t[8]{firstByte});
-        if (const int error = bus_->submit(std::move(urb)))
+        if (const int error = bus->submit(std::move(urb)))
             return strerrorname_np(error);
-        while (!bus_->hasDone() && bus_->nextRetryUs() != NEVER) {
-            waitUntil(bus_->nextRetryUs());
-            bus_->advance();
+        while (!bus->hasDone() && bus->nextRetryUs() != NEVER) {
+            waitUntil(bus->nextRetryUs());
+            bus->advance();
         }
-        (void)bus_->discard(0, 0);
-        urb = bus_->reap(0);
+        (void)bus->discard(0, 0);
+        urb = bus->reap(0);
         const bool garbled = urb->isIn() && std::count(&urb->data[0], &urb->data[8], 7) != 8;
         return urb->status ? strerrorname_np(-urb->status) : std::to_string(urb->actualLength) + (garbled ? "?" : "");
     }
 
-    ManualClock clock_;
-    CollectingLog log_;
-    FaultyDevice device_;
-    std::optional<UrbQueue> bus_;
+    ManualClock clock;
+    CollectingLog log;
+    FaultyDevice device;
+    std::optional<UrbQueue> bus;
 };
 
 TEST(FaultyDevice, HurtsTheTransfersItWasToldTo)
