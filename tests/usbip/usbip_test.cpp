@@ -222,22 +222,24 @@ TEST_F(UsbIp, DropsClientsThatAskTooMuchOrNothing)
     EXPECT_FALSE(silent.connection->onTime());
 }
 
-int connectTo(uint16_t port)
-{
-    const int fd = socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-    EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    return fd;
-}
+struct Client {
+    explicit Client(uint16_t port)
+    {
+        sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+        EXPECT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    }
+    ~Client() { (void)close(fd); }
+    /// Sends a request and waits for @p length bytes of answer. @return how many came before the server closed.
+    size_t ask(const std::string& request, size_t length) const
+    {
+        Bytes bytes = hex(request);
+        (void)send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        bytes.resize(length);
+        return static_cast<size_t>(std::max<ssize_t>(recv(fd, bytes.data(), length, MSG_WAITALL), 0));
+    }
 
-/// Sends a request and waits for @p length bytes of answer. @return how many came before the server closed.
-size_t ask(int fd, const std::string& request, size_t length)
-{
-    const Bytes bytes = hex(request);
-    (void)send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-    Bytes heard(length);
-    return static_cast<size_t>(std::max<ssize_t>(recv(fd, heard.data(), length, MSG_WAITALL), 0));
-}
+    const int fd = socket(AF_INET, SOCK_STREAM, 0);
+};
 
 TEST_F(UsbIp, ServesSeveralClientsAndOutlivesThem)
 {
@@ -248,26 +250,20 @@ TEST_F(UsbIp, ServesSeveralClientsAndOutlivesThem)
     const int stop = eventfd(0, 0);
     std::thread thread([&] { server.run(stop); });
 
-    const int garbage = connectTo(server.port());
-    EXPECT_EQ(ask(garbage, "16 03 01 00 x400", 1), 0U);
-    const int owner = connectTo(server.port());
-    EXPECT_EQ(ask(owner, IMPORT, 320), 320U);
-    EXPECT_EQ(ask(owner, READ_1024 + " " + GET_DEVICE_DESCRIPTOR, 66), 66U);  // the read goes on waiting
-    const int other = connectTo(server.port());
-    EXPECT_EQ(ask(other, IMPORT, 320), 8U);
-    (void)close(owner);  // a client that disappears
+    EXPECT_EQ(Client(server.port()).ask("16 03 01 00 x400", 1), 0U);
+    auto owner = std::make_unique<Client>(server.port());
+    EXPECT_EQ(owner->ask(IMPORT, 320), 320U);
+    EXPECT_EQ(owner->ask(READ_1024 + " " + GET_DEVICE_DESCRIPTOR, 66), 66U);  // the read goes on waiting
+    EXPECT_EQ(Client(server.port()).ask(IMPORT, 320), 8U);
+    owner.reset();  // a client that disappears
     size_t length = 0;
-    for (int attempt = 0; length != 320 && attempt < 1000; ++attempt) {
-        const int next = connectTo(server.port());
-        length = ask(next, IMPORT, 320);
-        (void)close(next);
-    }
+    for (int attempt = 0; length != 320 && attempt < 1000; ++attempt)
+        length = Client(server.port()).ask(IMPORT, 320);
     EXPECT_EQ(length, 320U);
 
     ASSERT_EQ(eventfd_write(stop, 1), 0);
     thread.join();
-    for (const int fd : {garbage, other, stop})
-        (void)close(fd);
+    (void)close(stop);
 }
 
 }  // namespace
