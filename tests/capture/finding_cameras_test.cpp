@@ -228,11 +228,8 @@ TEST(CameraCheck, TellsOfMemoryThatIsTooSmallForAFrame)
 {
     // 16 MiB hold 16,744,480 bytes with the system's 32 for each begun 16384.
     const std::tuple<unsigned, unsigned, long, const char*> rows[] = {
-        {3664, 2285, 16, nullptr},
-        {3664, 2285, 15, "need 16 MiB"},
-        {9000, 9000, 0, nullptr},  // unknown
-        {3321, 2521, 16, "need 17 MiB"},
-        {9000, 9000, 16, "need 25 MiB"},  // the library reads 24 in one piece
+        {3664, 2285, 16, nullptr},       {3664, 2285, 15, "need 16 MiB"}, {9000, 9000, 0, nullptr},  // unknown
+        {3321, 2521, 16, "need 17 MiB"}, {9000, 9000, 16, "need 25 MiB"},  // the library reads 24 in one piece
     };
     for (const auto& [width, height, mebibytes, needs] : rows) {
         CameraInfo info;
