@@ -14,7 +14,7 @@ install_missing $KERNEL_PACKAGES || echo "==> Going on without them"
 # build PRESET [TARGET]
 build() {
     echo "==> Building $1"
-    cmake --preset "$1" -DVORNCCD_BUILD_TESTS=ON >/dev/null
+    cmake --preset "$1" -DVORNCCD_BUILD_TESTS=ON -DVORNCCD_WARNINGS_AS_ERRORS=ON >/dev/null
     cmake --build --preset "$1" --target "${2:-all}"
 }
 build asan-ubsan
