@@ -49,8 +49,7 @@ bool VornCameraImpl::getImage(unsigned short* buffer, unsigned int pixels)
             break;
         case CLASSIC:
         case STANDARD:
-            ok = transferPlain(buffer, uint64_t{pixels} * sizeof *buffer);
-            littleEndianToHost({buffer, pixels});
+            ok = transferWords(buffer, pixels);
             break;
         case ADVANCED:
             ok = transferAdvanced(buffer, pixels);
@@ -79,16 +78,28 @@ bool VornCameraImpl::transferPlain(uint16_t* buffer, uint64_t length)
     return ok;
 }
 
+/// Reads @p pixels values into the caller's buffer. More than a transfer can name are not even looked at.
+bool VornCameraImpl::transferWords(uint16_t* buffer, uint32_t pixels)
+{
+    const uint64_t length = uint64_t{pixels} * sizeof *buffer;
+    const bool ok = transferPlain(buffer, length);
+    if (transferable(length))
+        littleEndianToHost({buffer, pixels});
+    return ok;
+}
+
 /// The camera sends two values before the image. What was received is moved also after a failure.
 bool VornCameraImpl::transferAdvanced(uint16_t* buffer, uint32_t pixels)
 {
     if (pixels == 0)
         return false;
-    const bool ok = transferPlain(buffer, eightBitMode ? pixels : uint64_t{pixels} * sizeof *buffer);
-    if (eightBitMode)
+    bool ok = false;
+    if (eightBitMode) {
+        ok = transferPlain(buffer, pixels);
         widenInPlace(buffer, pixels);
-    else
-        littleEndianToHost({buffer, pixels});
+    } else {
+        ok = transferWords(buffer, pixels);
+    }
     dropLeadingValues(buffer, pixels);
     return ok;
 }

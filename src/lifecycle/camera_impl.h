@@ -307,6 +307,7 @@ private:
 
     // exposure/image_transfer.cpp
     VORNCCD_LOCAL bool transferPlain(uint16_t* buffer, uint64_t length);
+    VORNCCD_LOCAL bool transferWords(uint16_t* buffer, uint32_t pixels);
     VORNCCD_LOCAL bool transferAdvanced(uint16_t* buffer, uint32_t pixels);
     VORNCCD_LOCAL bool transferQuicker(uint16_t* buffer);
     VORNCCD_LOCAL bool transferIidc(uint16_t* buffer);
