@@ -371,6 +371,7 @@ TEST(GetGain, DecodesTheHalfOfTheReadoutMode)
         {false, "00 58 00 00 00 00 02 00 00 58 00 00 00 01 00 01", 0, 0},
         {false, "00 58 00 00 00 0A 00 00 00 58 00 00 00 01 00 01", 10, 257},
         {false, "00 58 00 00 00 0A 00 FF 00 58 00 00 00 01 00 01", 10, 512},
+        {false, "00 58 00 00 00 0A 01 00 00 58 00 00 00 01 00 01", 10, 256},
         {true, "00 00 00 00 00 00 00 00 00 00 00 00 01 02 03 00", 258, -256},  // neither marked nor in range
     };
     for (const auto& [preview, record, expectedGain, expectedOffset] : CASES) {
@@ -467,6 +468,7 @@ TEST(SetGain, WritesTheSecondValidRecord)
     } CASES[] = {
         {false, two, 0, 0, "00 19 00 58 12 34 00 00 02 00 00 58 56 78 00 02 00 90"},
         {false, two, 0, 1, "00 19 00 58 12 34 00 00 01 FF 00 58 56 78 00 02 00 90"},
+        {false, two, 10, 256, "00 19 00 58 12 34 00 0A 01 00 00 58 56 78 00 02 00 90"},
         {false, two, 10, 257, "00 19 00 58 12 34 00 0A 00 00 00 58 56 78 00 02 00 90"},
         {true, two, 10, 512, "00 19 00 58 12 34 00 3F 01 80 00 58 56 78 00 0A 00 FF"},
         {true, two, 63, 258, "00 19 00 58 12 34 00 3F 01 80 00 58 56 78 00 3F 00 01"},

@@ -136,6 +136,8 @@ TEST(Delay, SubtractsWhatTheReadoutItselfTakes)
                                                                {STANDARD, 0.0000019, 1},
                                                                {STANDARD, 3000.0, 3000000000U},
                                                                {STANDARD, 5000.0, 4294967295U},
+                                                               {STANDARD, -0.5, 4294467296U},  // as 32 bits hold it
+                                                               {CLASSIC, -0.5, 4292467296U},
                                                                {STANDARD, std::nan(""), 0}};
     for (const auto& [type, seconds, microseconds] : CASES) {
         OpenedCamera opened(type);

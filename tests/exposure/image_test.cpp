@@ -59,6 +59,8 @@ TEST(GetImage, RefusesWhatNobodyCanHold)
     (void)iidc.image(4, 4, false);
     ReadOutCamera advanced(ADVANCED);  // nor can an image have no pixels
     EXPECT_EQ(advanced.image(1, 0, false), Image{0xCCCC});
+    ReadOutCamera unknown(static_cast<CAMERA_TYPE>(6));
+    EXPECT_EQ(unknown.image(1, 1, false), Image{0xCCCC});
 }
 
 TEST(GetImageAdvanced, DropsTheTwoLeadingValues)

@@ -61,6 +61,11 @@ TEST(ReadoutRegion, IsCheckedAgainstTheWidthBothWays)
             }
         }
     }
+    for (const bool longForm : {true, false}) {
+        SensorCamera unknown(static_cast<CAMERA_TYPE>(6));
+        EXPECT_FALSE(longForm ? unknown.readLong({0, 0, 1, 1, 1, 1}) : unknown.readShort({0, 0, 1, 1, 1, 1}, 0.5));
+        unknown.expectSettled("Failed to read CCD");
+    }
     SensorCamera idle;
     idle.camera.imageReady = true;
     EXPECT_FALSE(idle.camera.readCCD(0, 0, 100, 60, 1, 1));

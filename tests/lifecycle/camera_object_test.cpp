@@ -19,6 +19,10 @@ TEST(NewCamera, KnowsNothingOfItself)
         describe(camera),
         "version 0.0, 0 x 0 of 0.00 x 0.00 um, binning 0 x 0, sensors 0 of type 0, cooler 0 from 0 to 0, colour 1 "
         "at 0 0, lines 0, serial 0, clear 300000, precharge 0:.");
+    EXPECT_FALSE(camera.exposureStarted || camera.imageReady || camera.previewMode || camera.eightBitMode ||
+                 camera.darkFrameMode);
+    EXPECT_EQ(camera.guideRelayState, 0);
+    EXPECT_EQ(camera.openRetried, 0);
     const ReadoutRegion& region = camera.readoutRegion;
     EXPECT_EQ(region.x | region.y | region.width | region.height | region.binX | region.binY, 0U);
 }
@@ -73,6 +77,29 @@ TEST(Capabilities, RecordFormGivesEveryField)
                          caps.offsetX, caps.offsetY, caps.supportsLongExposure, caps.minShortExposure),
               std::tuple(2.5, 14U, 15U, 16U, COOLER_SELECTPOWER, COLOUR_RGGB, 1, 0, true, 0.001));
     EXPECT_EQ(caps.maxShortExposure, 3.0);
+}
+
+TEST(Capabilities, RecordFormAsksThroughTheVirtualTable)
+{
+    struct Overridden : VornCameraImpl {
+        using VornCameraImpl::getCapabilities;
+        using VornCameraImpl::VornCameraImpl;
+        bool getCapabilities(const char** /*name*/, CAMERA_TYPE* /*type*/, bool* /*shutter*/, bool* /*guide*/,
+                             bool* eightBit, bool* /*wheel*/, unsigned* /*lines*/, unsigned* /*x*/, unsigned* /*y*/,
+                             double* /*sizeX*/, double* /*sizeY*/, unsigned* /*binX*/, unsigned* /*binY*/,
+                             unsigned* /*sensors*/, COOLER_TYPE* /*cooler*/, COLOUR_TYPE* /*colour*/, int* /*offsetX*/,
+                             int* /*offsetY*/, bool* /*longExposure*/, double* /*shortest*/, double* longest) override
+        {
+            *eightBit = true;
+            *longest = 77.0;
+            return true;
+        }
+    };
+    vorntest::Script usb;
+    Overridden camera(&usb.device, "Vorn", STANDARD);
+    VornCapabilities caps = {};
+    EXPECT_TRUE(camera.getCapabilities(nullptr, nullptr, &caps));  // although it is closed
+    EXPECT_EQ(std::tuple(caps.has8BitMode, caps.maxShortExposure), std::tuple(true, 77.0));
 }
 
 TEST(Capabilities, PointerFormGivesTheFamilyLimits)

@@ -133,6 +133,7 @@ using DiscoveryDeathTest = Discovery;
 
 TEST_F(DiscoveryDeathTest, NoPlaceForACameraEndsTheProcess)
 {
+    TraceCapture trace;  // of which there is nothing yet
     for (const int max : {0, -1})
         EXPECT_EXIT(list(max), testing::ExitedWithCode(1), "^Assertion \"max>0\" failed \\(vornccdusb, [0-9]+\\)");
 }

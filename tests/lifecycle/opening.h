@@ -51,6 +51,9 @@ inline std::string expectOpening(CAMERA_TYPE type, const Steps& steps, const std
     camera.tempSensorCount = camera.pixelCountX = camera.pixelCountY = camera.maxBinX = camera.maxBinY = 77;
     camera.pixelSizeX = camera.pixelSizeY = 7.7;
     camera.cooler = COOLER_ONOFF;
+    camera.versionMajor = camera.versionMinor = camera.serialNumber = 0xFFFFFFFF;
+    camera.pcCds = type == QUICKER;  // the others never set what is particular to one family
+    camera.vregClearTime = type == ADVANCED ? 1 : camera.vregClearTime;
     std::optional<vorntest::TraceCapture> trace;
     if (traced)
         trace.emplace();

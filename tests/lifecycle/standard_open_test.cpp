@@ -55,6 +55,33 @@ TEST(OpenStandard, HoldsTheWholeConversation)
     expectEachFailureOfOpen(STANDARD, whole);
 }
 
+// A derived class sees what identification asks of the camera itself.
+TEST(OpenStandard, AsksThroughTheVirtualTable)
+{
+    struct Overridden : VornCameraImpl {
+        using VornCameraImpl::VornCameraImpl;
+        bool getTemperatureSensorStatus(unsigned sensor, float* celsius) override
+        {
+            asked += celsius == nullptr ? "sensor " + std::to_string(sensor) : "temperature";
+            return true;
+        }
+        bool getFilterWheelStatus(unsigned* count, bool* moving, unsigned* current, unsigned* target) override
+        {
+            asked += count == nullptr && current == nullptr && target == nullptr ? ", moving" : ", wheel";
+            *moving = false;
+            return true;
+        }
+        std::string asked;
+    };
+    vorntest::Script usb;
+    usb.append(StandardOpen{.flags = "40 11", .temperature = ""}.steps().cutBefore("0C ?? 00 01 C8"));
+    finalTimeouts(usb.pause(5000000));
+    Overridden camera(&usb.device, "Vorn K12", STANDARD);
+    EXPECT_TRUE(camera.open());
+    EXPECT_EQ(camera.asked, "sensor 1, moving");
+    EXPECT_TRUE(usb.done());
+}
+
 TEST(OpenStandard, LeavesAnOpenCameraAlone)
 {
     vorntest::OpenedCamera standard;
@@ -65,8 +92,10 @@ TEST(OpenStandard, LeavesAnOpenCameraAlone)
 
 TEST(OpenStandard, DetachesAKernelDriver)
 {
+    const Steps whole = StandardOpen().steps();
+    const Steps unknown = Steps().open().driverActive(false).fails(LIBUSB_ERROR_NOT_SUPPORTED);  // nothing is detached
+    expectOpening(STANDARD, Steps().append(unknown).append(whole, 2));
     for (const int result : std::initializer_list<int>{0, LIBUSB_ERROR_NOT_FOUND}) {
-        const Steps whole = StandardOpen().steps();
         const Steps detaching = Steps().open().driverActive(true).detachDriver().fails(result);
         const std::string name = result == 0 ? "LIBUSB_SUCCESS" : "LIBUSB_ERROR_NOT_FOUND";
         EXPECT_TRUE(expectOpening(STANDARD, Steps().append(detaching).append(whole, 2))
@@ -117,7 +146,27 @@ TEST(OpenStandard, FivePingsWithoutAnswerFailIt)
     for (const char* counter : {"64", "65", "66", "67", "68"})
         steps.command(std::string("50 00 ") + counter + " 00").pause(20000).parIn(2, "00 00");
     EXPECT_TRUE(expectOpening(STANDARD, steps.close(), {}, NOT_INITIALIZED)
-                    .ends_with("\n    failed to initialize device!!!\n<- VornCameraImpl::open 00\n"));
+                    .ends_with("\n    unlock()\n    failed to initialize device!!!\n<- VornCameraImpl::open 00\n"));
+}
+
+TEST(Open, TracesTheProductIdThatItReadOrNot)
+{
+    const Steps whole = StandardOpen().steps();
+    const struct {
+        const char* failing;  ///< the first step that sends this
+        const char* pid;
+    } CASES[] = {{"0C ?? 00 01 32", "2005"}, {"0C ?? 00 01 88", "0"}};
+    for (const auto& row : CASES) {
+        Steps steps = Steps(whole).cutBefore(row.failing);
+        steps.out(0x04, std::string(row.failing) + (*row.pid == '0' ? " 13 ..." : " 00 ...")).fails();
+        if (*row.pid == '0')
+            steps.eepRead(0xE8, 5, "FF FF FF FF FF");  // the colour is looked for all the same
+        else
+            steps.pause(200000).emptyFlush();
+        const std::string trace =
+            expectOpening(STANDARD, steps.close(), {"version 0.0, ", "serial 0,"}, NOT_INITIALIZED);
+        EXPECT_NE(trace.find(std::string("\n    pid = ") + row.pid + "\n"), std::string::npos) << trace;
+    }
 }
 
 TEST(Open, AFailedLibusbOpenReleasesTheLockFirst)

@@ -91,8 +91,51 @@ void expectTraces(const std::vector<Traced>& rows)
 TEST(TraceLines, OfOperationsWithoutTraffic)
 {
     expectTraces({
-        {"setParam", DO(camera.setParam(MAX_PACKET_SIZE, 512)),
-         "-> VornCameraImpl::setParam(3, 512)\n    maxPacketSize = 512\n<- VornCameraImpl::setParam -> 1\n"},
+        {"parameters set",
+         DO(camera.setParam(MAX_PACKET_SIZE, 512); camera.setParam(QUICKER_START_EXPOSURE_DELAY, -5);
+            camera.setParam(QUICKER_READ_CCD_DELAY, 7); camera.setParam(static_cast<PARAM_TYPE>(4), 8)),
+         "-> VornCameraImpl::setParam(3, 512)\n    maxPacketSize = 512\n<- VornCameraImpl::setParam -> 1\n"
+         "-> VornCameraImpl::setParam(1, -5)\n    quickerStartExposureDelay = -5\n<- VornCameraImpl::setParam -> 1\n"
+         "-> VornCameraImpl::setParam(2, 7)\n    quickerReadCCDDelay = 7\n<- VornCameraImpl::setParam -> 1\n"
+         "-> VornCameraImpl::setParam(4, 8)\n<- VornCameraImpl::setParam -> 00\n",
+         Steps(), QUICKER},
+        {"parameters read",
+         DO(camera.getParam(MAX_PACKET_SIZE); camera.getParam(QUICKER_START_EXPOSURE_DELAY);
+            camera.getParam(QUICKER_READ_CCD_DELAY); camera.getParam(static_cast<PARAM_TYPE>(4))),
+         "-> VornCameraImpl::getParam(3)\n    maxPacketSize = 25165824\n<- VornCameraImpl::getParam -> 25165824\n"
+         "-> VornCameraImpl::getParam(1)\n    quickerStartExposureDelay = 200000\n"
+         "<- VornCameraImpl::getParam -> 200000\n"
+         "-> VornCameraImpl::getParam(2)\n    quickerReadCCDDelay = 100000\n<- VornCameraImpl::getParam -> 100000\n"
+         "-> VornCameraImpl::getParam(4)\n<- VornCameraImpl::getParam -> 00\n",
+         Steps(), QUICKER},
+        {"a new camera", DO(VornCameraImpl(camera.device, "Vorn K01", camera.type)),
+         "-> VornCameraImpl::VornCameraImpl(..., Vorn K01, 3)\n    quickerStartExposureDelay = 200000\n"
+         "    quickerReadCCDDelay = 100000\n    maxPacketSize = 25165824\n<- VornCameraImpl::VornCameraImpl\n",
+         Steps(), QUICKER},
+        {"capabilities, open and closed",
+         DO(VornCapabilities caps; camera.getCapabilities(nullptr, nullptr, &caps); camera.handle = nullptr;
+            camera.getCapabilities(nullptr, nullptr, &caps)),
+         "-> VornCameraImpl::getCapabilities(...)\n<- VornCameraImpl::getCapabilities 1\n"
+         "-> VornCameraImpl::getCapabilities(...)\n<- VornCameraImpl::getCapabilities 00\n"},
+        {"modes that are not the family's", DO(camera.set8BitMode(true); camera.setDarkFrameMode(true)),
+         "-> VornCameraImpl::set8BitMode(1)\n<- VornCameraImpl::set8BitMode 0\n"
+         "-> VornCameraImpl::setDarkFrameMode(1)\n<- VornCameraImpl::setDarkFrameMode 0\n",
+         Steps(), QUICKER},
+        {"what a bare camera refuses",
+         DO(unsigned short levels = 0; camera.getTemperatureSensorStatus(1, nullptr);
+            camera.getCoolingStatus(nullptr, nullptr, nullptr); camera.initiateWarmUp();
+            camera.getFilterWheelStatus(nullptr, nullptr, nullptr, nullptr); camera.setFilter(2);
+            camera.setGuideRelays(0xFFFF); camera.setGPIODirection(1); camera.getGPIO(&levels);
+            camera.getImage(&levels, 1)),
+         "-> VornCameraImpl::getTemperatureSensorStatus(1, ...)\n<- VornCameraImpl::getTemperatureSensorStatus 00\n"
+         "-> VornCameraImpl::getCoolingStatus(...)\n<- VornCameraImpl::getCoolingStatus 00\n"
+         "-> VornCameraImpl::initiateWarmUp()\n<- VornCameraImpl::initiateWarmUp 00\n"
+         "-> VornCameraImpl::getFilterWheelStatus(...)\n<- VornCameraImpl::getFilterWheelStatus 00\n"
+         "-> VornCameraImpl::setFilter(2)\n<- VornCameraImpl::setFilter 00\n"
+         "-> VornCameraImpl::setGuideRelays(65535)\n<- VornCameraImpl::setGuideRelays 00\n"
+         "-> VornCameraImpl::setGPIODirection(0x0001)\n<- VornCameraImpl::setGPIODirection 00\n"
+         "-> VornCameraImpl::getGPIO(...)\n<- VornCameraImpl::getGPIO 00\n"
+         "-> VornCameraImpl::getImage(..., 1)\n<- VornCameraImpl::getImage 00\n"},
         {"preview mode twice", DO(camera.setPreviewMode(true); camera.setPreviewMode(true)),
          "-> VornCameraImpl::setPreviewMode(1)\n<- VornCameraImpl::setPreviewMode 1\n"
          "-> VornCameraImpl::setPreviewMode(1)\n    not changed\n<- VornCameraImpl::setPreviewMode 1\n"},
@@ -114,6 +157,28 @@ TEST(TraceLines, OfBridgePrimitives)
          "-> VornCameraImpl::getIOState(13)\n    libusb_bulk_transfer -> LIBUSB_ERROR_TIMEOUT\n"
          "<- VornCameraImpl::getIOState 0 7\n",
          Steps().out(0x04, "03 ?? 00 00 00 00 00 00 05 ...").in(0x86, 9, "").fails(LIBUSB_ERROR_TIMEOUT)},
+        {"of a closed camera, which send nothing",
+         DO(camera.handle = nullptr; camera.setPortDirection(1, 0x9F); camera.setPortState(2, 5);
+            camera.setIODir(13, 1); camera.setIOState(39, 0); camera.i2cSetSpeed(1); camera.i2cSetTimeout(50);
+            camera.parInit(1U); camera.spiInit(); camera.spiWrite(5, 0x3E8); camera.setADC();
+            camera.writeAbsValue(0xFFFFF0F00918, 0.5F); camera.flush()),
+         "-> VornCameraImpl::setPortDirection(1, 0x9f)\n<- VornCameraImpl::setPortDirection 0\n"
+         "-> VornCameraImpl::setPortState(2, 0x05)\n<- VornCameraImpl::setPortState 0\n"
+         "-> VornCameraImpl::setIODir(13, 1)\n<- VornCameraImpl::setIODir 0\n"
+         "-> VornCameraImpl::setIOState(39, 0)\n<- VornCameraImpl::setIOState 0\n"
+         "-> VornCameraImpl::i2cSetSpeed(1)\n<- VornCameraImpl::i2cSetSpeed 0\n"
+         "-> VornCameraImpl::i2cSetTimeout(50)\n<- VornCameraImpl::i2cSetTimeout 0\n"
+         "-> VornCameraImpl::parInit(1)\n -> VornCameraImpl::parInit(...)\n <- VornCameraImpl::parInit 0\n"
+         "<- VornCameraImpl::parInit 0\n"
+         "-> VornCameraImpl::spiInit()\n<- VornCameraImpl::spiInit 0\n"
+         "-> VornCameraImpl::spiWrite(5, 0x3e8)\n<- VornCameraImpl::spiWrite 0\n"
+         "-> VornCameraImpl::setADC()\n -> VornCameraImpl::eepRead(10, ..., 16)\n"
+         "  -> VornCameraImpl::i2cWrite(81, [0x00 0x0a], 2)\n  <- VornCameraImpl::i2cWrite 0\n"
+         " <- VornCameraImpl::eepRead 0 [0x00 0x00 0x00 0x00...]\n    ----- DEBUG OFF -----\n"
+         "    ----- DEBUG ON -----\n<- VornCameraImpl::setADC 0\n"
+         "-> VornCameraImpl::writeAbsValue(fffff0f00918, 0.5)\n<- VornCameraImpl::writeAbsValue\n"
+         "-> VornCameraImpl::flush()\n    0 bytes flushed\n<- VornCameraImpl::flush\n",
+         Steps(), QUICKER},
         {"nested primitives", DO(uint8_t bytes[2]; camera.eepRead(3, bytes, 2)),
          "-> VornCameraImpl::eepRead(3, ..., 2)\n"
          " -> VornCameraImpl::i2cWrite(81, [0x00 0x03], 2)\n <- VornCameraImpl::i2cWrite 1\n"
@@ -126,6 +191,11 @@ TEST(TraceLines, OfBridgePrimitives)
          "    ----- DEBUG OFF -----\n    ----- DEBUG ON -----\n    APPINIT completed\n"
          "<- VornCameraImpl::appInit 1\n",
          Steps().command("2C 00").pause(10000).parIn(2, "00 00").pause(10000).parIn(2, "49 00")},
+        {"appInit that fails", DO(camera.handle = nullptr; camera.appInit()),
+         "-> VornCameraImpl::appInit()\n"
+         " -> VornCameraImpl::sendCommand(44, NULL, ..., 0, 0)\n <- VornCameraImpl::sendCommand 0 NULL\n"
+         "    ----- DEBUG OFF -----\n    ----- DEBUG ON -----\n"
+         "    failed to get APPINIT completion status\n<- VornCameraImpl::appInit 0\n"},
     });
 }
 
@@ -134,12 +204,21 @@ TEST(TraceLines, OfOperationsWithTraffic)
     expectTraces({
         {"filter wheel status",
          DO(unsigned count; unsigned current; bool moving; camera.hasFilterWheel = true;
+            camera.getFilterWheelStatus(nullptr, nullptr, nullptr, &current);
             camera.getFilterWheelStatus(&count, &moving, &current, nullptr)),
+         "-> VornCameraImpl::getFilterWheelStatus(...)\n    lock()\n"
+         " -> VornCameraImpl::sendCommand(135, NULL, ..., 0, 8)\n"
+         " <- VornCameraImpl::sendCommand 1 [0x05 0x00 0x01 0x00...]\n    target: 4\n    unlock()\n"
+         "<- VornCameraImpl::getFilterWheelStatus 1\n"
          "-> VornCameraImpl::getFilterWheelStatus(...)\n    lock()\n"
          " -> VornCameraImpl::sendCommand(135, NULL, ..., 0, 8)\n"
          " <- VornCameraImpl::sendCommand 1 [0x05 0x00 0x01 0x00...]\n    filter count: 5\n    moving: 1\n"
          "    current: 2\n    unlock()\n<- VornCameraImpl::getFilterWheelStatus 1\n",
-         Steps().command("87 00").parIn(8, "05 00 01 00 02 00 04 00")},
+         Steps()
+             .command("87 00")
+             .parIn(8, "05 00 01 00 02 00 04 00")
+             .command("87 00")
+             .parIn(8, "05 00 01 00 02 00 04 00")},
         {"filter refused", DO(camera.hasFilterWheel = true; camera.setFilter(9)),
          "-> VornCameraImpl::setFilter(9)\n    lock()\n"
          " -> VornCameraImpl::sendCommand(136, [0x09 0x00], ..., 2, 2)\n"
@@ -178,6 +257,16 @@ TEST(TraceLines, OfOperationsWithTraffic)
          "<- VornCameraImpl::getGPIO 1 -> 0x1234\n"
          "-> VornCameraImpl::setGPIO(0x00ab)\n<- VornCameraImpl::setGPIO 00\n",
          advanced("83 00 0F").append(advanced("82", "00 10 12 34")), ADVANCED},
+        {"families that have none of these",
+         DO(int gain = 3; int offset = 4; camera.hasGuidePort = true; camera.cooler = COOLER_ONOFF;
+            camera.initiateWarmUp(); camera.setGuideRelays(5); camera.setGain(1, 2); camera.getGain(&gain, &offset);
+            camera.abortExposure()),
+         "-> VornCameraImpl::initiateWarmUp()\n    lock()\n    unlock()\n<- VornCameraImpl::initiateWarmUp 0\n"
+         "-> VornCameraImpl::setGuideRelays(5)\n    lock()\n    unlock()\n<- VornCameraImpl::setGuideRelays 0\n"
+         "-> VornCameraImpl::setGain(1, 2)\n    lock()\n    unlock()\n<- VornCameraImpl::setGain 1\n"
+         "-> VornCameraImpl::getGain(...)\n    lock()\n    unlock()\n<- VornCameraImpl::getGain 1 -> 3, 4\n"
+         "-> VornCameraImpl::abortExposure()\n    lock()\n    unlock()\n<- VornCameraImpl::abortExposure 1\n",
+         Steps(), IIDC},
         {"ping answered at the second try", DO(camera.ping()),
          "-> VornCameraImpl::ping()\n    ping -> 100\n"
          " -> VornCameraImpl::sendCommand(80, [0x64], ..., 1, 0)\n <- VornCameraImpl::sendCommand 1 NULL\n"
