@@ -9,6 +9,7 @@
 #include <ctime>
 #include <string_view>
 #include <tuple>
+#include <utility>
 
 #include "capture/output_file.h"
 
@@ -44,23 +45,17 @@ public:
         fits_create_img(file_, USHORT_IMG, static_cast<int>(size.size()), size.data(), &status_);
     }
 
-    void text(const char* key, std::string_view value, const char* comment)
+    void card(const FitsCard& card)
     {
-        // The FITS library shortens what does not fit into a card and refuses what is not plain ASCII.
-        std::string plain(value);
-        for (char& letter : plain)
-            letter = letter < ' ' || letter > '~' ? '?' : letter;
-        fits_write_key_str(file_, key, plain.c_str(), comment, &status_);
-    }
-
-    void number(const char* key, long long value, const char* comment)
-    {
-        fits_write_key_lng(file_, key, value, comment, &status_);
-    }
-
-    void number(const char* key, double value, int digits, const char* comment)
-    {
-        fits_write_key_fixdbl(file_, key, value, digits, comment, &status_);
+        // The FITS library shortens a text that does not fit.
+        const char* key = card.key.c_str();
+        const char* comment = card.comment.c_str();
+        if (const auto* text = std::get_if<std::string>(&card.value))
+            fits_write_key_str(file_, key, text->c_str(), comment, &status_);
+        else if (const auto* whole = std::get_if<long long>(&card.value))
+            fits_write_key_lng(file_, key, *whole, comment, &status_);
+        else
+            fits_write_key_fixdbl(file_, key, std::get<double>(card.value), card.digits, comment, &status_);
     }
 
     void pixels(const std::vector<uint16_t>& values)
@@ -87,6 +82,31 @@ private:
     int status_ = 0;
 };
 
+/// The lines of a header in the making.
+class Cards {
+public:
+    void text(const char* key, std::string_view value, const char* comment)
+    {
+        // FITS allows plain ASCII only.
+        std::string plain(value);
+        for (char& letter : plain)
+            letter = letter < ' ' || letter > '~' ? '?' : letter;
+        cards_.push_back({key, plain, comment});
+    }
+
+    void number(const char* key, long long value, const char* comment) { cards_.push_back({key, value, comment}); }
+
+    void number(const char* key, double value, int digits, const char* comment)
+    {
+        cards_.push_back({key, value, comment, digits});
+    }
+
+    std::vector<FitsCard> finish() { return std::move(cards_); }
+
+private:
+    std::vector<FitsCard> cards_;
+};
+
 std::string frameType(const Frame& frame)
 {
     if (!frame.imageType.empty())
@@ -96,35 +116,35 @@ std::string frameType(const Frame& frame)
     return frame.request.seconds > 0.0 ? "Dark Frame" : "Bias Frame";
 }
 
-void writeTime(FitsFile& fits, const Frame& frame)
+void addTime(Cards& header, const Frame& frame)
 {
-    fits.text("DATE-OBS", fitsDate(frame.start), "UTC start of the exposure");
-    fits.number("EXPTIME", frame.exposureSeconds, 6, "[s] time truly exposed");
-    fits.number("EXPOSURE", frame.exposureSeconds, 6, "[s] the same");
+    header.text("DATE-OBS", fitsDate(frame.start), "UTC start of the exposure");
+    header.number("EXPTIME", frame.exposureSeconds, 6, "[s] time truly exposed");
+    header.number("EXPOSURE", frame.exposureSeconds, 6, "[s] the same");
     if (frame.request.dark)
-        fits.number("DARKTIME", frame.exposureSeconds, 6, "[s] the same");
-    fits.text("IMAGETYP", frameType(frame), "type of frame");
+        header.number("DARKTIME", frame.exposureSeconds, 6, "[s] the same");
+    header.text("IMAGETYP", frameType(frame), "type of frame");
 }
 
-void writeCamera(FitsFile& fits, const Frame& frame)
+void addCamera(Cards& header, const Frame& frame)
 {
-    fits.text("INSTRUME", frame.camera.name, "camera");
-    fits.number("CAMSER", static_cast<long long>(frame.camera.serialNumber), "camera serial number");
+    header.text("INSTRUME", frame.camera.name, "camera");
+    header.number("CAMSER", static_cast<long long>(frame.camera.serialNumber), "camera serial number");
     if (frame.filter)
-        fits.text("FILTER", frame.filterName.empty() ? std::to_string(*frame.filter) : frame.filterName,
-                  "filter, or position of the filter wheel");
+        header.text("FILTER", frame.filterName.empty() ? std::to_string(*frame.filter) : frame.filterName,
+                    "filter, or position of the filter wheel");
     const Telemetry& telemetry = frame.telemetry;
     if (telemetry.ccdCelsius())
-        fits.number("CCD-TEMP", *telemetry.ccdCelsius(), 2, "[degC] sensor temperature at the start");
+        header.number("CCD-TEMP", *telemetry.ccdCelsius(), 2, "[degC] sensor temperature at the start");
     if (telemetry.targetCelsius)
-        fits.number("SET-TEMP", *telemetry.targetCelsius, 2, "[degC] set-point of the cooler");
+        header.number("SET-TEMP", *telemetry.targetCelsius, 2, "[degC] set-point of the cooler");
     if (telemetry.gain)
-        fits.number("GAIN", static_cast<long long>(*telemetry.gain), "gain setting of the camera");
+        header.number("GAIN", static_cast<long long>(*telemetry.gain), "gain setting of the camera");
     if (telemetry.offset)
-        fits.number("OFFSET", static_cast<long long>(*telemetry.offset), "offset setting of the camera");
+        header.number("OFFSET", static_cast<long long>(*telemetry.offset), "offset setting of the camera");
 }
 
-void writeObservation(FitsFile& fits, const Observation& observation)
+void addObservation(Cards& header, const Observation& observation)
 {
     const std::tuple<const char*, const std::string&, const char*> texts[] = {
         {"OBJECT", observation.object, "what was looked at"},
@@ -132,45 +152,42 @@ void writeObservation(FitsFile& fits, const Observation& observation)
         {"TELESCOP", observation.telescope, "telescope"}};
     for (const auto& [key, value, comment] : texts) {
         if (!value.empty())
-            fits.text(key, value, comment);
+            header.text(key, value, comment);
     }
     if (observation.focalLengthMm > 0.0)
-        fits.number("FOCALLEN", observation.focalLengthMm, 1, "[mm] focal length");
+        header.number("FOCALLEN", observation.focalLengthMm, 1, "[mm] focal length");
     if (observation.apertureMm > 0.0)
-        fits.number("APTDIA", observation.apertureMm, 1, "[mm] diameter of the aperture");
+        header.number("APTDIA", observation.apertureMm, 1, "[mm] diameter of the aperture");
 }
 
-void writeGeometry(FitsFile& fits, const Frame& frame)
+void addGeometry(Cards& header, const Frame& frame)
 {
     const VornCapabilities& caps = frame.camera.caps;
     const unsigned int binX = frame.request.binX;
     const unsigned int binY = frame.request.binY;
-    fits.number("XBINNING", static_cast<long long>(binX), "sensor pixels summed in X");
-    fits.number("YBINNING", static_cast<long long>(binY), "sensor pixels summed in Y");
+    header.number("XBINNING", static_cast<long long>(binX), "sensor pixels summed in X");
+    header.number("YBINNING", static_cast<long long>(binY), "sensor pixels summed in Y");
     if (caps.pixelSizeX > 0.0 && caps.pixelSizeY > 0.0) {
-        fits.number("XPIXSZ", caps.pixelSizeX * binX, 4, "[um] pixel width, binning included");
-        fits.number("YPIXSZ", caps.pixelSizeY * binY, 4, "[um] pixel height, binning included");
-        fits.number("PIXSIZE1", caps.pixelSizeX, 4, "[um] pixel width of the sensor");
-        fits.number("PIXSIZE2", caps.pixelSizeY, 4, "[um] pixel height of the sensor");
+        header.number("XPIXSZ", caps.pixelSizeX * binX, 4, "[um] pixel width, binning included");
+        header.number("YPIXSZ", caps.pixelSizeY * binY, 4, "[um] pixel height, binning included");
+        header.number("PIXSIZE1", caps.pixelSizeX, 4, "[um] pixel width of the sensor");
+        header.number("PIXSIZE2", caps.pixelSizeY, 4, "[um] pixel height of the sensor");
     }
-    fits.number("XORGSUBF", static_cast<long long>(frame.region.x / binX), "first column, in binned pixels");
-    fits.number("YORGSUBF", static_cast<long long>(frame.region.y / binY), "first row, in binned pixels");
-    fits.text("ROWORDER", "TOP-DOWN", "the first row stored is the top one");
+    header.number("XORGSUBF", static_cast<long long>(frame.region.x / binX), "first column, in binned pixels");
+    header.number("YORGSUBF", static_cast<long long>(frame.region.y / binY), "first row, in binned pixels");
+    header.text("ROWORDER", "TOP-DOWN", "the first row stored is the top one");
     if (frame.bayer()) {
-        fits.text("BAYERPAT", "RGGB", "colour filter pattern");
-        fits.number("XBAYROFF", static_cast<long long>(frame.bayerX()), "phase of the pattern in X");
-        fits.number("YBAYROFF", static_cast<long long>(frame.bayerY()), "phase of the pattern in Y");
+        header.text("BAYERPAT", "RGGB", "colour filter pattern");
+        header.number("XBAYROFF", static_cast<long long>(frame.bayerX()), "phase of the pattern in X");
+        header.number("YBAYROFF", static_cast<long long>(frame.bayerY()), "phase of the pattern in Y");
     }
 }
 
 void fillFile(FitsFile& fits, const Frame& frame, const std::string& creator)
 {
     fits.image(frame.width, frame.height);
-    writeTime(fits, frame);
-    writeCamera(fits, frame);
-    writeGeometry(fits, frame);
-    writeObservation(fits, frame.observation);
-    fits.text("SWCREATE", creator, "program that wrote this file");
+    for (const FitsCard& card : fitsCards(frame, creator))
+        fits.card(card);
     fits.pixels(frame.pixels);
 }
 
@@ -185,6 +202,17 @@ Status finishFile(FitsFile& fits, const std::string& name, const std::string& ad
 }
 
 }  // namespace
+
+std::vector<FitsCard> fitsCards(const Frame& frame, const std::string& creator)
+{
+    Cards header;
+    addTime(header, frame);
+    addCamera(header, frame);
+    addGeometry(header, frame);
+    addObservation(header, frame.observation);
+    header.text("SWCREATE", creator, "program that wrote this file");
+    return header.finish();
+}
 
 std::string fitsDate(Clock::Utc moment)
 {

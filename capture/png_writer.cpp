@@ -122,11 +122,37 @@ std::vector<uint8_t> greyLevels(const Frame& frame)
     return levels;
 }
 
+png_image describe(unsigned int width, unsigned int height, bool colour)
+{
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = width;
+    image.height = height;
+    image.format = colour ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+    return image;
+}
+
 }  // namespace
 
 StretchTable automaticStretch(const std::vector<uint16_t>& pixels)
 {
     return stretchOf(levelsOf(pixels, 0, 1));
+}
+
+std::vector<uint8_t> stretchedLevels(const Frame& frame)
+{
+    return frame.bayer() ? colourLevels(frame) : greyLevels(frame);
+}
+
+std::vector<uint8_t> encodePng(const std::vector<uint8_t>& levels, unsigned int width, unsigned int height, bool colour)
+{
+    png_image image = describe(width, height, colour);
+    png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);  // an upper limit, known at once
+    std::vector<uint8_t> file(size);
+    if (png_image_write_to_memory(&image, file.data(), &size, 0, levels.data(), 0, nullptr) == 0)
+        size = 0;
+    file.resize(size);
+    return file;
 }
 
 Status writePng(const Frame& frame, const std::string& path, bool overwrite)
@@ -136,14 +162,8 @@ Status writePng(const Frame& frame, const std::string& path, bool overwrite)
     if (!possible.ok())
         return possible;
 
-    const bool colour = frame.bayer();
-    const std::vector<uint8_t> levels = colour ? colourLevels(frame) : greyLevels(frame);
-
-    png_image image = {};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = frame.width;
-    image.height = frame.height;
-    image.format = colour ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
+    const std::vector<uint8_t> levels = stretchedLevels(frame);
+    png_image image = describe(frame.width, frame.height, frame.bayer());
     if (png_image_write_to_file(&image, output.temporaryPath().c_str(), 0, levels.data(), 0, nullptr) == 0)
         return Error{ErrorKind::FILE_ERROR, "cannot write " + path + ": " + static_cast<const char*>(image.message),
                      "Is there room on the disk?"};
