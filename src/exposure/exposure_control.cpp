@@ -64,7 +64,7 @@ bool VornCameraImpl::startQuicker()
     const unsigned clear = ampRequested ? CONTROL_CLEAR_AMP : CONTROL_CLEAR;
     if (spiWrite(REGISTER_CONTROL, guideRelayState | clear))
         (void)spiWrite(REGISTER_DURATION, 0);
-    sleepms(quickerStartExposureDelay);
+    sleepms(static_cast<long>(quickerStartExposureDelay));
     return spiWrite(REGISTER_CONTROL, guideRelayState | CONTROL_EXPOSE) && spiWrite(REGISTER_DURATION, 0);
 }
 

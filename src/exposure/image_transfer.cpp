@@ -137,7 +137,7 @@ bool VornCameraImpl::transferQuicker(uint16_t* buffer)
     if (!bytes)
         return false;
     const bool ok = parIn(bytes.get(), static_cast<unsigned>(sampleCount * sizeof(uint16_t)));
-    const std::span<uint16_t> samples(reinterpret_cast<uint16_t*>(bytes.get()), sampleCount);
+    const std::span samples(reinterpret_cast<uint16_t*>(bytes.get()), static_cast<size_t>(sampleCount));
     littleEndianToHost(samples);
     if (pcCds)
         subtractPrecharge(samples, window, prechargeOffset, buffer);
@@ -160,6 +160,6 @@ bool VornCameraImpl::transferIidc(uint16_t* buffer)
     const bool ok = bulkRead(EP_IIDC_IN, static_cast<unsigned>(frameCount), frame.get());
     TRACE_DETAIL("%s    elapsed %g s\n", stopwatch.elapsedSeconds());
     if (ok)
-        cropToHighBytes({frame.get(), frameCount}, window, buffer);
+        cropToHighBytes({frame.get(), static_cast<size_t>(frameCount)}, window, buffer);
     return ok;
 }

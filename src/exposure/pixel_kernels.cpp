@@ -14,8 +14,8 @@ namespace {
 
 /// Part of a window's row that lies inside the frame; the rest is 0.
 struct RowPart {
-    uint64_t source;  ///< pixel index in the frame
-    uint64_t length;  ///< pixels
+    size_t source;  ///< pixel index in the frame
+    size_t length;  ///< pixels
 };
 
 // The frame is one run of samples to the rows of a window: a row that starts beyond the frame's right edge goes on in
@@ -26,7 +26,8 @@ RowPart rowPart(const FrameWindow& window, uint64_t row)
     const uint64_t start = window.x + window.frameWidth * (window.y + row);
     if (start >= total)
         return {0, 0};
-    return {start, std::min(window.width, total - start)};
+    // The frame is in memory, so an index into it fits its type.
+    return {static_cast<size_t>(start), static_cast<size_t>(std::min(window.width, total - start))};
 }
 
 /// subtractPrecharge() of as many of @p count pairs as fill whole registers. @return how many these are.

@@ -165,7 +165,7 @@ bool VornCameraImpl::endLongExposureQuicker(const ReadoutRegion& region)
     writeQuickerBinning(region);
     const bool ended = spiWrite(REGISTER_CONTROL, guideRelayState | CONTROL_END_AND_READ);
     if (!ampRequested)
-        sleepms(quickerReadCCDDelay);
+        sleepms(static_cast<long>(quickerReadCCDDelay));
     const bool ok = ended && spiWrite(REGISTER_DURATION, DURATION_READ);
     readoutRegion = region;
     TRACE_DETAIL("%s    elapsed %g s\n", stopwatch.elapsedSeconds());

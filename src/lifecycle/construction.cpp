@@ -3,6 +3,7 @@
 #include "trace/trace.h"
 
 #include <atomic>
+#include <cinttypes>
 
 int VornHostBulkTimeout = 30000;
 
@@ -15,10 +16,10 @@ VornCameraImpl::VornCameraImpl(libusb_device* usbDevice, const char* displayName
     TRACE_ENTER("%s-> VornCameraImpl::VornCameraImpl(..., %s, %d)\n", name, type);
     (void)pthread_mutex_init(&mutex, nullptr);
     if (type == QUICKER) {
-        TRACE_DETAIL("%s    quickerStartExposureDelay = %ld\n", quickerStartExposureDelay);
-        TRACE_DETAIL("%s    quickerReadCCDDelay = %ld\n", quickerReadCCDDelay);
+        TRACE_DETAIL("%s    quickerStartExposureDelay = %" PRId64 "\n", quickerStartExposureDelay);
+        TRACE_DETAIL("%s    quickerReadCCDDelay = %" PRId64 "\n", quickerReadCCDDelay);
     }
-    TRACE_DETAIL("%s    maxPacketSize = %ld\n", maxPacketSize);
+    TRACE_DETAIL("%s    maxPacketSize = %" PRId64 "\n", maxPacketSize);
     TRACE_EXIT("%s<- VornCameraImpl::VornCameraImpl\n");
 }
 
@@ -35,13 +36,13 @@ bool VornCameraImpl::setParam(PARAM_TYPE param, long value)
     TRACE_ENTER("%s-> VornCameraImpl::setParam(%d, %ld)\n", param, value);
     if (param == MAX_PACKET_SIZE) {
         maxPacketSize = value;
-        TRACE_DETAIL("%s    maxPacketSize = %ld\n", maxPacketSize);
+        TRACE_DETAIL("%s    maxPacketSize = %" PRId64 "\n", maxPacketSize);
     } else if (param == QUICKER_START_EXPOSURE_DELAY && type == QUICKER) {
         quickerStartExposureDelay = value;
-        TRACE_DETAIL("%s    quickerStartExposureDelay = %ld\n", quickerStartExposureDelay);
+        TRACE_DETAIL("%s    quickerStartExposureDelay = %" PRId64 "\n", quickerStartExposureDelay);
     } else if (param == QUICKER_READ_CCD_DELAY && type == QUICKER) {
         quickerReadCCDDelay = value;
-        TRACE_DETAIL("%s    quickerReadCCDDelay = %ld\n", quickerReadCCDDelay);
+        TRACE_DETAIL("%s    quickerReadCCDDelay = %" PRId64 "\n", quickerReadCCDDelay);
     } else {
         lastError = "Invalid parameter";
         TRACE_EXIT("%s<- VornCameraImpl::setParam -> 00\n");
@@ -54,15 +55,15 @@ bool VornCameraImpl::setParam(PARAM_TYPE param, long value)
 long VornCameraImpl::getParam(PARAM_TYPE param)
 {
     TRACE_ENTER("%s-> VornCameraImpl::getParam(%d)\n", param);
-    long value = 0;
+    long value = 0;  // each parameter was once given as a long, or begins as a small number
     if (param == MAX_PACKET_SIZE) {
-        value = maxPacketSize;
+        value = static_cast<long>(maxPacketSize);
         TRACE_DETAIL("%s    maxPacketSize = %ld\n", value);
     } else if (param == QUICKER_START_EXPOSURE_DELAY && type == QUICKER) {
-        value = quickerStartExposureDelay;
+        value = static_cast<long>(quickerStartExposureDelay);
         TRACE_DETAIL("%s    quickerStartExposureDelay = %ld\n", value);
     } else if (param == QUICKER_READ_CCD_DELAY && type == QUICKER) {
-        value = quickerReadCCDDelay;
+        value = static_cast<long>(quickerReadCCDDelay);
         TRACE_DETAIL("%s    quickerReadCCDDelay = %ld\n", value);
     } else {
         lastError = "Invalid parameter";

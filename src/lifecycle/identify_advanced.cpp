@@ -7,6 +7,8 @@
 #include "transport/waveforms.h"
 #include "transport/wire.h"
 
+#include <cinttypes>
+
 using namespace vornccd;
 
 namespace {
@@ -67,7 +69,7 @@ bool VornCameraImpl::identifyAdvanced(bool ok)
         if (ok)
             vregClearTime = getBe16(reply.data(), 0) * int64_t{1000};
     }
-    TRACE_DETAIL("%s    VReg clear time: %ldus\n", vregClearTime);
+    TRACE_DETAIL("%s    VReg clear time: %" PRId64 "us\n", vregClearTime);
 
     ok = ok && appInit();
 

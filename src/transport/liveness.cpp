@@ -9,6 +9,7 @@
 #include "transport/wire.h"
 
 #include <atomic>
+#include <cinttypes>
 
 using namespace vornccd;
 
@@ -147,7 +148,7 @@ void VornCameraImpl::flush()
     uint8_t byte = 0;
     while (parIn(&byte, 1))
         ++count;
-    TRACE_DETAIL("%s    %ld bytes flushed\n", count);
+    TRACE_DETAIL("%s    %" PRId64 " bytes flushed\n", count);
     // deliberate: back to the host's global value, not to what this camera had before.
     timeout = static_cast<uint32_t>(std::atomic_ref<int>(VornHostBulkTimeout).load(std::memory_order_relaxed));
     TRACE_EXIT("%s<- VornCameraImpl::flush\n");
