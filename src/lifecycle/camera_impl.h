@@ -243,8 +243,8 @@ private:
 
     // lifecycle/open.cpp
     VORNCCD_LOCAL OpenOutcome openOnce();
-    VORNCCD_LOCAL bool claimInterface(bool* claimed);
-    VORNCCD_LOCAL bool bringUpBridge(bool ok, bool claimed);
+    VORNCCD_LOCAL bool claimInterface();
+    VORNCCD_LOCAL bool bringUpBridge(bool ok);
     VORNCCD_LOCAL bool readProductId(uint32_t* productId);
     VORNCCD_LOCAL OpenOutcome failOpen();
 

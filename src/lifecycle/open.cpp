@@ -19,13 +19,16 @@ constexpr uint32_t PRODUCT_ID_UNREAD = 0x2005;
 
 bool VornCameraImpl::open()
 {
-    // A CLASSIC camera is tried again without end. A loop rather than a call of itself: it may go on all night.
-    for (;;) {
-        const OpenOutcome outcome = openOnce();
-        if (outcome != OpenOutcome::RETRY)
-            return outcome == OpenOutcome::OPENED;
-        sleepms(CLASSIC_RETRY_US);
-    }
+    const OpenOutcome outcome = openOnce();
+    if (outcome != OpenOutcome::RETRY)
+        return outcome == OpenOutcome::OPENED;
+    sleepms(CLASSIC_RETRY_US);
+    // deliberate: through the virtual table, so that a class of the host's that overrides open() sees each try. A
+    // CLASSIC camera is tried again without end. No object here has a destructor and no local's address is taken, so
+    // an optimising compiler (-O2 and above) makes this call a jump and the stack stays flat. A debug build, and one
+    // with sanitizers, keeps a frame of about 100 bytes for each try: 8 MB of stack then last for some days.
+    VornCamera& self = *this;
+    return self.open();
 }
 
 VornCameraImpl::OpenOutcome VornCameraImpl::openOnce()
@@ -45,10 +48,9 @@ VornCameraImpl::OpenOutcome VornCameraImpl::openOnce()
         return OpenOutcome::FAILED;
     }
 
-    bool claimed = false;
-    bool ok = claimInterface(&claimed);
+    bool ok = claimInterface();
     if (type == CLASSIC || type == STANDARD || type == QUICKER || type == ADVANCED)
-        ok = bringUpBridge(ok, claimed);
+        ok = bringUpBridge(ok);
     uint32_t productId = PRODUCT_ID_UNREAD;
     if (ok && type != IIDC)
         ok = readProductId(&productId);
@@ -112,9 +114,8 @@ VornCameraImpl::OpenOutcome VornCameraImpl::failOpen()
     return OpenOutcome::FAILED;
 }
 
-/// Takes the interface from the kernel and from other programs. @p claimed tells whether it is ours, the result also
-/// whether the bulk endpoints are there.
-bool VornCameraImpl::claimInterface(bool* claimed)
+/// Takes the interface from the kernel. @return whether it is ours, and the bulk endpoints are there.
+bool VornCameraImpl::claimInterface()
 {
     if (libusb_kernel_driver_active(handle, INTERFACE_NUMBER) == 1) {
         // A failure shows in the claim.
@@ -123,17 +124,16 @@ bool VornCameraImpl::claimInterface(bool* claimed)
     }
     int result = libusb_claim_interface(handle, INTERFACE_NUMBER);
     TRACE_DETAIL("%s    libusb_claim_interface() -> %s\n", libusb_error_name(result));
-    *claimed = result == 0;
-    if (*claimed && type != IIDC) {
+    if (result == 0 && type != IIDC) {
         result = libusb_set_interface_alt_setting(handle, INTERFACE_NUMBER, ALTERNATE_SETTING);
         TRACE_DETAIL("%s    libusb_set_interface_alt_setting() -> %s\n", libusb_error_name(result));
     }
     return result == 0;
 }
 
-/// Loads the bridge's program and sets the bridge up. The pause and the flush come also after a failure, but not when
-/// another program owns the interface: its traffic is not ours to disturb.
-bool VornCameraImpl::bringUpBridge(bool ok, bool claimed)
+/// Loads the bridge's program and sets the bridge up. The pause and the flush come also after a failure, a failed claim
+/// included: the kernel refuses the flush's transfers on an interface that another program owns.
+bool VornCameraImpl::bringUpBridge(bool ok)
 {
     ok = ok && writeFW();
     if (type != ADVANCED) {
@@ -143,10 +143,8 @@ bool VornCameraImpl::bringUpBridge(bool ok, bool claimed)
         ok = ok && setParTimeout(50);
         ok = ok && i2cSetSpeed(0);
     }
-    if (claimed) {
-        sleepms(BRIDGE_SETTLE_US);
-        flush();
-    }
+    sleepms(BRIDGE_SETTLE_US);
+    flush();
     return ok;
 }
 

@@ -46,6 +46,7 @@ constexpr Deliberate TABLE[] = {
     {"a failed open keeps the fields it had filled", "OpenClassic.AFailureKeepsWhatWasFilledBefore"},
     {"modes survive closing and opening", "OpenClassic.HoldsTheWholeConversation"},
     {"open: CLASSIC cameras are tried again without end", "OpenClassic.TriesAgainUntilTheCameraAnswers"},
+    {"open: each try goes through the virtual table", "OpenClassic.TriesAgainThroughTheVirtualTable"},
     {"identify_iidc: IIDC cameras get one millisecond after their reset", "OpenIidc.HoldsTheWholeConversation"},
     {"description: a set guide port flag means there is none", "OpenStandard.TakesWhatTheCameraSays"},
     {"description: except on QUICKER cameras, where it means there is one", "OpenQuicker.TakesWhatTheDescriptionSays"},

@@ -94,4 +94,26 @@ TEST(OpenClassic, TriesAgainUntilTheCameraAnswers)
     EXPECT_TRUE(text.ends_with("\n<- VornCameraImpl::open 1\n"));
 }
 
+// A host may put a class of its own between itself and the library's.
+TEST(OpenClassic, TriesAgainThroughTheVirtualTable)
+{
+    struct CountingCamera : VornCameraImpl {
+        using VornCameraImpl::VornCameraImpl;
+        bool open() override
+        {
+            ++tries;
+            return VornCameraImpl::open();
+        }
+        int tries = 0;
+    };
+    vorntest::Script usb;
+    Steps refused = ClassicOpen().steps().cutBefore("0C ?? 00 01 64");
+    refused.out(0x04, "0C ?? 00 01 64 00 ...").fails().close().pause(RETRY_PAUSE_US);
+    usb.append(Steps().append(refused).append(refused).open().fails(LIBUSB_ERROR_NO_DEVICE));
+    CountingCamera camera(&usb.device, "Vorn K30", CLASSIC);
+    EXPECT_FALSE(camera.open());
+    EXPECT_EQ(camera.tries, 3);
+    EXPECT_TRUE(usb.done());
+}
+
 }  // namespace

@@ -168,8 +168,8 @@ inline Steps bridgeOpening(CAMERA_TYPE type, const std::string& productId, const
 
     Steps usb;
     usb.ends({}, "Failed to open device").open();
-    usb.ends(afterFailure, error).driverActive(false).claim();  // somebody else's camera: nothing is sent
-    usb.ends(Steps().append(settling).append(afterFailure), error).altSetting().firmwareUpload();
+    usb.ends(Steps().append(settling).append(afterFailure), error);
+    usb.driverActive(false).claim().altSetting().firmwareUpload();
     if (type != ADVANCED) {
         setPort(setDirections(usb, "00 9F"), "00 80");
         usb.out(0x04, "0C ?? 00 01 32 00 ...").out(0x04, "0C ?? 00 00 32 00 ...").out(0x04, "05 ?? 00 00 00 00 ...");

@@ -176,6 +176,15 @@ TEST(Open, AFailedLibusbOpenReleasesTheLockFirst)
               "<- VornCameraImpl::open 00\n");
 }
 
+// The pause and the flush come all the same; nothing else is sent.
+TEST(Open, AFailedClaimIsFollowedByTheFlush)
+{
+    Steps usb = Steps().open().driverActive(false).claim().fails(LIBUSB_ERROR_BUSY).pause(200000).emptyFlush();
+    EXPECT_TRUE(expectOpening(STANDARD, usb.close(), {}, NOT_INITIALIZED)
+                    .starts_with("-> VornCameraImpl::open()\n    libusb_claim_interface() -> LIBUSB_ERROR_BUSY\n"
+                                 " -> VornCameraImpl::flush()\n    "));
+}
+
 TEST(Open, ATypeOutsideTheEnumerationFails)
 {
     Steps usb = Steps().open().driverActive(false).claim().altSetting();
