@@ -15,12 +15,6 @@ constexpr double PULSE_STEP_SECONDS = 0.02;  // how soon a cancellation ends a p
 constexpr int LARGEST_GAIN = 63;
 constexpr int LARGEST_OFFSET = 512;
 
-/// @return why the camera cannot do it: it lacks @p what.
-Error lacking(const Session& session, const std::string& what)
-{
-    return {ErrorKind::BAD_REQUEST, session.info().name + " has no " + what, ""};
-}
-
 Error cancelledError(const std::string& what)
 {
     return {ErrorKind::CANCELLED, "stopped; " + what, ""};
@@ -30,7 +24,7 @@ std::optional<Error> lineProblem(const Session& session, uint16_t mask)
 {
     const unsigned int count = session.info().caps.lineCount;
     if (count == 0)
-        return lacking(session, "GPIO lines");
+        return session.lacks("GPIO lines");
     if (count < 16 && mask >> count != 0)
         return Error{ErrorKind::BAD_REQUEST,
                      session.info().name + " has " + std::to_string(count) +
@@ -44,7 +38,7 @@ std::optional<Error> lineProblem(const Session& session, uint16_t mask)
 Result<WheelStatus> readWheel(Session& session)
 {
     if (!session.info().caps.hasFilterWheel)
-        return lacking(session, "filter wheel");
+        return session.lacks("filter wheel");
     const auto wheel = std::make_shared<WheelStatus>();  // the camera's thread may outlive this call
     const Status done = session.operate("the filter wheel does not answer", [wheel](VornCamera& camera) {
         return camera.getFilterWheelStatus(&wheel->count, &wheel->moving, &wheel->current, &wheel->target);
@@ -77,28 +71,27 @@ Status turnWheel(Session& session, unsigned int position, const CancelToken* can
             return wheel.error();
         if (!wheel.value().moving && wheel.value().current == position)
             return Done{};
-        if (cancel != nullptr && cancel->requested())
-            return cancelledError("the filter wheel turns on to its position by itself");
         if (clock.steadySeconds() > deadline)
-            return Error{ErrorKind::TIMEOUT,
+            return Error{ErrorKind::FAILED,
                          "the filter wheel stands at " + std::to_string(wheel.value().current) + " and not at " +
                              std::to_string(position),
                          "Does something block it? Switch the camera off and on again."};
-        clock.sleep(WHEEL_POLL_SECONDS);
+        if (!sleepUntil(clock, clock.steadySeconds() + WHEEL_POLL_SECONDS, cancel))
+            return cancelledError("the filter wheel turns on to its position by itself");
     }
 }
 
 Status moveShutter(Session& session, bool open)
 {
     if (!session.info().caps.hasShutter)
-        return lacking(session, "shutter");
+        return session.lacks("shutter");
     return session.operate("the shutter does not move", [open](VornCamera& camera) { return camera.setShutter(open); });
 }
 
 Status guidePulse(Session& session, GuideRelay relay, double seconds, const CancelToken* cancel)
 {
     if (!session.info().caps.hasGuidePort)
-        return lacking(session, "guide port");
+        return session.lacks("guide port");
     if (!(seconds > 0.0) || seconds > LONGEST_PULSE_SECONDS)
         return Error{ErrorKind::BAD_REQUEST, "a guide pulse lasts from 1 to 60000 milliseconds", ""};
     const auto mask = static_cast<unsigned short>(relay);
@@ -109,11 +102,8 @@ Status guidePulse(Session& session, GuideRelay relay, double seconds, const Canc
         (void)session.call(openAll);  // it may have closed all the same
         return closed;
     }
-    Clock& clock = session.clock();
-    const double end = clock.steadySeconds() + seconds;
-    const auto stopped = [cancel] { return cancel != nullptr && cancel->requested(); };
-    for (double left = seconds; left > 0.0 && !stopped(); left = end - clock.steadySeconds())
-        clock.sleep(std::min(left, PULSE_STEP_SECONDS));
+    const double end = session.clock().steadySeconds() + seconds;
+    const bool whole = sleepUntil(session.clock(), end, cancel, {}, PULSE_STEP_SECONDS);
     Status opened = session.operate("the guide relays do not open", openAll);
     if (!opened.ok()) {
         const auto again = session.call(openAll);  // the camera has been opened anew
@@ -122,7 +112,7 @@ Status guidePulse(Session& session, GuideRelay relay, double seconds, const Canc
             error.advice = "The mount may still be moving: pull the guide cable. " + error.advice;
         return error;
     }
-    if (stopped())
+    if (!whole)
         return cancelledError("the guide relays are open");
     return opened;
 }
@@ -158,7 +148,7 @@ Result<uint16_t> readLines(Session& session)
 Result<GainSetting> readGain(Session& session)
 {
     if (session.info().family != ADVANCED)
-        return lacking(session, "gain setting");
+        return session.lacks("gain setting");
     const auto setting = std::make_shared<GainSetting>();
     const Status done = session.operate("the gain cannot be read", [setting](VornCamera& camera) {
         return camera.getGain(&setting->gain, &setting->offset);
@@ -171,7 +161,7 @@ Result<GainSetting> readGain(Session& session)
 Status setGain(Session& session, const GainSetting& setting)
 {
     if (session.info().family != ADVANCED)
-        return lacking(session, "gain setting");
+        return session.lacks("gain setting");
     if (setting.gain < 0 || setting.gain > LARGEST_GAIN || setting.offset < 0 || setting.offset > LARGEST_OFFSET)
         return Error{ErrorKind::BAD_REQUEST, "the gain goes from 0 to 63 and the offset from 0 to 512", ""};
     return session.operate("the gain cannot be set",

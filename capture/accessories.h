@@ -19,7 +19,7 @@ struct WheelStatus {
 Result<WheelStatus> readWheel(Session& session);
 
 /// Turns the filter wheel to @p position and waits until it stands there.
-/// Errors: BAD_REQUEST (no wheel, no such position), TIMEOUT, CANCELLED and those of Session::operate().
+/// Errors: BAD_REQUEST (no wheel, no such position), FAILED (it is blocked), CANCELLED and those of Session::operate().
 Status turnWheel(Session& session, unsigned int position, const CancelToken* cancel = nullptr);
 
 /// Opens or shuts the shutter. Errors: BAD_REQUEST (there is none) and those of Session::operate().

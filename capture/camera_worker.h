@@ -10,16 +10,10 @@
 
 #include <vornccd.h>
 
+#include "capture/camera_handle.h"
 #include "capture/cancel_token.h"
 
 namespace vorncapture {
-
-/// Destroys a camera object the way the library wants it.
-struct CameraDeleter {
-    void operator()(VornCamera* camera) const { VornCamera_destroy(camera); }
-};
-
-using CameraHandle = std::unique_ptr<VornCamera, CameraDeleter>;
 
 /// Makes all calls on one camera, one after the other, in a thread of its own: the readout hands a lock from one call
 /// to the next and wants both in one thread, and some calls wait for a mute camera without end. Callers wait for them

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "capture/clock.h"
 
+#include <algorithm>
 #include <thread>
 
 namespace vorncapture {
@@ -24,6 +25,21 @@ std::shared_ptr<Clock> Clock::system()
 {
     static const std::shared_ptr<Clock> INSTANCE = std::make_shared<SystemClock>();
     return INSTANCE;
+}
+
+bool sleepUntil(Clock& clock, double due, const CancelToken* cancel, const std::function<void(double left)>& tick,
+                double step)
+{
+    while (true) {
+        const double left = due - clock.steadySeconds();
+        if (tick)
+            tick(left);
+        if (cancel != nullptr && cancel->requested())
+            return false;
+        if (left <= 0.0)
+            return true;
+        clock.sleep(std::min(left, step));
+    }
 }
 
 }  // namespace vorncapture

@@ -2,7 +2,10 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <memory>
+
+#include "capture/cancel_token.h"
 
 namespace vorncapture {
 
@@ -25,5 +28,18 @@ public:
     /// @return the machine's own clock.
     static std::shared_ptr<Clock> system();
 };
+
+/// Longest time from a wish to stop until sleepUntil() notices it, unless the caller says otherwise.
+constexpr double CANCEL_STEP_SECONDS = 0.1;
+
+/// Waits until @p clock shows @p due.
+/// @param due steady seconds; a moment that has passed ends the wait at once
+/// @param cancel ends the wait when requested; may be null
+/// @param tick called with the seconds left, first at once, then once a step, at last when none is left (0 or less);
+///     may be empty
+/// @param step seconds between two looks at @p cancel, above 0
+/// @return true when the moment has come, false when cancelled, also when both are true
+bool sleepUntil(Clock& clock, double due, const CancelToken* cancel, const std::function<void(double left)>& tick = {},
+                double step = CANCEL_STEP_SECONDS);
 
 }  // namespace vorncapture

@@ -11,7 +11,11 @@ namespace vorncapture {
 namespace {
 
 constexpr double POLL_SECONDS = 1.0;
-constexpr double NAP_SECONDS = 0.1;             // how soon a cancellation is noticed
+constexpr double FULL_POWER_PERCENT = 99.0;  // coolers count their power in steps
+constexpr double NO_POWER_PERCENT = 1.0;
+constexpr double AWAY_CELSIUS = 1.0;            // from the set-point, where a cooler that could would do something else
+constexpr double MOVED_CELSIUS = 0.25;          // towards the target, or
+constexpr double MOVED_PART = 0.02;             // of the way that is left
 constexpr double SET_POINT_STEP_CELSIUS = 0.1;  // finer steps of a ramp are not worth a command
 
 std::string degrees(double celsius)
@@ -33,7 +37,7 @@ Status checkCooler(const Session& session, const Telemetry& telemetry)
 {
     const COOLER_TYPE cooler = session.info().caps.cooler;
     if (cooler == COOLER_NONE)
-        return Error{ErrorKind::BAD_REQUEST, session.info().name + " has no cooler", ""};
+        return session.lacks("cooler");
     if (cooler == COOLER_ALWAYSON)
         return Error{
             ErrorKind::BAD_REQUEST,
@@ -42,19 +46,6 @@ Status checkCooler(const Session& session, const Telemetry& telemetry)
         return Error{ErrorKind::FAILED, "the camera does not tell its sensor's temperature",
                      "Without it cooling cannot be controlled. Switch the camera off and on again."};
     return Done{};
-}
-
-/// Sleeps until the next reading. @return false when cancelled.
-bool nap(Clock& clock, const CancelToken* cancel)
-{
-    const double end = clock.steadySeconds() + POLL_SECONDS;
-    while (cancel == nullptr || !cancel->requested()) {
-        const double left = end - clock.steadySeconds();
-        if (left <= 0.0)
-            return true;
-        clock.sleep(std::min(left, NAP_SECONDS));
-    }
-    return false;
 }
 
 }  // namespace
@@ -81,6 +72,42 @@ void TemperatureWatch::add(double seconds, double celsius)
     settled_ = near && seconds - nearSince_ >= HOLD_SECONDS;
 }
 
+void ReachWatch::add(double seconds, double setPoint, const Telemetry& telemetry)
+{
+    const auto celsius = telemetry.ccdCelsius();
+    const auto power = telemetry.coolerPowerPercent;
+    if (!celsius || !power)
+        return;
+    Limit limit = Limit::NONE;
+    if (*power >= FULL_POWER_PERCENT && *celsius > setPoint + AWAY_CELSIUS)
+        limit = Limit::FULL_POWER;
+    else if (*power <= NO_POWER_PERCENT && *celsius < setPoint - AWAY_CELSIUS)
+        limit = Limit::NO_POWER;
+    const double left = std::abs(*celsius - target_);
+    const double moved = limit == Limit::FULL_POWER ? celsius_ - *celsius : *celsius - celsius_;
+    // Thermometers count in steps of up to a third of a degree, and a sensor slows down as it gets nearer.
+    if (limit != limit_ || moved >= std::max(MOVED_CELSIUS, MOVED_PART * left)) {
+        limit_ = limit;
+        since_ = seconds;
+        celsius_ = *celsius;
+    }
+    const bool close = limit == Limit::FULL_POWER && left <= CLOSE_CELSIUS;
+    if (limit == Limit::NONE || seconds - since_ < (close ? STILL_SECONDS_CLOSE : STILL_SECONDS))
+        return;
+    Error error{ErrorKind::NOT_REACHED, "the cooler cannot reach " + degrees(target_) + ": ", ""};
+    if (limit == Limit::FULL_POWER) {
+        error.text += "with all its power the sensor stays at " + degrees(*celsius);
+        error.advice = "Choose a target of " + degrees(std::ceil(*celsius) + CLOSE_CELSIUS) +
+                       " or above, which leaves it power to regulate with, or let colder air reach the camera.";
+    } else {
+        error.text += "without any power the sensor stays at " + degrees(*celsius);
+        error.advice = "It can only cool, and the air around the camera is colder than the target: choose one below " +
+                       degrees(*celsius) + ".";
+    }
+    error.advice += " The set-point stays at " + degrees(setPoint) + " until it is changed.";
+    obstacle_ = error;
+}
+
 Status coolDown(Session& session, const CoolingRequest& request, const CancelToken* cancel,
                 const CoolingProgress& progress)
 {
@@ -100,6 +127,7 @@ Status coolDown(Session& session, const CoolingRequest& request, const CancelTok
     const double start = clock.steadySeconds();
     const TemperatureRamp ramp(telemetry.ccdCelsius().value_or(target), target, request.perMinute);
     TemperatureWatch watch(target);
+    ReachWatch reach(target);
     std::optional<double> commanded;
     while (true) {
         const double elapsed = clock.steadySeconds() - start;
@@ -120,14 +148,19 @@ Status coolDown(Session& session, const CoolingRequest& request, const CancelTok
             progress(telemetry, setPoint, elapsed);
         if (watch.settled())
             return Done{};
+        reach.add(elapsed, setPoint, telemetry);
+        if (const auto obstacle = reach.obstacle())
+            return *obstacle;
         if (elapsed > ramp.duration() + request.limitSeconds) {
             const auto reached = telemetry.ccdCelsius();
-            return Error{ErrorKind::TIMEOUT,
-                         "the sensor has not settled at " + degrees(target) +
-                             (reached ? "; it is at " + degrees(*reached) : std::string()),
-                         "The cooler may not manage so much below the air's temperature: choose a higher target."};
+            return Error{
+                ErrorKind::NOT_REACHED,
+                "the sensor has not settled at " + degrees(target) + " in " +
+                    std::to_string(std::lround(request.limitSeconds)) + " s" +
+                    (reached ? "; it is at " + degrees(*reached) : std::string()),
+                "The cooler goes on towards the target. Wait longer with --timeout, or choose a higher target."};
         }
-        if (!nap(clock, cancel))
+        if (!sleepUntil(clock, clock.steadySeconds() + POLL_SECONDS, cancel))
             return Error{ErrorKind::CANCELLED, "stopped waiting; the cooler goes on towards " + degrees(*commanded),
                          ""};
     }
@@ -154,8 +187,10 @@ Status warmUp(Session& session, bool wait, double limitSeconds, const CancelToke
         if (telemetry.coolingState == COOLING_INACTIVE)
             return Done{};
         if (elapsed > limitSeconds)
-            return Error{ErrorKind::TIMEOUT, "the camera is still warming up", "Look again with: vornctl status"};
-        if (!nap(clock, cancel))
+            return Error{ErrorKind::NOT_REACHED,
+                         "the camera is still warming up after " + std::to_string(std::lround(limitSeconds)) + " s",
+                         "It goes on by itself. Look again with: vornctl status"};
+        if (!sleepUntil(clock, clock.steadySeconds() + POLL_SECONDS, cancel))
             return Error{ErrorKind::CANCELLED, "stopped waiting; the camera goes on warming up", ""};
     }
 }

@@ -45,6 +45,33 @@ private:
     bool settled_ = false;
 };
 
+/// Finds out that a cooler cannot reach its target, because the air around it is colder or because its power does not
+/// suffice: it then runs at 0 or 100 per cent and the temperature no longer moves.
+class ReachWatch {
+public:
+    static constexpr double STILL_SECONDS = 45.0;
+    static constexpr double STILL_SECONDS_CLOSE =
+        180.0;  ///< with full power near the target, where a sensor slows down
+    static constexpr double CLOSE_CELSIUS = 3.0;
+
+    explicit ReachWatch(double target) : target_(target) {}
+
+    /// Takes a reading; @p seconds never goes back. A reading without temperature or power says nothing.
+    void add(double seconds, double setPoint, const Telemetry& telemetry);
+
+    /// @return what is in the way, or nothing.
+    std::optional<Error> obstacle() const { return obstacle_; }
+
+private:
+    enum class Limit { NONE, NO_POWER, FULL_POWER };
+
+    double target_;
+    Limit limit_ = Limit::NONE;
+    double since_ = 0.0;    ///< of the last movement towards the target
+    double celsius_ = 0.0;  ///< at that time
+    std::optional<Error> obstacle_;
+};
+
 /// How to cool down.
 struct CoolingRequest {
     double targetCelsius = 0.0;
@@ -62,13 +89,14 @@ constexpr double LOWEST_TARGET_CELSIUS = -60.0;
 constexpr double HIGHEST_TARGET_CELSIUS = 40.0;
 
 /// Cools the sensor to a target. When it is cancelled the cooler goes on towards the set-point it has.
-/// Errors: BAD_REQUEST (no cooler with a target, no such target), TIMEOUT (the target is not reached), CANCELLED and
-/// those of Session::operate().
+/// Errors: BAD_REQUEST (no cooler with a target, no such target), NOT_REACHED (the target cannot be reached, or was not
+/// in time), CANCELLED and those of Session::operate().
 Status coolDown(Session& session, const CoolingRequest& request, const CancelToken* cancel = nullptr,
                 const CoolingProgress& progress = {});
 
 /// Starts the camera's own controlled warm-up and, with @p wait, waits until the cooler is off.
-/// Errors: BAD_REQUEST (no cooler), TIMEOUT, CANCELLED (the warm-up goes on) and those of Session::operate().
+/// Errors: BAD_REQUEST (no cooler), NOT_REACHED (not in time), CANCELLED (the warm-up goes on) and those of
+/// Session::operate().
 Status warmUp(Session& session, bool wait, double limitSeconds = 3600.0, const CancelToken* cancel = nullptr,
               const CoolingProgress& progress = {});
 

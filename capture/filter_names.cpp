@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "capture/filter_names.h"
 
-#include <strings.h>
-
 #include <algorithm>
-#include <charconv>
-#include <optional>
 #include <string_view>
+
+#include "capture/text.h"
 
 namespace vorncapture {
 namespace {
@@ -18,15 +16,6 @@ std::string trimmed(std::string_view text)
     const size_t begin = text.find_first_not_of(' ');
     const size_t end = text.find_last_not_of(' ');
     return begin == std::string_view::npos ? "" : std::string(text.substr(begin, end - begin + 1));
-}
-
-std::optional<unsigned int> wholeNumber(const std::string& text)
-{
-    unsigned int number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return number;
 }
 
 Error refuse(const std::string& text)
@@ -42,7 +31,7 @@ Result<FilterNames> FilterNames::parse(const std::string& text)
     for (size_t begin = 0; !text.empty() && begin <= text.size();) {
         const size_t end = std::min(text.find(',', begin), text.size());
         const std::string name = trimmed(std::string_view(text).substr(begin, end - begin));
-        if (wholeNumber(name))
+        if (parseNumber<unsigned int>(name))
             return refuse("a filter cannot be called \"" + name + "\": numbers stand for positions");
         if (!name.empty() && filters.positionOf(name).ok())
             return refuse("two filters are called \"" + name + "\"");
@@ -56,12 +45,12 @@ Result<FilterNames> FilterNames::parse(const std::string& text)
 
 Result<unsigned int> FilterNames::positionOf(const std::string& text) const
 {
-    const auto number = wholeNumber(text);
+    const auto number = parseNumber<unsigned int>(text);
     if (number && *number >= 1 && *number <= LAST_POSITION)
         return *number;
     std::string known;
     for (size_t i = 0; i < names_.size(); ++i) {
-        if (!names_[i].empty() && strcasecmp(names_[i].c_str(), text.c_str()) == 0)
+        if (!names_[i].empty() && foldedName(names_[i]) == foldedName(text))
             return static_cast<unsigned int>(i + 1);
         known += names_[i].empty() ? "" : ", " + names_[i];
     }

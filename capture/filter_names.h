@@ -16,8 +16,8 @@ public:
     /// name is a number, which stands for a position.
     static Result<FilterNames> parse(const std::string& text);
 
-    /// @return the position, from 1, that @p text means: a number, or a name in capitals or not. Error: BAD_REQUEST
-    /// with the names that there are.
+    /// @return the position, from 1, that @p text means: a number, or a name; neither capitals nor blanks matter.
+    /// Error: BAD_REQUEST with the names that there are.
     Result<unsigned int> positionOf(const std::string& text) const;
 
     /// @return the name of the filter at @p position, or the number where it has none.

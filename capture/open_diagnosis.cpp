@@ -2,8 +2,6 @@
 #include "capture/open_diagnosis.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -18,14 +16,6 @@ const char* const REPLUG_ADVICE = "Check its power supply and cable, unplug it a
 bool says(const std::string& trace, const char* errorName)
 {
     return trace.find(errorName) != std::string::npos;
-}
-
-/// @return "16-bit id" as sysfs writes it, four hexadecimal digits.
-std::string sysfsId(unsigned int id)
-{
-    char text[16] = {};
-    (void)std::snprintf(text, sizeof text, "%04x", id & 0xFFFFU);
-    return text;
 }
 
 Error permissionError(const std::vector<UsbNode>& nodes)
@@ -58,29 +48,6 @@ Error busyError(const std::vector<UsbNode>& nodes)
 }
 
 }  // namespace
-
-std::vector<UsbNode> nodesOfCamera(int listIndex)
-{
-    if (listIndex < 0)
-        return {};
-    TraceCapture trace;
-    (void)listCameras();
-    std::istringstream lines(trace.finish());
-    int index = 0;
-    for (std::string line; std::getline(lines, line);) {
-        const size_t ids = line.find("' [0x");
-        if (ids == std::string::npos || line.find("] found") == std::string::npos)
-            continue;
-        if (index++ != listIndex)
-            continue;
-        unsigned int vendor = 0;
-        unsigned int product = 0;
-        if (std::sscanf(line.c_str() + ids, "' [0x%x, 0x%x]", &vendor, &product) != 2)
-            return {};
-        return findUsbNodes(sysfsId(vendor), sysfsId(product));
-    }
-    return {};
-}
 
 OpenObstacle findObstacle(const std::string& trace, bool standIn)
 {

@@ -40,10 +40,6 @@ struct PermissionFacts {
 /// @return what to do about it: only what is missing is advised.
 std::string permissionAdvice(const PermissionFacts& facts);
 
-/// Finds the USB devices that may be the camera at @p listIndex of VornCamera::list(). Cameras of one model have one
-/// id, so there may be several.
-std::vector<UsbNode> nodesOfCamera(int listIndex);
-
 /// @return how to give USB programs more memory than the @p mebibytes they have; at most 0: unknown.
 std::string memoryAdvice(long mebibytes);
 

@@ -16,6 +16,7 @@ enum class ErrorKind {
     BUSY,            ///< another program uses the camera
     TIMEOUT,         ///< the camera does not answer
     DEVICE_LOST,     ///< the camera is no longer attached
+    NOT_REACHED,     ///< the camera works, but a temperature was not reached, or cannot be
     CANCELLED,       ///< the caller asked to stop
     FILE_ERROR,      ///< a file could not be written
 };

@@ -14,7 +14,6 @@ namespace {
 
 constexpr long MAX_PACKET_BYTES = 0x100000;
 constexpr int OPENING_TRIES = 2;
-constexpr double WAIT_STEP_SECONDS = 0.1;
 
 /// Our own timing of an exposure is good to about this; finer digits would only tell of the scheduler.
 constexpr double TIMING_STEP_SECONDS = 0.001;
@@ -271,18 +270,14 @@ Result<Session::Integration> Session::startLong(const ExposurePlan& plan)
 Status Session::waitLong(const ExposurePlan& plan, Integration& integration, const CancelToken* cancel,
                          const ProgressCallback& progress)
 {
-    Clock& clock = *options_.clock;
     const double waitSeconds = plan.longExposure ? plan.seconds - integration.leadSeconds : 0.0;
-    while (true) {
-        const double elapsed = clock.steadySeconds() - integration.beginSeconds;
+    const auto tick = [&](double left) {
         if (progress)
-            progress(Phase::EXPOSING, std::clamp(elapsed, 0.0, plan.seconds), plan.seconds);
-        if (cancel != nullptr && cancel->requested())
-            return cancelled();
-        if (elapsed >= waitSeconds)
-            return Done{};
-        clock.sleep(std::min(waitSeconds - elapsed, WAIT_STEP_SECONDS));
-    }
+            progress(Phase::EXPOSING, std::clamp(waitSeconds - left, 0.0, plan.seconds), plan.seconds);
+    };
+    if (!sleepUntil(*options_.clock, integration.beginSeconds + waitSeconds, cancel, tick))
+        return cancelled();
+    return Done{};
 }
 
 Result<Frame> Session::readOut(const ExposurePlan& plan, Integration integration, const CancelToken* cancel,
@@ -371,6 +366,11 @@ Error Session::cancelled()
     if (!closed.value_or(false))
         error.advice = "The shutter could not be closed.";
     return error;
+}
+
+Error Session::lacks(const std::string& what) const
+{
+    return {ErrorKind::BAD_REQUEST, info_.name + " has no " + what, ""};
 }
 
 Error Session::mute() const

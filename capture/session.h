@@ -76,6 +76,12 @@ public:
     /// Errors: FAILED, DEVICE_LOST, TIMEOUT.
     Status operate(const std::string& complaint, const std::function<bool(VornCamera&)>& work);
 
+    /// @return the error of a request that needs what this camera does not have: "Vorn K12 has no filter wheel".
+    Error lacks(const std::string& what) const;
+
+    /// @return the error of a camera that does not answer.
+    Error mute() const;
+
     /// @return the clock that waits go by.
     Clock& clock() { return *options_.clock; }
 
@@ -97,7 +103,6 @@ private:
                           const ProgressCallback& progress);
     Error abandon(const std::string& complaint, const std::string& failure);
     Error cancelled();
-    Error mute() const;
 
     SessionOptions options_;
     CameraWorker worker_;

@@ -2,7 +2,7 @@
 // Parsers of the tools, and what they decide from what people typed.
 #include <cmath>
 
-#include "capture/camera_list.h"
+#include "capture/camera_selection.h"
 #include "capture/exposure_plan.h"
 #include "fault_rule.h"
 #include "packer/table.h"

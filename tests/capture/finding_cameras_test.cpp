@@ -12,6 +12,7 @@
 
 #include "capture/camera_check.h"
 #include "capture/camera_list.h"
+#include "capture/camera_selection.h"
 #include "capture/open_diagnosis.h"
 #include "capture/usb_nodes.h"
 #include "simulated_session.h"

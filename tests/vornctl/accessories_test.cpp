@@ -22,7 +22,7 @@ TEST_F(Accessories, WhatACameraLacksIsSaidInOneLine)
         {"warm", "cooler"},
     };
     for (const auto& [arguments, what] : ROWS)
-        EXPECT_TRUE(simulated("--camera XRM", arguments).refused(1, what)) << arguments;
+        EXPECT_TRUE(simulated("--camera XRM", arguments).refused(2, what)) << arguments;
 }
 
 TEST_F(Accessories, ASignalOpensTheGuideRelays)

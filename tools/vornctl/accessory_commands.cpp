@@ -17,8 +17,6 @@ int filterCommand(const Options& options)
         return report(wanted.error());
     const std::optional<unsigned int>& position = wanted.value().position;
     return withCamera(options, [&](Opened& camera) -> Status {
-        if (!camera.session.info().caps.hasFilterWheel)
-            return lacking(camera.session, "filter wheel");
         if (position) {
             camera.progress.say("turning the filter wheel");
             Status turned = vorncapture::turnWheel(camera.session, *position, &camera.cancel);
@@ -42,8 +40,6 @@ int filterCommand(const Options& options)
 int shutterCommand(const Options& options, bool open)
 {
     return withCamera(options, [&options, open](Opened& camera) -> Status {
-        if (!camera.session.info().caps.hasShutter)
-            return lacking(camera.session, "shutter");
         Status moved = vorncapture::moveShutter(camera.session, open);
         if (moved.ok())
             print({{"shutter", open ? "open" : "closed"}}, options.json);
@@ -54,8 +50,6 @@ int shutterCommand(const Options& options, bool open)
 int guideCommand(const Options& options, const GuideRequest& request)
 {
     return withCamera(options, [&](Opened& camera) -> Status {
-        if (!camera.session.info().caps.hasGuidePort)
-            return lacking(camera.session, "guide port");
         camera.progress.say("guiding");
         Status guided = vorncapture::guidePulse(camera.session, request.relay, request.seconds, &camera.cancel);
         camera.progress.clear();
@@ -70,9 +64,6 @@ int guideCommand(const Options& options, const GuideRequest& request)
 int gpioCommand(const Options& options, const GpioRequest& request)
 {
     return withCamera(options, [&](Opened& camera) -> Status {
-        const unsigned int lines = camera.session.info().caps.lineCount;
-        if (lines == 0)
-            return lacking(camera.session, "GPIO lines");
         Status done = Done{};
         if (request.outputs)
             done = vorncapture::setLineDirections(camera.session, *request.outputs);
@@ -83,7 +74,7 @@ int gpioCommand(const Options& options, const GpioRequest& request)
         const auto levels = vorncapture::readLines(camera.session);
         if (!levels.ok())
             return levels.error();
-        print({{"lines", lines}, {"levels", unsigned{levels.value()}}}, options.json);
+        print({{"lines", camera.session.info().caps.lineCount}, {"levels", unsigned{levels.value()}}}, options.json);
         return Done{};
     });
 }
@@ -91,8 +82,6 @@ int gpioCommand(const Options& options, const GpioRequest& request)
 int gainCommand(const Options& options, const GainRequest& request)
 {
     return withCamera(options, [&](Opened& camera) -> Status {
-        if (camera.session.info().family != ADVANCED)
-            return lacking(camera.session, "gain that can be set");
         auto setting = vorncapture::readGain(camera.session);
         if (!setting.ok())
             return setting.error();

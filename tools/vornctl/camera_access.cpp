@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-#include "capture/camera_list.h"
+#include "capture/camera_selection.h"
 
 namespace vornctl {
 
@@ -34,11 +34,6 @@ int withCamera(const Options& options, const std::function<vorncapture::Status(O
     if (!opened.value()->stuck())
         opened.value().reset();
     return leave(done.error());
-}
-
-vorncapture::Error lacking(const vorncapture::Session& session, const std::string& what)
-{
-    return {vorncapture::ErrorKind::FAILED, session.info().name + " has no " + what, ""};
 }
 
 }  // namespace vornctl

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <functional>
-#include <string>
 
 #include "capture/cancel_token.h"
 #include "capture/session.h"
@@ -21,8 +20,5 @@ struct Opened {
 /// Opens the camera that @p options mean, lets @p work use it, closes it and tells what went wrong.
 /// @return the exit status of the process
 int withCamera(const Options& options, const std::function<vorncapture::Status(Opened&)>& work);
-
-/// The error of a command that needs what the camera does not have: "Vorn K12 has no filter wheel".
-vorncapture::Error lacking(const vorncapture::Session& session, const std::string& what);
 
 }  // namespace vornctl

@@ -47,6 +47,8 @@ int exitStatusOf(ErrorKind kind)
         case ErrorKind::TIMEOUT:
         case ErrorKind::DEVICE_LOST:
             return EXIT_LOST;
+        case ErrorKind::NOT_REACHED:
+            return EXIT_NOT_REACHED;
         case ErrorKind::CANCELLED:
             return SIGNALLED + lastSignal;
     }

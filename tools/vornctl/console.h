@@ -12,11 +12,12 @@ namespace vornctl {
 /// Exit statuses, for scripts.
 enum ExitStatus : int {
     EXIT_OK = 0,
-    EXIT_FAILED = 1,      ///< the operation failed
-    EXIT_USAGE = 2,       ///< the command line makes no sense, or not for this camera
-    EXIT_NO_CAMERA = 3,   ///< no such camera
-    EXIT_PERMISSION = 4,  ///< the system does not let this user use the camera
-    EXIT_LOST = 5,        ///< the camera does not answer, or is gone
+    EXIT_FAILED = 1,       ///< the operation failed
+    EXIT_USAGE = 2,        ///< the command line makes no sense, or not for this camera
+    EXIT_NO_CAMERA = 3,    ///< no such camera
+    EXIT_PERMISSION = 4,   ///< the system does not let this user use the camera
+    EXIT_LOST = 5,         ///< the camera does not answer, or is gone
+    EXIT_NOT_REACHED = 6,  ///< the sensor's temperature was not reached
 };
 
 /// @return the exit status that errors of this kind end with.

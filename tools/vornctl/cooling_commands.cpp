@@ -22,8 +22,6 @@ using vorncapture::Session;
 using vorncapture::Status;
 using vorncapture::Telemetry;
 
-constexpr double STEP_SECONDS = 0.1;  // how soon a wish to stop is noticed
-
 std::string degrees(const std::optional<double>& celsius)
 {
     if (!celsius)
@@ -72,8 +70,7 @@ Status stillThere(const Session& session)
 {
     if (!session.stuck())
         return Done{};
-    return vorncapture::Error{vorncapture::ErrorKind::TIMEOUT, session.info().name + " does not answer",
-                              "Check its power supply and cable, unplug it and plug it in again."};
+    return session.mute();
 }
 
 }  // namespace
@@ -81,8 +78,6 @@ Status stillThere(const Session& session)
 int coolCommand(const Options& options, const vorncapture::CoolingRequest& request)
 {
     return withCamera(options, [&](Opened& camera) -> Status {
-        if (camera.session.info().caps.cooler <= COOLER_ALWAYSON)
-            return lacking(camera.session, "cooler that can be set");
         std::optional<double> first;
         const auto show = [&](const Telemetry& telemetry, double setPoint, double elapsed) {
             // The rest of a ramp can be told; how long the sensor takes after it only the sensor knows.
@@ -104,8 +99,6 @@ int coolCommand(const Options& options, const vorncapture::CoolingRequest& reque
 int warmCommand(const Options& options, bool wait, double limitSeconds)
 {
     return withCamera(options, [&](Opened& camera) -> Status {
-        if (camera.session.info().caps.cooler <= COOLER_ALWAYSON)
-            return lacking(camera.session, "cooler that can be set");
         const auto show = [&](const Telemetry& telemetry, double, double elapsed) {
             camera.progress.say(coolingLine("warming up", telemetry, std::nullopt, elapsed, 0.0));
         };
@@ -142,10 +135,7 @@ int monitorCommand(const Options& options, const MonitorRequest& request)
         Status outcome = Done{};
         for (unsigned int look = 0; (request.count == 0 || look < request.count) && !stopped() && outcome.ok();
              ++look) {
-            const double due = start + look * request.intervalSeconds;
-            while (clock.steadySeconds() < due && !stopped())
-                clock.sleep(std::min(STEP_SECONDS, std::max(0.0, due - clock.steadySeconds())));
-            if (stopped())
+            if (!vorncapture::sleepUntil(clock, start + look * request.intervalSeconds, &camera.cancel))
                 break;
             const double elapsed = clock.steadySeconds() - start;
             const Telemetry telemetry = camera.session.readTelemetry();

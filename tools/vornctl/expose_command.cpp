@@ -32,7 +32,6 @@ using vorncapture::Result;
 using vorncapture::Status;
 
 const char* const CREATOR = "vornctl " VORNCTL_VERSION;
-constexpr double STEP_SECONDS = 0.1;  // how soon a wish to stop is noticed
 
 const char* const DEFAULT_PATTERN = "vorn-{date}.fits";
 const char* const STANDARD_OUTPUT = "-";
@@ -152,17 +151,13 @@ void tellOutcome(const Frame& frame, const Outputs& outputs, unsigned int number
 }
 
 /// Waits between two pictures. @return false when the wish to stop came.
-bool waitUntil(Opened& camera, double due)
+bool waitForNext(Opened& camera, double due)
 {
-    vorncapture::Clock& clock = camera.session.clock();
-    while (!camera.cancel.requested()) {
-        const double left = due - clock.steadySeconds();
-        if (left <= 0.0)
-            return true;
-        camera.progress.say("next picture in " + std::to_string(static_cast<int>(std::ceil(left))) + " s");
-        clock.sleep(std::min(left, STEP_SECONDS));
-    }
-    return false;
+    const auto tell = [&camera](double left) {
+        if (left > 0.0)
+            camera.progress.say("next picture in " + std::to_string(static_cast<int>(std::ceil(left))) + " s");
+    };
+    return vorncapture::sleepUntil(camera.session.clock(), due, &camera.cancel, tell);
 }
 
 const char* imageType(FrameKind kind)
@@ -228,7 +223,7 @@ Status takeAll(Opened& camera, const Options& options, const WantedFilter& wante
     WheelFilter filter;
     const bool wheel = camera.session.info().caps.hasFilterWheel;
     if (wanted.position && !wheel)
-        return lacking(camera.session, "filter wheel");
+        return camera.session.lacks("filter wheel");
     if (wanted.position) {
         camera.progress.say("turning the filter wheel");
         Status turned = vorncapture::turnWheel(camera.session, *wanted.position, &camera.cancel);
@@ -243,7 +238,7 @@ Status takeAll(Opened& camera, const Options& options, const WantedFilter& wante
     }
     const double start = camera.session.clock().steadySeconds();
     for (unsigned int number = 1; number <= options.count; ++number) {
-        if (!waitUntil(camera, start + (number - 1) * options.intervalSeconds))
+        if (!waitForNext(camera, start + (number - 1) * options.intervalSeconds))
             return Error{ErrorKind::CANCELLED, "stopped between two pictures", ""};
         if (options.count > 1)
             camera.progress.setPrefix("picture " + std::to_string(number) + " of " + std::to_string(options.count) +

@@ -36,20 +36,6 @@ CLI::Validator within(double low, double high)
             ""};
 }
 
-using Parser = vorncapture::Status (*)(const std::string&, vorncapture::ExposureRequest&);
-
-/// Adds an option whose text @p parse reads into the request; what it refuses is a usage error.
-CLI::Option* addParsed(CLI::App& command, const std::string& name, Options& options, Parser parse,
-                       const std::string& help)
-{
-    const auto read = [&options, parse](const std::string& text) {
-        const auto status = parse(text, options.request);
-        if (!status.ok())
-            throw CLI::ValidationError(status.error().text);
-    };
-    return command.add_option_function<std::string>(name, read, help);
-}
-
 void addDeviceOption(CLI::App& command, Options& options)
 {
     command
@@ -237,8 +223,9 @@ void addPictureOptions(CLI::App& expose, Asked& asked)
             "light, dark, bias or flat; dark and bias keep the shutter closed")
         ->type_name("TYPE");
     expose.add_flag("--dark", options.request.dark, "the same as --type dark");
-    addParsed(expose, "--bin", options, vornctl::parseBinning, "sensor pixels summed into one, 2x2")->type_name("XxY");
-    addParsed(expose, "--roi", options, vornctl::parseRegion, "part of the sensor, in unbinned pixels")
+    addRead(expose, "--bin", options.request, vornctl::parseBinning, "sensor pixels summed into one, 2x2")
+        ->type_name("XxY");
+    addRead(expose, "--roi", options.request, vornctl::parseRegion, "part of the sensor, in unbinned pixels")
         ->type_name("X,Y,W,H");
     expose.add_flag("--preview", options.request.preview, "the camera's faster, noisier readout");
     expose.add_flag("--eight-bit", options.request.eightBit, "8-bit readout, values 0 to 255");
@@ -345,7 +332,8 @@ int run(int argc, char** argv)
     app.add_flag("--trace", trace, "write all that goes on with the camera to standard error");
     app.footer(
         "Exit status: 0 success, 1 the operation failed, 2 usage, 3 no such camera, 4 no permission,\n"
-        "5 the camera does not answer or is gone, 130 or 143 stopped by a signal.\n"
+        "5 the camera does not answer or is gone, 6 the temperature was not reached,\n"
+        "130 or 143 stopped by a signal.\n"
         "vornctl COMMAND --help shows examples. The cooler stays as it is when a command ends.");
 
     CLI::App* list = app.add_subcommand("list", "list the attached cameras");

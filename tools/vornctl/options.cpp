@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "capture/text.h"
+
 namespace vornctl {
 namespace {
 
@@ -14,17 +16,8 @@ using vorncapture::Done;
 using vorncapture::Error;
 using vorncapture::ErrorKind;
 using vorncapture::ExposureRequest;
+using vorncapture::parseNumber;
 using vorncapture::Status;
-
-template <typename Number>
-std::optional<Number> parseNumber(std::string_view text)
-{
-    Number number = {};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    if (error != std::errc() || end != text.data() + text.size())
-        return std::nullopt;
-    return number;
-}
 
 /// @return the whole numbers between separators; empty when anything else is there.
 std::vector<unsigned int> parseNumbers(std::string_view text, char separator)

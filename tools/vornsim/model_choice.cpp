@@ -2,28 +2,17 @@
 #include "model_choice.h"
 
 #include <algorithm>
-#include <cctype>
 #include <numeric>
 #include <utility>
 #include <vector>
 
+#include "capture/text.h"
 #include "device/camera_catalogue.h"
 
 namespace vornsim {
 namespace {
 
 constexpr size_t LARGEST_TYPING_ERROR = 2;  // letters wrong, missing or too many
-
-/// The name as findModel compares it: small letters, no blanks, no maker.
-std::string normalised(std::string_view name)
-{
-    std::string result;
-    for (char letter : name)
-        if (std::isspace(static_cast<unsigned char>(letter)) == 0)
-            result += static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
-    constexpr std::string_view MAKER = "vorn";
-    return result.compare(0, MAKER.size(), MAKER) == 0 ? result.substr(MAKER.size()) : result;
-}
 
 /// How many letters have to be changed, added or left out to make one word of the other.
 size_t editDistance(const std::string& first, const std::string& second)
@@ -45,12 +34,12 @@ size_t editDistance(const std::string& first, const std::string& second)
 
 std::string unknownModelMessage(std::string_view name)
 {
-    const std::string wanted = normalised(name);
+    const std::string wanted = vorncapture::foldedModel(name);
     const char* nearest = nullptr;
     size_t nearestDistance = LARGEST_TYPING_ERROR + 1;
     std::string all;
     for (const ModelInfo& model : models()) {
-        const size_t distance = editDistance(wanted, normalised(model.name));
+        const size_t distance = editDistance(wanted, vorncapture::foldedModel(model.name));
         if (distance < std::min(nearestDistance, wanted.size())) {
             nearest = model.name;
             nearestDistance = distance;
