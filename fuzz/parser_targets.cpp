@@ -4,7 +4,7 @@
 
 #include "capture/camera_selection.h"
 #include "capture/exposure_plan.h"
-#include "fault_rule.h"
+#include "device/faults/fault_rule.h"
 #include "packer/table.h"
 #include "targets.h"
 #include "tools/vornctl/options.h"

@@ -3,7 +3,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "camera_catalogue.h"
+#include "device/families/camera_catalogue.h"
 #include "simulated.h"
 #include "targets.h"
 #include "usbip/usbip_connection.h"

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 
 namespace vornsim {
 

@@ -9,7 +9,7 @@
 #include <memory>
 #include <span>
 
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 
 namespace vornsim {
 

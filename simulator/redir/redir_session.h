@@ -9,7 +9,7 @@
 #include "bus/stream_session.h"
 #include "bus/urb_queue.h"
 #include "bus/usb_layout.h"
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 
 // libusbredirparser's types, named without its header so that only this room's sources need it.
 struct usbredirparser;

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 #include "poll_gate.h"
 #include "usbfs_memory.h"
 #include "usbfs_node.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 
 namespace vornsim {
 

@@ -8,7 +8,7 @@
 
 #include "bus/urb_queue.h"
 #include "bus/usb_layout.h"
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 
 namespace vornsim {
 

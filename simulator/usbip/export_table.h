@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 #include "usbip_messages.h"
 
 namespace vornsim::usbip {

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "bus/usb_layout.h"
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 
 /// The bytes of the USB/IP protocol, version 1.1.1. Nothing in this file touches a socket or a device. All numbers on
 /// the wire are big-endian, except within the eight setup bytes.

@@ -5,7 +5,7 @@
 #include <list>
 #include <string>
 
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 #include "export_table.h"
 
 namespace vornsim::usbip {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "device/eight_bit.h"
+#include "device/parts/eight_bit.h"
 #include "simulated_session.h"
 
 namespace {

@@ -22,18 +22,15 @@ void reportMisuse(const std::string& text)
 namespace capturetest {
 namespace {
 
-using Factory = decltype(&vornsim::makeStandardCamera);
-
-const std::map<std::string_view, std::pair<CAMERA_TYPE, Factory>> FAMILIES = {
-    {"CLASSIC", {CLASSIC, vornsim::makeClassicCamera}},    {"STANDARD", {STANDARD, vornsim::makeStandardCamera}},
-    {"QUICKER", {QUICKER, vornsim::makeQuickerCamera}},    {"IIDC", {IIDC, vornsim::makeIidcCamera}},
-    {"ADVANCED", {ADVANCED, vornsim::makeAdvancedCamera}},
+const std::map<vornsim::Family, CAMERA_TYPE> FAMILIES = {
+    {vornsim::Family::CLASSIC, CLASSIC}, {vornsim::Family::STANDARD, STANDARD}, {vornsim::Family::QUICKER, QUICKER},
+    {vornsim::Family::IIDC, IIDC},       {vornsim::Family::ADVANCED, ADVANCED},
 };
 
 vornsim::CameraModel smallModel(const char* name)
 {
     vornsim::CameraModel model = vornsim::cameraModel(*vornsim::findModel(name));
-    if (model.info.family == std::string_view("IIDC"))
+    if (model.info.family == vornsim::Family::IIDC)
         return model;
     model.info.pixelCountX = model.describedX = Camera::WIDTH;
     model.info.pixelCountY = model.describedY = Camera::HEIGHT;
@@ -44,8 +41,7 @@ vornsim::CameraModel smallModel(const char* name)
 class WatchedCamera : public VornCameraImpl {
 public:
     explicit WatchedCamera(Camera& camera)
-        : VornCameraImpl(&camera.device, camera.model.info.name, FAMILIES.at(camera.model.info.family).first),
-          camera_(camera)
+        : VornCameraImpl(&camera.device, camera.model.info.name, FAMILIES.at(camera.model.info.family)), camera_(camera)
     {
     }
     ~WatchedCamera() override { camera_.gone = true; }
@@ -148,9 +144,8 @@ VirtualClock::Utc VirtualClock::utc()
 
 Camera::Camera(const char* name, uint32_t serialNumber)
     : model(smallModel(name)),
-      simulated(
-          FAMILIES.at(model.info.family)
-              .second(model, {.serialNumber = serialNumber, .scene = vornsim::SceneKind::RAMP}, time, simulatorLog)),
+      simulated(vornsim::makeCamera(model, {.serialNumber = serialNumber, .scene = vornsim::SceneKind::RAMP}, time,
+                                    simulatorLog)),
       usb(*simulated),
       device(model.info.productId, usb)
 {

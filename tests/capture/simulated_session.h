@@ -11,7 +11,7 @@
 #include <vornccd.h>
 
 #include "capture/session.h"
-#include "device/family_cameras.h"
+#include "device/families/family_cameras.h"
 #include "simulated.h"
 
 namespace capturetest {

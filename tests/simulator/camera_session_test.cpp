@@ -1,7 +1,5 @@
 // SPDX-License-Identifier: MIT
 // What a host brings about inside a camera, through the library and compared with the truth.
-#include "device/simulated_camera.h"
-
 #include "../support/simulated_camera.h"
 
 namespace {
@@ -13,7 +11,7 @@ struct Opened : vorntest::SimulatedCamera {
     explicit Opened(const char* name) : SimulatedCamera(name) { EXPECT_TRUE(camera.open()) << camera.getLastError(); }
     ~Opened() { expectNoComplaints(); }
 
-    vornsim::CameraTruth truth() const { return dynamic_cast<vornsim::SimulatedCamera&>(*simulated).truth(); }
+    vornsim::CameraTruth truth() const { return simulated->truth(); }
 };
 
 TEST(CameraSession, EveryModelOpensTwiceAsTheCatalogueDescribesIt)

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 
 namespace vornsim::test {
 

@@ -1,16 +1,17 @@
 // SPDX-License-Identifier: MIT
 // What cameras without the bridge that they hang on answer and complain about.
-#include "device/family_cameras.h"
+#include "device/families/family_cameras.h"
 
 #include <gmock/gmock.h>
 
 #include <algorithm>
 #include <memory>
 
-#include "device/advanced_camera.h"
-#include "device/classic_camera.h"
-#include "device/quicker_camera.h"
-#include "device/standard_camera.h"
+#include "device/bridge/parallel_bus.h"
+#include "device/families/advanced_camera.h"
+#include "device/families/classic_camera.h"
+#include "device/families/quicker_camera.h"
+#include "device/families/standard_camera.h"
 #include "device_fixture.h"
 
 namespace vornsim::test {
@@ -60,7 +61,7 @@ struct FamilyTest : ::testing::Test {
             EXPECT_EQ(std::count(complaints.begin(), complaints.end(), '\n'), row.lines) << complaints;
         }
     }
-    std::string takeWords(BridgePeripheral& camera) const
+    std::string takeWords(BusCamera& camera) const
     {
         const OfferedWords offered = camera.offeredWords(clock.nowUs());
         const Bytes bytes(offered.bytes.begin(), offered.bytes.end());
@@ -84,8 +85,13 @@ struct AdvancedCameraTest : FamilyTest {
     /// One SPI exchange; the answer comes behind the request.
     std::string send(const Bytes& request, size_t answerLength) override
     {
-        Bytes in(request.size() + answerLength, 0xFF);
-        (void)camera.spiExchange({2, 3, 1}, request + Bytes(answerLength), in);
+        Bytes in;
+        camera.spiSelect();
+        for (const uint8_t byte : request + Bytes(answerLength)) {
+            in.push_back(camera.spiOutput());
+            camera.spiInput(byte);
+        }
+        camera.spiDeselect();
         return toHex(Bytes(in.end() - static_cast<ptrdiff_t>(answerLength), in.end()));
     }
 
@@ -146,7 +152,10 @@ struct ClassicCameraTest : FamilyTest {
     /// One I2C write; an answer is fetched from the bus when it has had its time.
     std::string send(const Bytes& request, size_t answerLength) override
     {
-        EXPECT_TRUE(camera.i2cWrite(0x40, request));
+        EXPECT_TRUE(camera.i2cStart(0x40, false));
+        for (const uint8_t byte : request)
+            EXPECT_TRUE(camera.i2cWrite(byte));
+        camera.i2cStop();
         clock.pass(answerLength == 0 ? 0 : 80000);
         return answerLength == 0 ? "" : takeWords(camera);
     }
@@ -182,7 +191,7 @@ TEST_F(ClassicCameraTest, BusNeedsTheLateWaveform)
         const std::string opcodes = late ? "01 00 00 03" : "01 00 03 00";  // the other is the wave of other families
         const Bytes table = hex("01 E2 FF 20 00 00 FB E4 11 01 02 00 04 00 00 00 0E 01 3F 01 01 01 00 07 " + opcodes +
                                 " 00 00 01 00 FB F9 FB FB FB FB FB FB 00 00 80 00 00 00 80 3F 00 x104");
-        EXPECT_EQ(camera.understandsWaveform(table), late);
+        EXPECT_EQ(understands(camera.parallelBus(), table), late);
     }
 }
 
@@ -217,9 +226,12 @@ struct QuickerCameraTest : FamilyTest {
     /// Register writes, two bytes each, which nothing answers.
     std::string send(const Bytes& registers, size_t /*answerLength*/) override
     {
-        Bytes in(2);
-        for (size_t at = 0; at < registers.size(); at += 2)
-            (void)camera.spiExchange({1, 0, 1}, std::span(registers).subspan(at, 2), in);
+        for (size_t at = 0; at < registers.size(); at += 2) {
+            camera.spiSelect();
+            camera.spiInput(registers[at]);
+            camera.spiInput(registers[at + 1]);
+            camera.spiDeselect();
+        }
         return "";
     }
 
@@ -323,8 +335,8 @@ struct IidcCameraTest : FamilyTest {
         EXPECT_EQ(exchange("08 1C 00 00 00 C2; 08 3C 00 00 00 C2; 08 20 00 00 00 C2"), "");
     }
 
-    std::unique_ptr<SimulatedCamera> camera = makeIidcCamera(
-        cameraModel(*findModel("XRM")), {.serialNumber = 0x01020304, .scene = SceneKind::RAMP}, clock, log);
+    std::unique_ptr<SimulatedCamera> camera =
+        makeCamera(cameraModel(*findModel("XRM")), {.serialNumber = 0x01020304, .scene = SceneKind::RAMP}, clock, log);
 };
 
 TEST_F(IidcCameraTest, RegistersReadBack)

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "bus.h"
-#include "usb_device.h"
+#include "device/usb/usb_device.h"
 
 namespace vorntest {
 

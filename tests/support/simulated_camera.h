@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "camera_catalogue.h"
+#include "device/families/camera_catalogue.h"
 #include "lifecycle/camera_impl.h"
 #include "simulated.h"
 
@@ -30,7 +30,8 @@ struct SimulatedCamera {
     CAMERA_TYPE type() const
     {
         const std::string_view families[] = {"", "CLASSIC", "STANDARD", "QUICKER", "IIDC", "ADVANCED"};
-        return static_cast<CAMERA_TYPE>(std::find(families, std::end(families), model->family) - families);
+        return static_cast<CAMERA_TYPE>(
+            std::find(families, std::end(families), std::string_view(familyName(model->family))) - families);
     }
     /// @return whether nobody holds the camera's lock.
     bool lockFree() { return pthread_mutex_trylock(&camera.mutex) == 0 && pthread_mutex_unlock(&camera.mutex) == 0; }
@@ -44,7 +45,7 @@ struct SimulatedCamera {
     const vornsim::ModelInfo* model;
     BusClock clock;
     CollectedLog log;
-    std::unique_ptr<vornsim::UsbDevice> simulated;
+    std::unique_ptr<vornsim::SimulatedCamera> simulated;
     SimulatedUsb usb;
     libusb_device device;
     VornCameraImpl camera;

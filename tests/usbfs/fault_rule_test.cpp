@@ -9,7 +9,7 @@
 
 #include "../simulator/device_fixture.h"
 #include "bus/urb_queue.h"
-#include "device/faulty_device.h"
+#include "device/faults/faulty_device.h"
 
 namespace vornsim::test {
 namespace {

@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "../simulator/device_fixture.h"
-#include "device/usb_function.h"
+#include "device/usb/usb_function.h"
 #include "usbip/export_table.h"
 #include "usbip/usbip_connection.h"
 #include "usbip/usbip_server.h"

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "device/usb_device.h"
+#include "device/usb/usb_device.h"
 
 namespace vornsim {
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <variant>
 
-#include "device/faulty_device.h"
+#include "device/faults/faulty_device.h"
 #include "model_choice.h"
 #include "subcommand.h"
 

@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "camera_log.h"
-#include "device/camera_catalogue.h"
-#include "device/fault_rule.h"
-#include "device/usb_device.h"
+#include "device/families/camera_catalogue.h"
+#include "device/faults/fault_rule.h"
+#include "device/usb/usb_device.h"
 
 namespace vornsim {
 

@@ -7,7 +7,7 @@
 #include <functional>
 #include <vector>
 
-#include "device/fault_rule.h"
+#include "device/faults/fault_rule.h"
 #include "subcommand.h"
 
 using namespace vornsim;

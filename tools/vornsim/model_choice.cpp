@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "capture/text.h"
-#include "device/camera_catalogue.h"
+#include "device/families/camera_catalogue.h"
 
 namespace vornsim {
 namespace {
