@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <mutex>
 #include <sstream>
 
 #include "capture/trace_capture.h"
@@ -25,6 +26,8 @@ std::string sysfsId(unsigned int id)
 
 std::vector<CameraHandle> listCameras()
 {
+    static std::mutex listing;
+    const std::lock_guard guard(listing);
     std::array<VornCamera*, MAX_CAMERAS> found = {};
     const int count = VornCamera::list(found.data(), MAX_CAMERAS);
     return {found.begin(), found.begin() + std::max(count, 0)};

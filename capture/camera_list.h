@@ -9,7 +9,6 @@
 namespace vorncapture {
 
 /// Lists the attached cameras, closed. Each call leaves a little memory behind in the library, so call it seldom.
-/// Not thread-safe.
 std::vector<CameraHandle> listCameras();
 
 /// Finds the USB devices that may be the camera at @p listIndex of VornCamera::list(). Cameras of one model have one

@@ -170,31 +170,30 @@ Result<std::unique_ptr<Session>> Session::open(CameraHandle camera, const Sessio
 
 Status Session::openCamera()
 {
-    const auto openAndAsk = [](VornCamera& camera) -> std::optional<CameraInfo> {
-        camera.setParam(MAX_PACKET_SIZE, MAX_PACKET_BYTES);
-        if (!camera.open())
-            return std::nullopt;
-        return readInfo(camera);
-    };
-    const auto limit = options_.watchdog.open;
     // The library's texts do not tell why a camera does not open, nor how it encodes temperatures, but its trace does.
-    std::string said;
+    std::shared_ptr<SharedText> said;
     std::optional<std::optional<CameraInfo>> info;
     for (int tries = 0; tries < OPENING_TRIES && (tries == 0 || !*info); ++tries) {
-        TraceCapture trace;
-        info = worker_.run(openAndAsk, limit, options_.cancel);
-        said = trace.finish();
+        said = std::make_shared<SharedText>();
+        const auto openAndAsk = [said](VornCamera& camera) -> std::optional<CameraInfo> {
+            const TraceCapture trace(said);
+            camera.setParam(MAX_PACKET_SIZE, MAX_PACKET_BYTES);
+            if (!camera.open())
+                return std::nullopt;
+            return readInfo(camera);
+        };
+        info = worker_.run(openAndAsk, options_.watchdog.open, options_.cancel);
         if (options_.cancel != nullptr && options_.cancel->requested())
             return Error{ErrorKind::CANCELLED, "stopped while the camera was being opened", ""};
         if (!info) {  // a camera that is retried without end; another listing would disturb it
-            Error error = explainOpenFailure(said, -1);
+            Error error = explainOpenFailure(said->read(), -1);
             error.kind = ErrorKind::TIMEOUT;
             return error;
         }
     }
     if (!*info)
-        return explainOpenFailure(said, options_.listIndex);
-    (*info)->temperatureEncoding = temperatureEncoding(said);
+        return explainOpenFailure(said->read(), options_.listIndex);
+    (*info)->temperatureEncoding = temperatureEncoding(said->read());
     info_ = **info;
     return Done{};
 }
@@ -225,6 +224,8 @@ Result<Frame> Session::expose(const ExposureRequest& request, const CancelToken*
     const Status waited = waitLong(plan, integration, cancel, progress);
     if (!waited.ok())
         return waited.error();
+    if (plan.longExposure && progress)
+        progress(Phase::READING, plan.seconds, plan.seconds);
 
     Result<Frame> frame = readOut(plan, std::move(integration), cancel, progress);
     if (frame.ok())

@@ -21,7 +21,9 @@ enum class Phase {
     READING,   ///< the picture is being read out
 };
 
-/// Called in the caller's thread while an exposure runs: @p elapsed of @p total seconds of integration are over.
+/// Called in the caller's thread while an exposure runs: @p elapsed of @p total seconds of integration are over. The
+/// first call with READING of a long exposure comes before the camera is told to end it and waits for this function, so
+/// that the caller may keep the camera free of other work during the readout.
 using ProgressCallback = std::function<void(Phase phase, double elapsed, double total)>;
 
 /// How long to wait for a camera before it counts as mute; real time, whatever clock the session has.

@@ -112,16 +112,27 @@ TEST(TraceCapture, CatchesTheTraceAndShowsItToThoseWhoWantedIt)
     }
 }
 
-TEST(TraceCapture, GivesItsDescriptorsBack)
+TEST(TraceCapture, GivesEachThreadItsOwnTextAndDropsTheTraceOfOthers)
 {
-    const auto nextDescriptor = [] {
-        const int descriptor = dup(STDERR_FILENO);
-        (void)close(descriptor);
-        return descriptor;
-    };
-    const int before = nextDescriptor();
-    (void)TraceCapture().finish();
-    EXPECT_EQ(nextDescriptor(), before);
+    testing::internal::CaptureStderr();
+    std::string texts[2];
+    {
+        const TraceCapture mine;
+        for (std::string& text : texts) {
+            const char* line = &text == texts ? "    one\n" : "    two\n";
+            std::thread([&text, line] {
+                (void)std::fprintf(stderr, "-> of a thread that does not capture\n");
+                (void)std::fprintf(stderr, "a message\n");
+                TraceCapture capture;
+                (void)std::fprintf(stderr, "%s", line);
+                text = capture.finish();
+            }).join();
+        }
+        EXPECT_TRUE(VornDebug);
+    }
+    EXPECT_FALSE(VornDebug);
+    EXPECT_EQ(texts[0] + texts[1], "    one\n    two\n");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "a message\na message\n");
 }
 
 TEST(ExplainOpenFailure, KnowsTheCauseByTheUsbErrorInTheTrace)
