@@ -15,12 +15,17 @@ KERNEL_PACKAGES="qemu-system-x86 busybox-static cpio usbip libusbredirparser-dev
 # For tests/long.sh besides.
 LONG_PACKAGES="valgrind debhelper debootstrap libusbredirparser-dev lintian python3-clang-14"
 
-# install_missing PACKAGE...: installs with apt those that are not installed yet.
-install_missing() {
-    missing=""
+# not_installed PACKAGE...: prints those, each after a blank.
+not_installed() {
     for package in "$@"; do
-        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || missing="$missing $package"
+        dpkg-query -W -f '${Status}' "$package" 2>/dev/null | grep -q 'install ok installed' || printf ' %s' "$package"
     done
+}
+
+# install_missing PACKAGE...: installs with apt those that are not installed yet. Package lists that can be fetched in
+# part only do not matter as long as they name what is needed.
+install_missing() {
+    missing=$(not_installed "$@")
     if [ -z "$missing" ]; then
         echo "==> All packages needed are installed"
         return 0
@@ -35,12 +40,20 @@ install_missing() {
         fi
         as_root="sudo"
     fi
+    apt_install="$as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends"
     log=$(mktemp)
-    # shellcheck disable=SC2086  # the list is split on purpose
-    if ! { $as_root apt-get update && $as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y \
-        --no-install-recommends $missing; } >"$log" 2>&1; then
-        tail -n 20 "$log" >&2
-        echo "apt could not install the packages above; is this Debian 12 with a network connection?" >&2
+    $as_root apt-get update >"$log" 2>&1 || true
+    # shellcheck disable=SC2086  # the lists are split on purpose
+    $apt_install $missing >>"$log" 2>&1 || for package in $missing; do
+        # One that cannot be had must not keep the others out.
+        $apt_install "$package" >>"$log" 2>&1 || true
+    done
+    # shellcheck disable=SC2086
+    missing=$(not_installed $missing)
+    if [ -n "$missing" ]; then
+        grep -E '^(E|W|Err|Err:.*):' "$log" | sort -u | head -n 20 >&2
+        echo "apt could not install:$missing" >&2
+        echo "The lines above say why. Is this Debian 12 with a network connection? Repair it, and start again." >&2
         rm -f "$log"
         return 1
     fi
