@@ -1,0 +1,2 @@
+// SPDX-License-Identifier: MIT
+// Nothing: vornccd_test_headers is here for its precompiled headers.
