@@ -1,7 +1,7 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # The tests that take long, with one table at the end of what each found. Their output goes to build/long/.
-# usage: tests/long.sh [NAME...]    with names only those: sweep soak valgrind unplug packages fuzz mutation
+# usage: tests/long.sh [NAME...]    with names only those: sweep soak threads valgrind unplug packages fuzz mutation
 # shellcheck disable=SC2317  # functions are called by their names
 set -eu
 cd "$(dirname "$0")/.."
@@ -9,7 +9,7 @@ cd "$(dirname "$0")/.."
 
 # shellcheck disable=SC2086  # the lists are split on purpose
 install_missing $BUILD_PACKAGES $TEST_PACKAGES $LONG_PACKAGES
-cmake --preset release -DVORNCCD_BUILD_TESTS=ON >/dev/null
+cmake --preset release -DVORNCCD_BUILD_TESTS=ON -DVORNCCD_TEST_ROOMS="kernel;reliability;usbfs" >/dev/null
 cmake --build --preset release --target all
 bin=$PWD/build/release/bin
 logs=build/long
@@ -21,6 +21,12 @@ run_sweep() {
 }
 run_soak() {
     "$bin/soak"
+}
+# With the other compiler's sanitizer; test.sh has that of g++, whose reports name files and lines.
+run_threads() {
+    cmake --preset tsan-clang -DVORNCCD_BUILD_TESTS=ON >/dev/null
+    cmake --build --preset tsan-clang --target room_threads
+    ctest --preset tsan-clang | tail -n 4 | grep '^100% tests passed'
 }
 run_valgrind() {
     valgrind --quiet --leak-check=full --errors-for-leak-kinds=definite --error-exitcode=1 --trace-children=yes \
@@ -40,7 +46,7 @@ run_mutation() {
     scripts/mutation/run.py
 }
 
-[ $# -gt 0 ] || set -- sweep soak valgrind unplug packages fuzz mutation
+[ $# -gt 0 ] || set -- sweep soak threads valgrind unplug packages fuzz mutation
 table=""
 failed=0
 for name in "$@"; do
