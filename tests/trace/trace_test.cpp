@@ -310,7 +310,22 @@ TEST(TraceLines, OfAnExposure)
               .command("02 00 01 00")
               .command("06 00 00 00 01 00 01 00 00 00 00 00 02 00 01 00 43 00")
               .parIn(4, "01 02 03 04")
-              .out(0x04, "0C ?? 00 00 E8 03 ...")}});
+              .out(0x04, "0C ?? 00 00 E8 03 ...")},
+         {"short, and the camera is gone",
+          DO(camera.handle = nullptr; camera.pixelCountX = camera.maxBinX = camera.maxBinY = 1; uint16_t image = 0;
+             camera.readCCD(0, 0, 1, 1, 1, 1, 0.5); camera.imageReady = true; camera.getImage(&image, 1)),
+          "-> VornCameraImpl::readCCD(0, 0, 1, 1, 1, 1, 0.500000)\n    lock()\n"
+          " -> VornCameraImpl::setParTimeout(30000)\n <- VornCameraImpl::setParTimeout 0\n"
+          "    set timeout 30000 failed\n"
+          " -> VornCameraImpl::spiWrite(8, 0x00)\n <- VornCameraImpl::spiWrite 0\n"
+          " -> VornCameraImpl::spiWrite(8, 0x00)\n <- VornCameraImpl::spiWrite 0\n    expCode 1464\n"
+          " -> VornCameraImpl::spiWrite(2, 0x7a0)\n <- VornCameraImpl::spiWrite 0\n    unlock()\n"
+          "<- VornCameraImpl::readCCD 0\n"
+          "-> VornCameraImpl::getImage(..., 1)\n -> VornCameraImpl::getIOState(4)\n"
+          " <- VornCameraImpl::getIOState 0 0\n    failed to read dummy word\n"
+          " -> VornCameraImpl::setParTimeout(1000)\n <- VornCameraImpl::setParTimeout 0\n"
+          "    set timeout 1000 failed\n    unlock()\n<- VornCameraImpl::getImage 0 [0x00]\n",
+          Steps().pause(499712), QUICKER}});
 }
 
 }  // namespace
