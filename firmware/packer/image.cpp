@@ -24,12 +24,13 @@ bool isVectorGap(size_t address)
            });
 }
 
-std::string Image::define(size_t address, uint8_t value)
+std::string Image::define(uint64_t where, uint8_t value)
 {
-    if (address >= IMAGE_LENGTH)
+    if (where >= IMAGE_LENGTH)
         return format(
-            "a byte at 0x%04zX lies beyond 0x1A97, the last address in the table; the program must be smaller",
-            address);
+            "a byte at 0x%04llX lies beyond 0x1A97, the last address in the table; the program must be smaller",
+            static_cast<unsigned long long>(where));
+    const auto address = static_cast<size_t>(where);
     if (isVectorGap(address))
         return format(
             "a byte at 0x%04zX lies between two interrupt vectors, where the table has no room; start the "

@@ -67,7 +67,7 @@ class Image {
 public:
     /// Defines one byte. @return an empty string, or why it cannot be: beyond the table's last address, between two
     /// vectors, or defined before as something else.
-    std::string define(size_t address, uint8_t value);
+    std::string define(uint64_t where, uint8_t value);
 
     bool defines(size_t address) const { return address < IMAGE_LENGTH && defined_[address]; }
     uint8_t at(size_t address) const { return address < IMAGE_LENGTH ? bytes_[address] : uint8_t{0}; }

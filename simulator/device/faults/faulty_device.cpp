@@ -17,6 +17,12 @@ int64_t microseconds(double seconds)
     return static_cast<int64_t>(seconds * 1e6);
 }
 
+/// @return @p length without the last @p missing bytes.
+size_t shortened(size_t length, uint64_t missing)
+{
+    return missing < length ? length - static_cast<size_t>(missing) : 0;
+}
+
 /// What went wrong, for the log.
 std::string describe(const FaultRule& rule)
 {
@@ -109,7 +115,7 @@ ControlResult FaultyDevice::control(const SetupPacket& setup, std::span<uint8_t>
         if (garbage && address != 0)
             garble(data.first(std::min(answer.length, data.size())));
         if (transfer.fault && transfer.fault->kind == FaultKind::SHORT)
-            result->length -= std::min<size_t>(result->length, transfer.fault->missing);
+            result->length = shortened(result->length, transfer.fault->missing);
     }
     finish(address, *result);
     return {result->status, result->length, result->complete, result->retryAtUs};
@@ -133,7 +139,7 @@ BulkResult FaultyDevice::bulkOut(uint8_t endpoint, std::span<const uint8_t> data
     if (const auto result = answerItself(endpoint, transfer))
         return finish(endpoint, *result);
     if (transfer.fault && transfer.fault->kind == FaultKind::SHORT) {
-        const auto part = data.first(data.size() - std::min<size_t>(data.size(), transfer.fault->missing));
+        const auto part = data.first(shortened(data.size(), transfer.fault->missing));
         BulkResult result = part.empty() ? BulkResult{} : device_->bulkOut(endpoint, part);
         result.complete = result.complete || result.length == part.size();
         return finish(endpoint, result);
@@ -160,7 +166,7 @@ BulkResult FaultyDevice::bulkIn(uint8_t endpoint, std::span<uint8_t> buffer)
         const size_t length = transfer.held + result.length;
         const bool over = result.complete || result.length >= rest.size();
         transfer.held = over ? 0 : length;
-        result.length = over ? length - std::min<size_t>(length, transfer.fault->missing) : 0;
+        result.length = over ? shortened(length, transfer.fault->missing) : 0;
         result.complete = over;
     }
     result.complete = result.complete || (result.length >= rest.size() && !rest.empty());
