@@ -15,14 +15,15 @@ struct WheelStatus {
     bool moving = false;
 };
 
-/// Reads the filter wheel. Errors: BAD_REQUEST (there is none) and those of Session::operate().
+/// Reads the filter wheel. Errors: UNSUPPORTED and those of Session::operate().
 Result<WheelStatus> readWheel(Session& session);
 
 /// Turns the filter wheel to @p position and waits until it stands there.
-/// Errors: BAD_REQUEST (no wheel, no such position), FAILED (it is blocked), CANCELLED and those of Session::operate().
+/// Errors: UNSUPPORTED, BAD_REQUEST (no such position), FAILED (it is blocked), CANCELLED and those of
+/// Session::operate().
 Status turnWheel(Session& session, unsigned int position, const CancelToken* cancel = nullptr);
 
-/// Opens or shuts the shutter. Errors: BAD_REQUEST (there is none) and those of Session::operate().
+/// Opens or shuts the shutter. Errors: UNSUPPORTED and those of Session::operate().
 Status moveShutter(Session& session, bool open);
 
 /// The guide relays, one a direction; which way the stars move is a matter of the mount.
@@ -33,11 +34,11 @@ constexpr double LONGEST_PULSE_SECONDS = 60.0;
 
 /// Closes a guide relay for @p seconds (above 0, at most LONGEST_PULSE_SECONDS) and opens it again, whatever happens in
 /// between: an error and a cancellation too leave all relays open.
-/// Errors: BAD_REQUEST (no guide port, no such pulse), CANCELLED and those of Session::operate().
+/// Errors: UNSUPPORTED, BAD_REQUEST (no such pulse), CANCELLED and those of Session::operate().
 Status guidePulse(Session& session, GuideRelay relay, double seconds, const CancelToken* cancel = nullptr);
 
 /// Sets which lines are outputs, drives them, reads them; a bit a line.
-/// Errors: BAD_REQUEST (no lines, a bit beyond the last) and those of Session::operate().
+/// Errors: UNSUPPORTED, BAD_REQUEST (a bit beyond the last) and those of Session::operate().
 Status setLineDirections(Session& session, uint16_t outputs);
 Status driveLines(Session& session, uint16_t levels);
 Result<uint16_t> readLines(Session& session);
@@ -48,7 +49,7 @@ struct GainSetting {
     int offset = 0;
 };
 
-/// Errors: BAD_REQUEST (no such setting in this family, out of range) and those of Session::operate().
+/// Errors: UNSUPPORTED, BAD_REQUEST (out of range) and those of Session::operate().
 Result<GainSetting> readGain(Session& session);
 Status setGain(Session& session, const GainSetting& setting);
 

@@ -40,7 +40,7 @@ Status checkCooler(const Session& session, const Telemetry& telemetry)
         return session.lacks("cooler");
     if (cooler == COOLER_ALWAYSON)
         return Error{
-            ErrorKind::BAD_REQUEST,
+            ErrorKind::UNSUPPORTED,
             "the cooler of " + session.info().name + " runs whenever the camera is powered; it takes no target", ""};
     if (!telemetry.ccdCelsius())
         return Error{ErrorKind::FAILED, "the camera does not tell its sensor's temperature",
@@ -153,12 +153,11 @@ Status coolDown(Session& session, const CoolingRequest& request, const CancelTok
             return *obstacle;
         if (elapsed > ramp.duration() + request.limitSeconds) {
             const auto reached = telemetry.ccdCelsius();
-            return Error{
-                ErrorKind::NOT_REACHED,
-                "the sensor has not settled at " + degrees(target) + " in " +
-                    std::to_string(std::lround(request.limitSeconds)) + " s" +
-                    (reached ? "; it is at " + degrees(*reached) : std::string()),
-                "The cooler goes on towards the target. Wait longer with --timeout, or choose a higher target."};
+            return Error{ErrorKind::NOT_REACHED,
+                         "the sensor has not settled at " + degrees(target) + " in " +
+                             std::to_string(std::lround(request.limitSeconds)) + " s" +
+                             (reached ? "; it is at " + degrees(*reached) : std::string()),
+                         "The cooler goes on towards the target. Wait longer, or choose a higher target."};
         }
         if (!sleepUntil(clock, clock.steadySeconds() + POLL_SECONDS, cancel))
             return Error{ErrorKind::CANCELLED, "stopped waiting; the cooler goes on towards " + degrees(*commanded),

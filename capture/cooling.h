@@ -89,13 +89,13 @@ constexpr double LOWEST_TARGET_CELSIUS = -60.0;
 constexpr double HIGHEST_TARGET_CELSIUS = 40.0;
 
 /// Cools the sensor to a target. When it is cancelled the cooler goes on towards the set-point it has.
-/// Errors: BAD_REQUEST (no cooler with a target, no such target), NOT_REACHED (the target cannot be reached, or was not
+/// Errors: UNSUPPORTED, BAD_REQUEST (no such target), NOT_REACHED (the target cannot be reached, or was not
 /// in time), CANCELLED and those of Session::operate().
 Status coolDown(Session& session, const CoolingRequest& request, const CancelToken* cancel = nullptr,
                 const CoolingProgress& progress = {});
 
 /// Starts the camera's own controlled warm-up and, with @p wait, waits until the cooler is off.
-/// Errors: BAD_REQUEST (no cooler), NOT_REACHED (not in time), CANCELLED (the warm-up goes on) and those of
+/// Errors: UNSUPPORTED, NOT_REACHED (not in time), CANCELLED (the warm-up goes on) and those of
 /// Session::operate().
 Status warmUp(Session& session, bool wait, double limitSeconds = 3600.0, const CancelToken* cancel = nullptr,
               const CoolingProgress& progress = {});

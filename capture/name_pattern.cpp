@@ -78,6 +78,21 @@ const char* frameKindName(FrameKind kind)
     return "unknown";
 }
 
+const char* imageType(FrameKind kind)
+{
+    switch (kind) {
+        case FrameKind::LIGHT:
+            return "Light Frame";
+        case FrameKind::DARK:
+            return "Dark Frame";
+        case FrameKind::BIAS:
+            return "Bias Frame";
+        case FrameKind::FLAT:
+            return "Flat Frame";
+    }
+    return "";
+}
+
 Result<std::string> fillPattern(const std::string& pattern, const NameParts& parts)
 {
     std::string filled;

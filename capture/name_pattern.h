@@ -15,6 +15,9 @@ enum class FrameKind { LIGHT, DARK, BIAS, FLAT };
 /// @return "light" and so on, as people and file names have it.
 const char* frameKindName(FrameKind kind);
 
+/// @return "Light Frame" and so on, as FITS headers have it.
+const char* imageType(FrameKind kind);
+
 /// What the places of a file name pattern stand for.
 struct NameParts {
     unsigned int number = 1;  ///< of the picture in its sequence

@@ -11,6 +11,7 @@ namespace vorncapture {
 enum class ErrorKind {
     FAILED,          ///< the operation failed; trying again may help
     BAD_REQUEST,     ///< the request makes no sense for this camera; nothing was done
+    UNSUPPORTED,     ///< the camera does not have what is needed; nothing was done
     NO_SUCH_CAMERA,  ///< no camera fits the selection
     PERMISSION,      ///< the system does not let this user use the camera
     BUSY,            ///< another program uses the camera

@@ -371,7 +371,7 @@ Error Session::cancelled()
 
 Error Session::lacks(const std::string& what) const
 {
-    return {ErrorKind::BAD_REQUEST, info_.name + " has no " + what, ""};
+    return {ErrorKind::UNSUPPORTED, info_.name + " has no " + what, ""};
 }
 
 Error Session::mute() const

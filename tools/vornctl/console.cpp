@@ -39,6 +39,7 @@ int exitStatusOf(ErrorKind kind)
         case ErrorKind::FILE_ERROR:
             return EXIT_FAILED;
         case ErrorKind::BAD_REQUEST:
+        case ErrorKind::UNSUPPORTED:
             return EXIT_USAGE;
         case ErrorKind::NO_SUCH_CAMERA:
             return EXIT_NO_CAMERA;

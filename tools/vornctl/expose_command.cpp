@@ -160,21 +160,6 @@ bool waitForNext(Opened& camera, double due)
     return vorncapture::sleepUntil(camera.session.clock(), due, &camera.cancel, tell);
 }
 
-const char* imageType(FrameKind kind)
-{
-    switch (kind) {
-        case FrameKind::LIGHT:
-            return "Light Frame";
-        case FrameKind::DARK:
-            return "Dark Frame";
-        case FrameKind::BIAS:
-            return "Bias Frame";
-        case FrameKind::FLAT:
-            return "Flat Frame";
-    }
-    return "";
-}
-
 /// The filter in the light; nothing of it on a camera without a wheel.
 struct WheelFilter {
     std::optional<unsigned int> position;
@@ -205,7 +190,7 @@ Status takeOne(Opened& camera, const Options& options, unsigned int number, cons
     if (!taken.ok())
         return taken.error();
     Frame& frame = taken.value();
-    frame.imageType = imageType(options.kind);
+    frame.imageType = vorncapture::imageType(options.kind);
     frame.filter = filter.position;
     frame.filterName = filter.name;
     frame.observation = options.observation;
