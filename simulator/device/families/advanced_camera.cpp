@@ -2,44 +2,14 @@
 #include "advanced_camera.h"
 
 #include <algorithm>
-#include <string_view>
+#include <array>
+#include <string>
 #include <utility>
 
 #include "device/usb/bytes.h"
 
 namespace vornsim {
 namespace {
-
-enum CommandCode : uint8_t {
-    DESCRIBE = 1,
-    PREPARE_SENSOR = 2,
-    PREPARE_EXPOSURE = 4,
-    START_EXPOSURE = 5,
-    READ_OUT = 6,
-    RELAY_1 = 20,
-    RELAY_2 = 21,
-    RELAY_3 = 22,
-    RELAY_4 = 23,
-    RELAYS_OPEN = 24,
-    START_APPLICATION = 44,
-    COOLER_DETAILS = 52,
-    COOLING_STATUS = 53,
-    SENSOR_COUNT = 54,
-    TEMPERATURE = 55,
-    SET_COOLING = 56,
-    WARM_UP = 57,
-    SERIAL_NUMBER = 62,
-    PING = 80,
-    GPIO_STATUS = 130,
-    GPIO_DIRECTION = 131,
-    GPIO_LEVELS = 132,
-    FILTER_STATUS = 135,
-    SET_FILTER = 136,
-    SET_GAIN = 140,
-    GET_GAIN = 141,
-    CLEAR_TIME = 145,
-    KERNEL_PING = 253,
-};
 
 constexpr size_t HEAD_LENGTH = 4;
 constexpr std::array<uint8_t, 3> FRAME_START = {'C', 'M', 'D'};
@@ -50,7 +20,11 @@ constexpr uint8_t RESET_LINE = 0x01;
 constexpr uint8_t STATUS_STARTING = 'B';
 constexpr uint8_t STATUS_UP = 'I';
 
-// Description flags.
+// Commands that are heard while the sensor is cleared, or that may fail silently then.
+constexpr uint8_t PING = 80;
+constexpr uint8_t KERNEL_PING = 253;
+
+// Description flags
 constexpr unsigned FLAG_PREVIEW = 0x0008;
 constexpr unsigned FLAG_SUBSAMPLE = 0x0010;
 constexpr unsigned FLAG_SHUTTER = 0x0080;
@@ -58,81 +32,69 @@ constexpr unsigned FLAG_NO_GUIDE_PORT = 0x0100;
 constexpr unsigned FLAG_GPIO = 0x0200;
 constexpr unsigned FLAG_EIGHT_BIT = 0x0800;
 constexpr unsigned FLAG_FILTER_WHEEL = 0x1000;
-constexpr std::string_view MANUFACTURER = "Vorn";
 
+// Readout
+constexpr uint8_t READ_PREVIEW = 0x01;
+constexpr uint8_t READ_MICROSECONDS = 0x04;
+constexpr uint8_t READ_EIGHT_BIT = 0x20;
+constexpr uint8_t MODE_LONG = 0x43;
+constexpr uint8_t MODE_TIMED = 0x03;
+constexpr unsigned LONGEST_TIMED_MS = 3000;
+constexpr size_t LEADING_VALUES = 2;
+
+constexpr unsigned GPIO_LINES = 8;
+constexpr double OFFSET_ADU = 2.0;  // a step of the converter's offset
 constexpr int64_t STARTING_US = 150000;
+constexpr int64_t CLEARING_US = 60000;
 // Firmware before 2 has no command for its clear time; hosts know it.
 constexpr int64_t OLD_CLEAR_TIME_US = 300000;
 constexpr int64_t NEW_CLEAR_TIME_US = 120000;
 
-void appendWide(std::vector<uint8_t>& bytes, std::string_view text)
-{
-    for (const char character : text)
-        appendBe16(bytes, static_cast<uint8_t>(character));
-    appendBe16(bytes, 0);
-}
-
 }  // namespace
-
-struct AdvancedCamera::Command {
-    uint8_t code;
-    uint8_t payloadLength;
-    uint8_t replyLength;
-    bool early;  // served before the application was started
-
-    static const Command* find(uint8_t code);
-};
-
-const AdvancedCamera::Command* AdvancedCamera::Command::find(uint8_t code)
-{
-    static constexpr Command COMMANDS[] = {
-        {DESCRIBE, 0, 128, true},
-        {PREPARE_SENSOR, 2, 0, false},
-        {PREPARE_EXPOSURE, 0, 0, false},
-        {START_EXPOSURE, 0, 0, false},
-        {READ_OUT, 16, 0, false},
-        {RELAY_1, 0, 0, false},
-        {RELAY_2, 0, 0, false},
-        {RELAY_3, 0, 0, false},
-        {RELAY_4, 0, 0, false},
-        {RELAYS_OPEN, 0, 0, false},
-        {START_APPLICATION, 0, 0, true},
-        {COOLER_DETAILS, 0, 6, false},
-        {COOLING_STATUS, 0, 8, false},
-        {SENSOR_COUNT, 0, 2, false},
-        {TEMPERATURE, 2, 6, false},
-        {SET_COOLING, 2, 2, false},
-        {WARM_UP, 0, 0, false},
-        {SERIAL_NUMBER, 0, 6, false},
-        {PING, 2, 2, true},
-        {GPIO_STATUS, 0, 4, false},
-        {GPIO_DIRECTION, 2, 0, false},
-        {GPIO_LEVELS, 2, 0, false},
-        {FILTER_STATUS, 0, 8, false},
-        {SET_FILTER, 2, 2, false},
-        {SET_GAIN, 18, 0, false},
-        {GET_GAIN, 0, 16, false},
-        {CLEAR_TIME, 0, 2, true},
-        {KERNEL_PING, 2, 2, true},
-    };
-    const auto* found = std::find_if(std::begin(COMMANDS), std::end(COMMANDS),
-                                     [code](const Command& each) { return each.code == code; });
-    return found == std::end(COMMANDS) ? nullptr : found;
-}
 
 AdvancedCamera::AdvancedCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock,
                                DeviceLog& log)
-    : BridgedCamera(model, options, clock, log), options_(options)
+    : CommandCamera(Numbers::HIGH_FIRST, model, options, clock, log)
 {
 }
 
-CameraTruth AdvancedCamera::truth() const
+std::span<const Command> AdvancedCamera::commands() const
 {
-    CameraTruth truth = BridgedCamera::truth();
-    truth.lastImage = image_;
-    truth.integrating = integratingSinceUs_.has_value();
-    return truth;
+    // code, payload length, answer length
+    static constexpr Command COMMANDS[] = {
+        {1, 0, 128, Command::EARLY, &AdvancedCamera::describe},
+        {2, 2, 0, Command::LATE, &AdvancedCamera::prepareSensor},
+        {4, 0, 0, Command::LATE, &AdvancedCamera::prepareExposure},
+        {5, 0, 0, Command::LATE, &AdvancedCamera::startExposure},
+        {6, 16, 0, Command::LATE, &AdvancedCamera::readOut},
+        {20, 0, 0, Command::LATE, &AdvancedCamera::closeRelay},
+        {21, 0, 0, Command::LATE, &AdvancedCamera::closeRelay},
+        {22, 0, 0, Command::LATE, &AdvancedCamera::closeRelay},
+        {23, 0, 0, Command::LATE, &AdvancedCamera::closeRelay},
+        {24, 0, 0, Command::LATE, &AdvancedCamera::openRelays},
+        {START_APPLICATION, 0, 0, Command::EARLY, &AdvancedCamera::startApplication},
+        {52, 0, 6, Command::LATE, &AdvancedCamera::describeOwnCooler},
+        {53, 0, 8, Command::LATE, &AdvancedCamera::reportCooling},
+        {54, 0, 2, Command::LATE, &AdvancedCamera::countSensors},
+        {55, 2, 6, Command::LATE, &AdvancedCamera::measureTemperature},
+        {56, 2, 2, Command::LATE, &AdvancedCamera::setCooling},
+        {57, 0, 0, Command::LATE, &AdvancedCamera::warmUp},
+        {62, 0, 6, Command::LATE, &AdvancedCamera::reportSerialNumber},
+        {PING, 2, 2, Command::EARLY, &AdvancedCamera::ping},
+        {130, 0, 4, Command::LATE, &AdvancedCamera::reportGpio},
+        {131, 2, 0, Command::LATE, &AdvancedCamera::setGpioDirection},
+        {132, 2, 0, Command::LATE, &AdvancedCamera::setGpioLevels},
+        {135, 0, 8, Command::LATE, &AdvancedCamera::reportFilter},
+        {136, 2, 2, Command::LATE, &AdvancedCamera::setFilter},
+        {140, 18, 0, Command::LATE, &AdvancedCamera::setGain},
+        {141, 0, 16, Command::LATE, &AdvancedCamera::reportGain},
+        {145, 0, 2, Command::EARLY, &AdvancedCamera::reportClearTime},
+        {KERNEL_PING, 2, 2, Command::EARLY, &AdvancedCamera::pingKernel},
+    };
+    return COMMANDS;
 }
+
+// ---- Exchanges over SPI ----
 
 void AdvancedCamera::spiSelect()
 {
@@ -151,11 +113,8 @@ uint8_t AdvancedCamera::spiOutput()
         return 0xFF;
     if (received_.empty())
         return applicationStatus();
-    if (command_ == nullptr)
-        return 0xFF;
-    const size_t before = HEAD_LENGTH + command_->payloadLength;
-    return received_.size() < before || received_.size() - before >= reply_.size() ? uint8_t{0xFF}
-                                                                                   : reply_[received_.size() - before];
+    const size_t before = HEAD_LENGTH + (command_ != nullptr ? command_->payloadLength : 0U);
+    return received_.size() - before < reply_.size() ? reply_[received_.size() - before] : uint8_t{0xFF};
 }
 
 void AdvancedCamera::spiInput(uint8_t byte)
@@ -163,10 +122,13 @@ void AdvancedCamera::spiInput(uint8_t byte)
     received_.push_back(byte);
     if (inReset_)
         return;
-    if (received_.size() == HEAD_LENGTH && std::equal(FRAME_START.begin(), FRAME_START.end(), received_.begin()))
-        command_ = Command::find(byte);
-    if (command_ != nullptr && received_.size() == HEAD_LENGTH + command_->payloadLength)
-        serve(*command_);
+    if (received_.size() == HEAD_LENGTH && framed())
+        command_ = findCommand(byte);
+    if (command_ == nullptr || received_.size() != HEAD_LENGTH + command_->payloadLength)
+        return;
+    reply_.assign(command_->replyLength, 0xFF);
+    if (mayServe(*command_))
+        reply_ = serve(*command_, std::span(received_).subspan(HEAD_LENGTH)).answer;
 }
 
 void AdvancedCamera::spiDeselect()
@@ -177,7 +139,7 @@ void AdvancedCamera::spiDeselect()
     if (length == 1) {
         if (!readyAtUs_)
             complain("status asked before the application was started");
-    } else if (length < HEAD_LENGTH || !std::equal(FRAME_START.begin(), FRAME_START.end(), received_.begin())) {
+    } else if (!framed()) {
         complain("SPI exchange of " + std::to_string(length) + " bytes that is no command");
     } else if (command_ == nullptr) {
         complain(commandName(received_[FRAME_START.size()]) + " is unknown");
@@ -187,11 +149,10 @@ void AdvancedCamera::spiDeselect()
     }
 }
 
-void AdvancedCamera::serve(const Command& command)
+/// @return whether what was received begins as a command does.
+bool AdvancedCamera::framed() const
 {
-    reply_.assign(command.replyLength, 0xFF);
-    if (mayServe(command))
-        execute(command.code, std::span(received_).subspan(HEAD_LENGTH), reply_);
+    return received_.size() >= HEAD_LENGTH && std::equal(FRAME_START.begin(), FRAME_START.end(), received_.begin());
 }
 
 bool AdvancedCamera::mayServe(const Command& command)
@@ -200,112 +161,11 @@ bool AdvancedCamera::mayServe(const Command& command)
         complain(commandName(command.code) + " before the application is up");
         return false;
     }
-    if (clock_.nowUs() < busyUntilUs_ && command.code != KERNEL_PING) {
-        if (command.code != PING)  // pinging is how a host finds out
-            complain(commandName(command.code) + " while the sensor is being cleared");
-        return false;
-    }
-    return true;
-}
-
-void AdvancedCamera::execute(uint8_t code, std::span<const uint8_t> payload, std::span<uint8_t> reply)
-{
-    const int64_t now = clock_.nowUs();
-    std::fill(reply.begin(), reply.end(), uint8_t{0});
-    switch (code) {
-        case KERNEL_PING:
-            std::copy(payload.begin(), payload.end(), reply.begin());
-            break;
-        case PING:
-            reply[0] = payload[0];
-            reply[1] = static_cast<uint8_t>(payload[1] + 1);
-            break;
-        case DESCRIBE: {
-            const std::vector<uint8_t> bytes = description();
-            std::copy_n(bytes.begin(), std::min(bytes.size(), reply.size()), reply.begin());
-            break;
-        }
-        case CLEAR_TIME:
-            if (model_.versionMajor < 2)
-                complain(commandName(code) + " is unknown to firmware 1");
-            writeBe16(reply, 0, static_cast<unsigned>(clearTimeUs() / 1000));
-            break;
-        case START_APPLICATION:
-            startApplication();
-            break;
-        case SERIAL_NUMBER:
-            writeBe16(reply, 4, serialNumber(model_, options_) & 0xFFFF);
-            break;
-        case SENSOR_COUNT:
-            writeBe16(reply, 0, model_.sensorCount);
-            break;
-        case TEMPERATURE:
-            replyTemperature(readBe16(payload, 0), reply);
-            break;
-        case COOLER_DETAILS:
-            replyCoolerDetails(reply);
-            break;
-        case COOLING_STATUS:
-            replyCoolingStatus(reply);
-            break;
-        case SET_COOLING:
-            writeBe16(reply, 0, cool(readBe16(payload, 0)) ? 1 : 0);
-            break;
-        case WARM_UP:
-            warmUp();
-            break;
-        case RELAY_1:
-        case RELAY_2:
-        case RELAY_3:
-        case RELAY_4:
-            closeRelay(code - RELAY_1);
-            break;
-        case RELAYS_OPEN:
-            mount_.setRelays(0, now);
-            break;
-        case GPIO_STATUS:
-            replyGpio(reply);
-            break;
-        case GPIO_DIRECTION:
-            gpioDirection_ = readBe16(payload, 0);
-            break;
-        case GPIO_LEVELS:
-            gpioLatch_ = readBe16(payload, 0);
-            break;
-        case FILTER_STATUS:
-            replyFilterStatus(reply);
-            break;
-        case SET_FILTER:
-            reply[1] = wheel_.moveTo(readBe16(payload, 0), now) ? 1 : 0;
-            break;
-        case GET_GAIN: {
-            const AdvancedConverter::Record record = converter_.read();
-            std::copy(record.begin(), record.end(), reply.begin());
-            break;
-        }
-        case SET_GAIN:
-            if (const std::string fault = converter_.update(payload); !fault.empty())
-                complain(fault);
-            break;
-        case PREPARE_SENSOR:
-            if (readBe16(payload, 0) != 0)
-                complain("sensor prepared in mode " + std::to_string(readBe16(payload, 0)));
-            integratingSinceUs_.reset();
-            cleared_ = false;
-            prepared_ = true;
-            break;
-        case PREPARE_EXPOSURE:
-            prepareExposure();
-            break;
-        case START_EXPOSURE:
-            startExposure();
-            break;
-        case READ_OUT:
-            readOut(payload);
-            break;
-        default:
-            break;
-    }
+    if (clock_.nowUs() >= busyUntilUs_ || command.code == KERNEL_PING)
+        return true;
+    if (command.code != PING)  // pinging is how a host finds out
+        complain(commandName(command.code) + " while the sensor is being cleared");
+    return false;
 }
 
 uint8_t AdvancedCamera::applicationStatus() const
@@ -313,7 +173,28 @@ uint8_t AdvancedCamera::applicationStatus() const
     return readyAtUs_ && clock_.nowUs() >= *readyAtUs_ ? STATUS_UP : STATUS_STARTING;
 }
 
-void AdvancedCamera::startApplication()
+// ---- Description and start ----
+
+void AdvancedCamera::describe(CommandCall& call)
+{
+    putDescription(call,
+                   FLAG_PREVIEW | FLAG_SUBSAMPLE | (model_.shutter ? FLAG_SHUTTER : 0) |
+                       (model_.guidePort ? 0 : FLAG_NO_GUIDE_PORT) | (model_.gpio ? FLAG_GPIO : 0) |
+                       (model_.eightBit ? FLAG_EIGHT_BIT : 0) | (model_.filterCount > 0 ? FLAG_FILTER_WHEEL : 0),
+                   model_.describedX, model_.describedY);
+}
+
+void AdvancedCamera::ping(CommandCall& call)
+{
+    call.answer = {call.payload[0], static_cast<uint8_t>(call.payload[1] + 1)};
+}
+
+void AdvancedCamera::pingKernel(CommandCall& call)
+{
+    call.answer = {call.payload[0], call.payload[1]};
+}
+
+void AdvancedCamera::startApplication(CommandCall& /*call*/)
 {
     const int64_t now = clock_.nowUs();
     readyAtUs_ = now + STARTING_US;
@@ -324,34 +205,173 @@ void AdvancedCamera::startApplication()
     integratingSinceUs_.reset();
 }
 
-/// | Offset | Size | Description, big-endian                                             |
-/// |--------|------|---------------------------------------------------------------------|
-/// | 0      | 4    | 0, minor version, 0, major version                                  |
-/// | 4      | ...  | model and manufacturer, a character in the low byte of each unit,   |
-/// |        |      | each ended by a unit of 0                                           |
-/// | next   | 16   | flags, columns, rows, pixel width and height in 0.01 micrometre,    |
-/// |        |      | highest binnings, well capacity                                     |
-std::vector<uint8_t> AdvancedCamera::description() const
+void AdvancedCamera::reportSerialNumber(CommandCall& call)
 {
-    std::vector<uint8_t> bytes = {0, model_.versionMinor, 0, model_.versionMajor};
-    appendWide(bytes, model_.info.name);
-    appendWide(bytes, MANUFACTURER);
-    appendBe16(bytes, FLAG_PREVIEW | FLAG_SUBSAMPLE | (model_.shutter ? FLAG_SHUTTER : 0) |
-                          (model_.guidePort ? 0 : FLAG_NO_GUIDE_PORT) | (model_.gpio ? FLAG_GPIO : 0) |
-                          (model_.eightBit ? FLAG_EIGHT_BIT : 0) | (model_.filterCount > 0 ? FLAG_FILTER_WHEEL : 0));
-    appendBe16(bytes, model_.describedX);
-    appendBe16(bytes, model_.describedY);
-    appendBe16(bytes, model_.pixelSizeX);
-    appendBe16(bytes, model_.pixelSizeY);
-    appendBe16(bytes, model_.maxBinX);
-    appendBe16(bytes, model_.maxBinY);
-    appendBe16(bytes, model_.wellCapacity);
-    return bytes;
+    for (const unsigned number : {0U, 0U, serialNumber(model_, options_) & 0xFFFF})
+        put(call, number);
 }
 
 int64_t AdvancedCamera::clearTimeUs() const
 {
     return model_.versionMajor < 2 ? OLD_CLEAR_TIME_US : NEW_CLEAR_TIME_US;
+}
+
+void AdvancedCamera::reportClearTime(CommandCall& call)
+{
+    if (model_.versionMajor < 2)
+        complain(commandName(call.code) + " is unknown to firmware 1");
+    put(call, static_cast<unsigned>(clearTimeUs() / 1000));
+}
+
+// ---- Accessories ----
+
+/// A cooler that regulates can also be switched.
+void AdvancedCamera::describeOwnCooler(CommandCall& call)
+{
+    describeCooler(call);
+    if (model_.cooler == CoolerKind::SET_POINT || model_.cooler == CoolerKind::SELECT_POWER)
+        call.answer[1] |= static_cast<uint8_t>(CoolerKind::ON_OFF);
+}
+
+uint16_t AdvancedCamera::gpioMask() const
+{
+    return model_.gpio ? (1U << GPIO_LINES) - 1 : 0;
+}
+
+void AdvancedCamera::reportGpio(CommandCall& call)
+{
+    if (!model_.gpio)
+        complain("GPIO asked for, but there are no lines");
+    put(call, model_.gpio ? GPIO_LINES : 0);
+    put(call, gpioOutputs() | (gpioInputs_ & ~gpioDirection_ & gpioMask()));
+}
+
+void AdvancedCamera::setGpioDirection(CommandCall& call)
+{
+    gpioDirection_ = readBe16(call.payload, 0);
+}
+
+void AdvancedCamera::setGpioLevels(CommandCall& call)
+{
+    gpioLatch_ = readBe16(call.payload, 0);
+}
+
+void AdvancedCamera::reportGain(CommandCall& call)
+{
+    const AdvancedConverter::Record record = converter_.read();
+    call.answer.assign(record.begin(), record.end());
+}
+
+void AdvancedCamera::setGain(CommandCall& call)
+{
+    if (const std::string fault = converter_.update(call.payload); !fault.empty())
+        complain(fault);
+}
+
+// ---- Exposure ----
+
+void AdvancedCamera::prepareSensor(CommandCall& call)
+{
+    if (argument(call) != 0)
+        complain("sensor prepared in mode " + std::to_string(argument(call)));
+    integratingSinceUs_.reset();
+    cleared_ = false;
+    prepared_ = true;
+}
+
+void AdvancedCamera::prepareExposure(CommandCall& /*call*/)
+{
+    if (!std::exchange(prepared_, false))
+        return complain("exposure prepared before the sensor");
+    cleared_ = true;
+    busyUntilUs_ = clock_.nowUs() + CLEARING_US;
+}
+
+void AdvancedCamera::startExposure(CommandCall& /*call*/)
+{
+    if (!std::exchange(cleared_, false))
+        return complain("exposure started without preparation");
+    integratingSinceUs_ = clock_.nowUs();
+    note("exposure started");
+}
+
+/// | Offset | Size | Payload, big-endian                                                   |
+/// |--------|------|-----------------------------------------------------------------------|
+/// | 0      | 2    | duration of a timed exposure in ms or, by flag, us; else 0            |
+/// | 2      | 4    | binning in x and y                                                    |
+/// | 6      | 8    | first column and row, width and height in sensor pixels               |
+/// | 14     | 1    | flags: 0x01 preview, 0x04 duration in us, 0x20 8-bit samples          |
+/// | 15     | 1    | 0x43: end the running exposure; 0x03: expose by the camera's own clock |
+void AdvancedCamera::readOut(CommandCall& call)
+{
+    const unsigned duration = readBe16(call.payload, 0);
+    const uint8_t flags = call.payload[14];
+    const uint8_t mode = call.payload[15];
+    const bool microseconds = (flags & READ_MICROSECONDS) != 0;
+    const bool eightBit = (flags & READ_EIGHT_BIT) != 0;
+    const Readout readout{.region = {.x = readBe16(call.payload, 6),
+                                     .y = readBe16(call.payload, 8),
+                                     .width = readBe16(call.payload, 10),
+                                     .height = readBe16(call.payload, 12),
+                                     .binX = readBe16(call.payload, 2),
+                                     .binY = readBe16(call.payload, 4)},
+                          .roundUp = true,
+                          .preview = (flags & READ_PREVIEW) != 0,
+                          .samples = eightBit ? Readout::Samples::BYTES : Readout::Samples::WORDS,
+                          .leadingValues = LEADING_VALUES};
+    output_.clear();
+    if ((flags & ~(READ_PREVIEW | READ_MICROSECONDS | READ_EIGHT_BIT)) != 0)
+        complain("readout with unknown flags " + std::to_string(flags));
+    if (eightBit && !model_.eightBit)
+        complain("8-bit readout of a camera that has none");
+    if (!canRead(readout.region))
+        return;
+
+    std::optional<ExposureTimes> times;
+    if (mode == MODE_LONG)
+        times = endExposure(duration, microseconds);
+    else if (mode == MODE_TIMED)
+        times = timedExposure(duration, microseconds);
+    else
+        complain("readout in mode " + std::to_string(mode));
+    if (!times)
+        return;
+    const AdvancedConverter::Setting& setting = converter_.setting(readout.preview);
+    const SensorModel base = sensorModel(model_);
+    sensor_.setConverter(base.electronsPerAdu / AdvancedConverter::amplification(setting.gain),
+                         std::max(0.0, base.biasAdu + OFFSET_ADU * (static_cast<double>(setting.offset) - 256.0)));
+    sendImage(*times, readout);
+}
+
+std::optional<ExposureTimes> AdvancedCamera::endExposure(unsigned duration, bool microseconds)
+{
+    if (duration != 0 || microseconds)
+        complain("readout of a running exposure with a duration");
+    const std::optional<int64_t> since = std::exchange(integratingSinceUs_, std::nullopt);
+    if (!since) {
+        complain("readout without an exposure");
+        return std::nullopt;
+    }
+    // The registers that carry the charge out are cleared first; meanwhile the pixels go on collecting.
+    return ExposureTimes{.beginUs = *since, .endUs = clock_.nowUs() + clearTimeUs()};
+}
+
+ExposureTimes AdvancedCamera::timedExposure(unsigned duration, bool microseconds)
+{
+    if (duration < 1 || (!microseconds && duration > LONGEST_TIMED_MS))
+        complain("timed exposure of " + std::to_string(duration) + (microseconds ? " us" : " ms"));
+    if (integratingSinceUs_)
+        note("a timed exposure ends the running one");
+    integratingSinceUs_.reset();
+    const int64_t now = clock_.nowUs();
+    return {.beginUs = now, .endUs = now + int64_t{duration} * (microseconds ? 1 : 1000)};
+}
+
+CameraTruth AdvancedCamera::truth() const
+{
+    CameraTruth truth = CommandCamera::truth();
+    truth.integrating = integratingSinceUs_.has_value();
+    return truth;
 }
 
 }  // namespace vornsim

@@ -6,7 +6,7 @@
 #include <span>
 #include <vector>
 
-#include "bridged_camera.h"
+#include "command_camera.h"
 #include "device/parts/advanced_converter.h"
 
 namespace vornsim {
@@ -22,7 +22,7 @@ namespace vornsim {
 /// Images leave over the parallel bus: two values out of the converter's pipeline, then the binned region row after
 /// row, 16-bit samples little-endian or 8-bit samples two a word. A column count that does not divide evenly is
 /// rounded up, in 8-bit readout to an even count.
-class AdvancedCamera final : public BridgedCamera {
+class AdvancedCamera final : public CommandCamera {
 public:
     /// @p clock and @p log must outlive the camera.
     AdvancedCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock, DeviceLog& log);
@@ -43,48 +43,45 @@ public:
     const AdvancedConverter& converter() const { return converter_; }
 
 private:
-    struct Command;
-    struct ExposureTimes {
-        int64_t beginUs;
-        int64_t endUs;
-    };
-
-    void serve(const Command& command);
+    std::span<const Command> commands() const override;
+    bool framed() const;
     bool mayServe(const Command& command);
-    void execute(uint8_t code, std::span<const uint8_t> payload, std::span<uint8_t> reply);
     uint8_t applicationStatus() const;
-    void startApplication();
-    std::vector<uint8_t> description() const;
-    void replyTemperature(unsigned sensorNumber, std::span<uint8_t> reply);
-    void replyCoolerDetails(std::span<uint8_t> reply) const;
-    void replyCoolingStatus(std::span<uint8_t> reply) const;
-    void replyFilterStatus(std::span<uint8_t> reply);
-    void replyGpio(std::span<uint8_t> reply);
-    void prepareExposure();
-    void startExposure();
-    void readOut(std::span<const uint8_t> payload);
+
+    void describe(CommandCall& call);
+    void ping(CommandCall& call);
+    void pingKernel(CommandCall& call);
+    void startApplication(CommandCall& call);
+    void reportSerialNumber(CommandCall& call);
+    void reportClearTime(CommandCall& call);
+    void describeOwnCooler(CommandCall& call);
+    void reportGpio(CommandCall& call);
+    void setGpioDirection(CommandCall& call);
+    void setGpioLevels(CommandCall& call);
+    void reportGain(CommandCall& call);
+    void setGain(CommandCall& call);
+    void prepareSensor(CommandCall& call);
+    void prepareExposure(CommandCall& call);
+    void startExposure(CommandCall& call);
+    void readOut(CommandCall& call);
     std::optional<ExposureTimes> endExposure(unsigned duration, bool microseconds);
     ExposureTimes timedExposure(unsigned duration, bool microseconds);
-    void sendImage(const Region& region, const ExposureTimes& times, bool eightBit);
     uint16_t gpioMask() const;
     int64_t clearTimeUs() const;
 
-    CameraOptions options_;
-
-    bool inReset_ = false;              // the exchange under way is not heard
-    std::vector<uint8_t> received_;     // in the exchange under way
-    const Command* command_ = nullptr;  // of which it is
-    std::vector<uint8_t> reply_;        // once its payload was complete
+    // The SPI exchange under way.
+    bool inReset_ = false;              // it is not heard
+    std::vector<uint8_t> received_;     // up to now
+    const Command* command_ = nullptr;  // which it is
+    std::vector<uint8_t> reply_;        // once its payload is complete
 
     AdvancedConverter converter_;
-
     std::optional<int64_t> readyAtUs_;  // when the application is up; empty before it was started
     int64_t busyUntilUs_ = 0;           // the application prepares the sensor and hears nothing
     bool prepared_ = false;
     bool cleared_ = false;
     std::optional<int64_t> integratingSinceUs_;
-    std::vector<uint16_t> image_;  // as it was sent
-    uint16_t gpioDirection_ = 0;   // 1: output
+    uint16_t gpioDirection_ = 0;  // 1: output
     uint16_t gpioLatch_ = 0;
     uint16_t gpioInputs_ = 0;
 };

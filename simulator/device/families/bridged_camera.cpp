@@ -1,13 +1,22 @@
 // SPDX-License-Identifier: MIT
 #include "bridged_camera.h"
 
-#include <cmath>
+#include <algorithm>
+#include <utility>
 
+#include "device/parts/eight_bit.h"
+#include "device/usb/bytes.h"
 #include "device/usb/usb_function.h"
 
 namespace vornsim {
-
 namespace {
+
+constexpr int64_t PREVIEW_SPEED_UP = 2;
+
+// Precharge pairs.
+constexpr int PRECHARGE_STEP = 32;
+constexpr int RESET_LEVEL = 2000;
+constexpr int RESET_SPREAD = 61;  // the reset level is a little different for every pixel
 
 /// Boot header, serial number, colour record. What only some families keep there they add.
 ConfigurationEeprom makeEeprom(const CameraModel& model, const CameraOptions& options)
@@ -23,9 +32,10 @@ ConfigurationEeprom makeEeprom(const CameraModel& model, const CameraOptions& op
 
 BridgedCamera::BridgedCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock, DeviceLog& log)
     : model_(model),
-      eeprom_(makeEeprom(model, options)),
+      options_(options),
       clock_(clock),
       log_(log),
+      eeprom_(makeEeprom(model, options)),
       sensor_(model, options),
       cooler_(model.cooler, options.ambientCelsius, clock.nowUs()),
       wheel_(model.filterCount, clock.nowUs())
@@ -53,7 +63,7 @@ CameraTruth BridgedCamera::truth() const
 {
     const int64_t now = clock_.nowUs();
     CameraTruth truth;
-    truth.lastImage = sensor_.lastImage();
+    truth.lastImage = image_;
     truth.imageWidth = sensor_.lastWidth();
     truth.imageHeight = sensor_.lastHeight();
     truth.frameCount = sensor_.frameCount();
@@ -68,110 +78,94 @@ CameraTruth BridgedCamera::truth() const
     return truth;
 }
 
-uint16_t BridgedCamera::rawTemperature(unsigned number)
+// ---- From the sensor to the bus ----
+
+bool BridgedCamera::canRead(const Region& region)
 {
-    if (number < 1 || number > model_.sensorCount) {
-        complain("there is no temperature sensor " + std::to_string(number));
-        number = 1;
+    const auto number = [](uint32_t value) { return std::to_string(value); };
+    if (region.binX < 1 || region.binX > model_.maxBinX || region.binY < 1 || region.binY > model_.maxBinY) {
+        complain("binning " + number(region.binX) + " x " + number(region.binY) + " is not possible");
+        return false;
     }
+    const uint32_t columns = model_.info.pixelCountX;
+    const uint32_t rows = model_.info.pixelCountY;
+    const uint64_t right = uint64_t{region.x} + region.width;
+    const uint64_t bottom = uint64_t{region.y} + region.height;
+    const bool empty = region.width < region.binX || region.height < region.binY;
+    if (empty || right > columns || bottom > rows)
+        complain("region " + number(region.width) + " x " + number(region.height) + " at " + number(region.x) + ", " +
+                 number(region.y) + " is empty or leaves the sensor");
+    return !empty && right <= columns && bottom <= std::max(columns, rows);
+}
+
+int64_t BridgedCamera::sendImage(const ExposureTimes& times, const Readout& readout)
+{
     const int64_t now = clock_.nowUs();
-    const double celsius = number == 1 ? cooler_.sensorCelsius(now) : cooler_.housingCelsius(now);
-    return encodeCelsius(celsius, model_.sensorEncoding);
-}
+    Integration integration;
+    integration.darkSeconds = static_cast<double>(times.endUs - times.beginUs) * 1e-6;
+    integration.lightSeconds = times.lightSeconds.value_or(integration.darkSeconds);
+    integration.celsius = cooler_.sensorCelsius(now);
+    integration.driftX = (mount_.driftX(times.beginUs) + mount_.driftX(times.endUs)) / 2;
+    integration.driftY = (mount_.driftY(times.beginUs) + mount_.driftY(times.endUs)) / 2;
 
-uint8_t BridgedCamera::rawCoolerPower() const
-{
-    const double range = model_.maxCoolerPower - model_.minCoolerPower;
-    return static_cast<uint8_t>(model_.minCoolerPower + std::lround(cooler_.power(clock_.nowUs()) * range));
-}
+    const Region& region = readout.region;
+    uint32_t columns = (region.width + (readout.roundUp ? region.binX - 1 : 0)) / region.binX;
+    if (readout.samples == Readout::Samples::BYTES)
+        columns += columns % 2;  // a row ends with a whole bus word
+    image_ = sensor_.expose(integration, region, columns, region.height / region.binY);
+    std::vector<uint8_t> bytes = pack(readout);
 
-bool BridgedCamera::cool(uint16_t rawTarget)
-{
-    const double celsius = decodeCelsius(rawTarget, model_.sensorEncoding);
-    const bool done = cooler_.setTarget(celsius, clock_.nowUs());
-    if (done)
-        note("cooling to " + std::to_string(celsius) + " degrees");
+    const int64_t pixelsPerSecond =
+        std::max<int64_t>(model_.pixelsPerSecond, 1) * (readout.preview ? PREVIEW_SPEED_UP : 1);
+    const int64_t firstUs = std::max(now, times.endUs) + readout.beginUs;
+    const int64_t lastUs = firstUs + static_cast<int64_t>(image_.size()) * 1000000 / pixelsPerSecond;
+    if (readout.frameMemory)
+        output_.send(std::move(bytes), lastUs);
     else
-        complain("cooling target, but the cooler cannot be controlled");
-    return done;
+        output_.send(std::move(bytes), firstUs, 1000000000 / pixelsPerSecond);
+    note("readout after " + std::to_string(integration.darkSeconds) + " s, light for " +
+         std::to_string(integration.lightSeconds) + " s");
+    return lastUs;
 }
 
-void BridgedCamera::warmUp()
+/// Makes bus words of image_. What the format loses is lost in image_ as well: with precharge pairs the lowest bit,
+/// because the host doubles the difference of the pair.
+std::vector<uint8_t> BridgedCamera::pack(const Readout& readout)
 {
-    if (cooler_.warmUp(clock_.nowUs()))
-        note("warming up");
-    else
-        complain("warm-up, but the cooler cannot be controlled");
-}
-
-void BridgedCamera::closeRelay(unsigned relay)
-{
-    if (!model_.guidePort) {
-        complain("guide relays, but there is no guide port");
-        return;
+    const auto lead = [&](size_t valueLength, size_t pixelLength) {
+        return std::vector<uint8_t>(readout.leadingValues * valueLength + image_.size() * pixelLength, 0xFF);
+    };
+    std::vector<uint8_t> bytes;
+    switch (readout.samples) {
+        case Readout::Samples::WORDS: {
+            bytes = lead(2, 2);
+            const std::span words = std::span(bytes).last(image_.size() * 2);
+            for (size_t i = 0; i < image_.size(); ++i)
+                writeLe16(words, 2 * i, image_[i]);
+            break;
+        }
+        case Readout::Samples::BYTES:
+            for (uint16_t& value : image_)
+                value = options_.scene == SceneKind::RAMP ? foldedRamp(value) : static_cast<uint16_t>(value >> 8);
+            bytes = lead(1, 1);
+            std::transform(image_.begin(), image_.end(), bytes.end() - static_cast<std::ptrdiff_t>(image_.size()),
+                           [](uint16_t value) { return static_cast<uint8_t>(value); });
+            break;
+        case Readout::Samples::PRECHARGE_PAIRS: {
+            bytes = lead(2, 4);
+            const std::span words = std::span(bytes).last(image_.size() * 4);
+            const int offset = static_cast<int8_t>(model_.prechargeCode) * PRECHARGE_STEP;
+            for (size_t i = 0; i < image_.size(); ++i) {
+                image_[i] &= 0xFFFE;
+                const int difference = (image_[i] - offset) / 2;
+                const int reset = std::max(RESET_LEVEL + static_cast<int>(i % RESET_SPREAD), -difference);
+                writeLe16(words, 4 * i, static_cast<unsigned>(reset));
+                writeLe16(words, 4 * i + 2, static_cast<unsigned>(reset + difference));
+            }
+            break;
+        }
     }
-    const unsigned opposite = relay ^ 1U;
-    if (((mount_.relays() >> opposite) & 1U) != 0)
-        complain("guide relays closed in opposite directions");
-    mount_.setRelays(static_cast<uint8_t>(mount_.relays() | 1U << relay), clock_.nowUs());
-}
-
-// ---- Answers over the parallel bus ----
-
-void AnsweringCamera::bridgeStarted()
-{
-    BridgedCamera::bridgeStarted();
-    starting_ = false;
-}
-
-OfferedWords AnsweringCamera::offeredWords(int64_t nowUs)
-{
-    if (!starting_)
-        return BridgedCamera::offeredWords(nowUs);
-    startStatus_ = {static_cast<uint8_t>(nowUs < startedAtUs_ ? 'B' : 'I'), 0};
-    return {startStatus_};
-}
-
-void AnsweringCamera::wordsTaken(size_t byteCount)
-{
-    if (!starting_) {
-        BridgedCamera::wordsTaken(byteCount);
-    } else if (byteCount > 0 && startStatus_[0] == 'I') {
-        starting_ = false;
-        started_ = true;
-    }
-}
-
-void AnsweringCamera::beginStart(int64_t durationUs)
-{
-    starting_ = true;
-    startedAtUs_ = clock_.nowUs() + durationUs;
-}
-
-bool AnsweringCamera::mayServe(uint8_t code, bool always, bool start)
-{
-    if (starting_ && !start)
-        complain(commandName(code) + " while the application starts");
-    else if (!started_ && !always)
-        complain(commandName(code) + " before the application was started");
-    else
-        return true;
-    return false;
-}
-
-void AnsweringCamera::beginAnswer(uint8_t code)
-{
-    if (output_.left() > 0) {
-        complain(std::to_string(output_.left()) + " bytes of the answer to " + commandName(answeredCode_) +
-                 " were not fetched before " + commandName(code));
-        output_.clear();
-    }
-    answeredCode_ = code;
-}
-
-std::string commandName(uint8_t code)
-{
-    return "command " + std::to_string(code);
+    return bytes;
 }
 
 }  // namespace vornsim

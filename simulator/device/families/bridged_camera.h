@@ -1,23 +1,47 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "camera_model.h"
+#include "device/bridge/bus_camera.h"
 #include "device/bridge/bus_output.h"
 #include "device/parts/accessory_models.h"
 #include "device/parts/configuration_eeprom.h"
 #include "device/parts/cooler_model.h"
 #include "device/parts/simulated_sensor.h"
-#include "device/usb/simulated_camera.h"
 
 namespace vornsim {
 
-/// What all cameras behind a bridge consist of, whether a model has each part or not. The families add what they say
-/// and understand.
+/// When the sensor collects light and dark current, in clock time.
+struct ExposureTimes {
+    int64_t beginUs = 0;
+    int64_t endUs = 0;
+    std::optional<double> lightSeconds;  ///< empty: there is no shutter in between
+};
+
+/// What is read out and how it leaves over the parallel bus.
+struct Readout {
+    enum class Samples {
+        WORDS,            ///< a word each
+        BYTES,            ///< 8 bits, two a word
+        PRECHARGE_PAIRS,  ///< reset level and signal level, a word each
+    };
+    Region region;
+    bool roundUp = false;      ///< columns that do not fill a bin make one more
+    bool preview = false;      ///< reads faster
+    bool frameMemory = false;  ///< nothing leaves before the whole frame has been read
+    Samples samples = Samples::WORDS;
+    size_t leadingValues = 0;  ///< values of all ones ahead of the image
+    int64_t beginUs = 0;       ///< from the end of the exposure to the first word
+};
+
+/// What all cameras behind a bridge consist of, whether a model has each part or not. The families add their commands.
 class BridgedCamera : public BusCamera {
 public:
     void bridgeStarted() override { output_.clear(); }
@@ -37,57 +61,31 @@ protected:
     void complain(const std::string& text) { log_.complain("camera: " + text); }
     void note(const std::string& text) { log_.note("camera: " + text); }
 
-    /// @return what the temperature sensor @p number measures, from 1, in the model's encoding.
-    uint16_t rawTemperature(unsigned number);
-    /// @return the cooler's power between the model's least and highest reading.
-    uint8_t rawCoolerPower() const;
-    /// Cools to a temperature in the model's encoding. @return whether the cooler can be controlled.
-    bool cool(uint16_t rawTarget);
-    void warmUp();
-    /// Closes guide relay @p relay, 0 to 3; the others stay as they are.
-    void closeRelay(unsigned relay);
+    /// @return whether the sensor's clocks can be driven for @p region; complains about one that is not possible or
+    /// not wholly on the sensor. The clocks can run on past the sensor's last row, as far as the sensor is wide: those
+    /// rows hold nothing but bias.
+    bool canRead(const Region& region);
+
+    /// The one way from the sensor to the bus: exposes, reads and offers a frame.
+    /// @return the clock time at which its last word is ready.
+    int64_t sendImage(const ExposureTimes& times, const Readout& readout);
 
     CameraModel model_;
-    ConfigurationEeprom eeprom_;  // the one I2C slave of most families
+    CameraOptions options_;
     const Clock& clock_;
     DeviceLog& log_;
+    ConfigurationEeprom eeprom_;  // the one I2C slave of most families
     SimulatedSensor sensor_;
     CoolerModel cooler_;
     FilterWheel wheel_;
     GuidedMount mount_;
     BusOutput output_;
     PortLines port_;  // the bridge's lines 0 to 7
-};
-
-/// A camera whose answers leave over the parallel bus. While its application starts, every word that is read there is
-/// the current status: 'B', then 'I'.
-class AnsweringCamera : public BridgedCamera {
-public:
-    void bridgeStarted() override;
-    OfferedWords offeredWords(int64_t nowUs) override;
-    void wordsTaken(size_t byteCount) override;
-
-protected:
-    using BridgedCamera::BridgedCamera;
-
-    /// The application is up in @p durationUs.
-    void beginStart(int64_t durationUs);
-    /// @return whether a command can be served now; complains if not.
-    /// @param always it is served before the application was started
-    /// @param start it starts the application
-    bool mayServe(uint8_t code, bool always, bool start);
-    /// A command is executed: whatever is left of the answer before it is lost.
-    void beginAnswer(uint8_t code);
 
 private:
-    bool started_ = false;   // the application has been started since power-up
-    bool starting_ = false;  // the host is polling for the end of the start
-    int64_t startedAtUs_ = 0;
-    std::array<uint8_t, 2> startStatus_{};
-    uint8_t answeredCode_ = 0;  // the command whose answer is on the bus
-};
+    std::vector<uint8_t> pack(const Readout& readout);
 
-/// @return how complaints call a command.
-std::string commandName(uint8_t code);
+    std::vector<uint16_t> image_;  // the last frame as a host sees it
+};
 
 }  // namespace vornsim

@@ -2,44 +2,14 @@
 #include "classic_camera.h"
 
 #include <algorithm>
-#include <string_view>
+#include <array>
+#include <string>
 #include <utility>
 
 #include "device/usb/bytes.h"
-#include "readout_request.h"
 
 namespace vornsim {
 namespace {
-
-enum CommandCode : uint8_t {
-    PREPARE_SENSOR = 2,
-    PREPARE_EXPOSURE = 4,
-    START_EXPOSURE = 5,
-    READ_OUT = 6,
-    DESCRIBE = 10,
-    PING = 17,
-    START_APPLICATION = 44,
-    COOLER_DETAILS = 52,
-    COOLING_STATUS = 53,
-    SENSOR_COUNT = 54,
-    TEMPERATURE = 55,
-    SET_COOLING = 56,
-    WARM_UP = 57,
-    SETTLE = 66,
-};
-
-struct Command {
-    uint8_t code;
-    uint8_t payloadLength;
-    bool early;  // served before the application was started
-};
-constexpr Command COMMANDS[] = {
-    {PREPARE_SENSOR, 2, false},   {PREPARE_EXPOSURE, 0, false}, {START_EXPOSURE, 0, false},
-    {READ_OUT, 13, false},        {DESCRIBE, 0, true},          {PING, 1, true},
-    {START_APPLICATION, 0, true}, {COOLER_DETAILS, 0, false},   {COOLING_STATUS, 0, false},
-    {SENSOR_COUNT, 0, false},     {TEMPERATURE, 2, false},      {SET_COOLING, 2, false},
-    {WARM_UP, 0, false},          {SETTLE, 0, false},
-};
 
 constexpr std::array<uint8_t, 3> FRAME_START = {'H', 'S', 'C'};
 constexpr size_t HEAD_LENGTH = 4;
@@ -50,16 +20,13 @@ constexpr uint8_t PORT_LATCH = 0x80;
 
 // Description flags: a FIFO between converter and bus, preview, subsampling.
 constexpr unsigned FLAGS = 0x01 | 0x08 | 0x10;
-constexpr std::string_view MANUFACTURER = "Vorn";
 
 constexpr uint8_t READOUT_END = 3;  // last payload byte of every readout
 constexpr int64_t SETTLE_US = 2000000;
-constexpr int64_t TEMPERATURE_US = 60000;  // conversion and averaging
 constexpr int64_t APPLICATION_START_US = 45000;
 constexpr int64_t READOUT_BEGIN_US = 20000;  // from the end of the exposure to the first word
-constexpr int64_t PREVIEW_SPEED_UP = 2;
 
-/// The duration behind a one-byte code: 1 to 9 milliseconds, then steps of 10 ms.
+/// The duration of a one-byte code: 1 to 9 milliseconds, then steps of 10 ms.
 int64_t durationUs(uint8_t code)
 {
     return code < 10 ? code * 1000 : (code - 9) * 10000;
@@ -68,9 +35,33 @@ int64_t durationUs(uint8_t code)
 }  // namespace
 
 ClassicCamera::ClassicCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock, DeviceLog& log)
-    : AnsweringCamera(model, options, clock, log)
+    : AnsweringCamera(Numbers::SHORT, model, options, clock, log)
 {
 }
+
+std::span<const Command> ClassicCamera::commands() const
+{
+    // code, payload length, answer length
+    static constexpr Command COMMANDS[] = {
+        {2, 2, 0, Command::LATE, &ClassicCamera::prepareSensor},
+        {4, 0, 0, Command::LATE, &ClassicCamera::prepareExposure},
+        {5, 0, 0, Command::LATE, &ClassicCamera::startExposure},
+        {6, 13, 0, Command::LATE, &ClassicCamera::readOut},
+        {10, 0, Command::UNFIXED, Command::EARLY, &ClassicCamera::describe},
+        {17, 1, 1, Command::EARLY, &ClassicCamera::ping},
+        {START_APPLICATION, 0, 0, Command::EARLY, &ClassicCamera::startApplication},
+        {52, 0, 3, Command::LATE, &ClassicCamera::describeCooler},
+        {53, 0, 4, Command::LATE, &ClassicCamera::reportCooling},
+        {54, 0, 1, Command::LATE, &ClassicCamera::countSensors},
+        {55, 2, 3, Command::LATE, &ClassicCamera::measureTemperature},
+        {56, 2, 1, Command::LATE, &ClassicCamera::setCooling},
+        {57, 0, 0, Command::LATE, &ClassicCamera::warmUp},
+        {66, 0, 0, Command::LATE, &ClassicCamera::settle},
+    };
+    return COMMANDS;
+}
+
+// ---- Commands over I2C, answers over the parallel bus ----
 
 void ClassicCamera::wordsReceived(std::span<const uint8_t> bytes)
 {
@@ -94,139 +85,66 @@ bool ClassicCamera::i2cWrite(uint8_t byte)
 
 void ClassicCamera::i2cStop()
 {
-    if (std::exchange(addressed_, false))
-        takeCommand(written_);
-}
-
-void ClassicCamera::takeCommand(std::span<const uint8_t> data)
-{
+    if (!std::exchange(addressed_, false))
+        return;
     if (port_.direction != PORT_DIRECTION || port_.latch != PORT_LATCH)
         complain("command while the lines of the bridge do not enable the bus");
-    if (data.size() < HEAD_LENGTH || !std::equal(FRAME_START.begin(), FRAME_START.end(), data.begin())) {
-        complain("I2C write of " + std::to_string(data.size()) + " bytes that is no command");
-        return;
-    }
-    const uint8_t code = data[FRAME_START.size()];
-    const auto payload = data.subspan(HEAD_LENGTH);
-    const auto* command = std::find_if(std::begin(COMMANDS), std::end(COMMANDS),
-                                       [code](const Command& each) { return each.code == code; });
-    if (command == std::end(COMMANDS))
+    if (written_.size() < HEAD_LENGTH || !std::equal(FRAME_START.begin(), FRAME_START.end(), written_.begin()))
+        return complain("I2C write of " + std::to_string(written_.size()) + " bytes that is no command");
+    const uint8_t code = written_[FRAME_START.size()];
+    const auto payload = std::span(written_).subspan(HEAD_LENGTH);
+    const Command* command = findCommand(code);
+    if (command == nullptr)
         complain(commandName(code) + " is unknown");
     else if (payload.size() != command->payloadLength)
         complain(commandName(code) + " with " + std::to_string(payload.size()) + " bytes of payload");
-    else if (mayServe(code, command->early, code == START_APPLICATION))
-        execute(code, payload);
+    else
+        execute(*command, payload);
 }
 
-/// Puts bytes on the bus, one a word.
-void ClassicCamera::answer(std::span<const uint8_t> bytes, int64_t afterUs)
+/// One byte a word.
+std::vector<uint8_t> ClassicCamera::words(std::vector<uint8_t> answer) const
 {
     std::vector<uint8_t> words;
-    words.reserve(bytes.size() * 2);
-    for (const uint8_t byte : bytes)
+    for (const uint8_t byte : answer)
         appendLe16(words, byte);
-    output_.send(std::move(words), clock_.nowUs() + afterUs);
+    return words;
 }
 
-void ClassicCamera::execute(uint8_t code, std::span<const uint8_t> payload)
+/// The pixel counts include one column and one row that no host may read.
+void ClassicCamera::describe(CommandCall& call)
 {
-    beginAnswer(code);
-    const uint16_t argument = payload.size() == 2 ? readLe16(payload, 0) : uint16_t{0};
-    switch (code) {
-        case DESCRIBE:
-            return sendDescription();
-        case PING:
-            return answer({payload[0]});
-        case START_APPLICATION:
-            return startApplication();
-        case COOLER_DETAILS:
-            return answer({static_cast<uint8_t>(model_.cooler), model_.maxCoolerPower, model_.minCoolerPower});
-        case COOLING_STATUS:
-            return sendCoolingStatus();
-        case SENSOR_COUNT:
-            return answer({model_.sensorCount});
-        case TEMPERATURE:
-            return sendTemperature(argument);
-        case SET_COOLING:
-            return answer({static_cast<uint8_t>(cool(argument))});
-        case WARM_UP:
-            return warmUp();
-        case PREPARE_SENSOR:
-            return prepareSensor(argument);
-        case PREPARE_EXPOSURE:
-            return advance(Phase::CLEARED, Phase::READY, "exposure prepared before the sensor was");
-        case START_EXPOSURE:
-            integratingSinceUs_ = clock_.nowUs();
-            return advance(Phase::READY, Phase::INTEGRATING, "exposure started without preparation");
-        case SETTLE:
-            settlingSinceUs_ = clock_.nowUs();
-            return advance(Phase::INTEGRATING, Phase::SETTLING, "readout begun without an exposure");
-        case READ_OUT:
-            return readOut(payload);
-        default:
-            return;
-    }
+    putDescription(call, FLAGS, model_.describedX + 1, model_.describedY + 1);
 }
 
-// ---- Description and start ----
+void ClassicCamera::ping(CommandCall& call)
+{
+    put(call, call.payload[0]);
+}
 
-void ClassicCamera::startApplication()
+void ClassicCamera::startApplication(CommandCall& /*call*/)
 {
     // Whatever an earlier session left under way ends; the cooler goes on.
     beginStart(APPLICATION_START_US);
     phase_ = Phase::IDLE;
 }
 
-/// Versions, strings and numbers, a byte a word; the pixel counts include one column and one row that no host may
-/// read.
-void ClassicCamera::sendDescription()
-{
-    std::vector<uint8_t> bytes = {model_.versionMinor, model_.versionMajor};
-    for (const std::string_view text : {std::string_view(model_.info.name), MANUFACTURER}) {
-        bytes.insert(bytes.end(), text.begin(), text.end());
-        bytes.push_back(0);
-    }
-    for (const unsigned number : {FLAGS, unsigned{model_.describedX} + 1, unsigned{model_.describedY} + 1,
-                                  unsigned{model_.pixelSizeX}, unsigned{model_.pixelSizeY}, unsigned{model_.maxBinX},
-                                  unsigned{model_.maxBinY}, unsigned{model_.wellCapacity}})
-        appendLe16(bytes, number);
-    answer(bytes, ANSWER_US);
-}
-
-// ---- Temperature ----
-
-void ClassicCamera::sendTemperature(unsigned sensor)
-{
-    std::vector<uint8_t> bytes = {model_.sensorEncoding};
-    appendLe16(bytes, rawTemperature(sensor));
-    answer(bytes, TEMPERATURE_US);
-}
-
-void ClassicCamera::sendCoolingStatus()
-{
-    std::vector<uint8_t> bytes = {rawCoolerPower(), cooler_.flags(clock_.nowUs())};
-    appendLe16(bytes, encodeCelsius(cooler_.targetCelsius(), model_.sensorEncoding));
-    answer(bytes, ANSWER_US);
-}
-
 // ---- Exposure ----
 
 void ClassicCamera::advance(Phase from, Phase to, const char* fault)
 {
-    if (phase_ == from)
-        phase_ = to;
-    else
-        complain(fault);
+    if (phase_ != from)
+        return complain(fault);
+    phase_ = to;
 }
 
-void ClassicCamera::prepareSensor(uint16_t step)
+void ClassicCamera::prepareSensor(CommandCall& call)
 {
+    const unsigned step = argument(call);
+    if (step > 1)
+        return complain("sensor preparation " + std::to_string(step) + " is unknown");
     if (step == 0) {
         phase_ = Phase::CLEARED;
-        return;
-    }
-    if (step != 1) {
-        complain("sensor preparation " + std::to_string(step) + " is unknown");
         return;
     }
     stoppedAtUs_ = clock_.nowUs();
@@ -235,60 +153,61 @@ void ClassicCamera::prepareSensor(uint16_t step)
     advance(Phase::SETTLING, Phase::STOPPED, "exposure ended out of sequence");
 }
 
+void ClassicCamera::prepareExposure(CommandCall& /*call*/)
+{
+    advance(Phase::CLEARED, Phase::READY, "exposure prepared before the sensor was");
+}
+
+void ClassicCamera::startExposure(CommandCall& /*call*/)
+{
+    integratingSinceUs_ = clock_.nowUs();
+    advance(Phase::READY, Phase::INTEGRATING, "exposure started without preparation");
+}
+
+void ClassicCamera::settle(CommandCall& /*call*/)
+{
+    settlingSinceUs_ = clock_.nowUs();
+    advance(Phase::INTEGRATING, Phase::SETTLING, "readout begun without an exposure");
+}
+
 /// | Offset | Size | Payload, little-endian                                           |
 /// |--------|------|------------------------------------------------------------------|
 /// | 0      | 1    | duration code of an exposure by the camera's own clock; else 0   |
 /// | 1      | 2    | binning in x and y                                               |
 /// | 3      | 4    | first column and row, counted from 1                             |
-/// | 7      | 4    | column and row behind the last ones, counted from 1              |
+/// | 7      | 4    | column and row after the last ones, counted from 1               |
 /// | 11     | 1    | 1: preview, which reads faster                                   |
 /// | 12     | 1    | 3                                                                |
-void ClassicCamera::readOut(std::span<const uint8_t> payload)
+void ClassicCamera::readOut(CommandCall& call)
 {
-    const uint8_t code = payload[0];
-    const unsigned left = readLe16(payload, 3);
-    const unsigned top = readLe16(payload, 5);
-    const unsigned right = readLe16(payload, 7);
-    const unsigned bottom = readLe16(payload, 9);
-    const uint8_t preview = payload[11];
-    if (left < 1 || top < 1 || right < left || bottom < top || preview > 1 || payload[12] != READOUT_END) {
-        complain("readout request that makes no sense");
+    const uint8_t code = call.payload[0];
+    const unsigned left = readLe16(call.payload, 3);
+    const unsigned top = readLe16(call.payload, 5);
+    const unsigned right = readLe16(call.payload, 7);
+    const unsigned bottom = readLe16(call.payload, 9);
+    const uint8_t preview = call.payload[11];
+    if (left < 1 || top < 1 || right < left || bottom < top || preview > 1 || call.payload[12] != READOUT_END)
+        return complain("readout request that makes no sense");
+    const Readout readout{.region = {.x = left - 1,
+                                     .y = top - 1,
+                                     .width = right - left,
+                                     .height = bottom - top,
+                                     .binX = call.payload[1],
+                                     .binY = call.payload[2]},
+                          .preview = preview == 1,
+                          .beginUs = READOUT_BEGIN_US};
+    if (!canRead(readout.region))
         return;
-    }
-    const Region region{.x = left - 1,
-                        .y = top - 1,
-                        .width = right - left,
-                        .height = bottom - top,
-                        .binX = payload[1],
-                        .binY = payload[2]};
-    if (const std::string fault = readoutFault(model_, region); !fault.empty())
-        complain(fault);
-    if (!canRead(model_, region))
-        return;
-    if (code == 0 && phase_ != Phase::STOPPED) {
-        complain("readout without exposure");
-        return;
-    }
-    const int64_t now = clock_.nowUs();
-    const int64_t begin = code == 0 ? integratingSinceUs_ : now;
-    const int64_t end = code == 0 ? stoppedAtUs_ : now + durationUs(code);
+    if (code == 0 && phase_ != Phase::STOPPED)
+        return complain("readout without exposure");
     if (code != 0 && phase_ != Phase::IDLE)
         note("a timed exposure ends the running one");
     phase_ = Phase::IDLE;
-
-    Integration integration;
-    integration.darkSeconds = static_cast<double>(end - begin) * 1e-6;
-    integration.lightSeconds = integration.darkSeconds;  // there is no shutter
-    integration.celsius = cooler_.sensorCelsius(now);
-    const std::vector<uint16_t>& image =
-        sensor_.expose(integration, region, region.width / region.binX, region.height / region.binY);
-    std::vector<uint8_t> bytes(image.size() * 2);
-    for (size_t i = 0; i < image.size(); ++i)
-        writeLe16(bytes, 2 * i, image[i]);
-    const int64_t nsPerWord = 1000000000 / std::max<int64_t>(model_.pixelsPerSecond, 1);
-    output_.send(std::move(bytes), std::max(now, end) + READOUT_BEGIN_US,
-                 preview == 1 ? nsPerWord / PREVIEW_SPEED_UP : nsPerWord);
-    note("readout after " + std::to_string(integration.darkSeconds) + " s");
+    const int64_t now = clock_.nowUs();
+    ExposureTimes times{.beginUs = integratingSinceUs_, .endUs = stoppedAtUs_};
+    if (code != 0)
+        times = {.beginUs = now, .endUs = now + durationUs(code)};
+    sendImage(times, readout);
 }
 
 CameraTruth ClassicCamera::truth() const

@@ -2,11 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <initializer_list>
 #include <span>
 #include <vector>
 
-#include "bridged_camera.h"
+#include "command_camera.h"
 
 namespace vornsim {
 
@@ -32,19 +31,17 @@ private:
     /// How far a long exposure has come; each command takes it one step further.
     enum class Phase { IDLE, CLEARED, READY, INTEGRATING, SETTLING, STOPPED };
 
-    void takeCommand(std::span<const uint8_t> data);
-    void execute(uint8_t code, std::span<const uint8_t> payload);
-    void startApplication();
-    void sendDescription();
-    void sendTemperature(unsigned sensor);
-    void sendCoolingStatus();
+    std::span<const Command> commands() const override;
+    std::vector<uint8_t> words(std::vector<uint8_t> answer) const override;
+    void describe(CommandCall& call);
+    void ping(CommandCall& call);
+    void startApplication(CommandCall& call);
+    void prepareSensor(CommandCall& call);
+    void prepareExposure(CommandCall& call);
+    void startExposure(CommandCall& call);
+    void settle(CommandCall& call);
+    void readOut(CommandCall& call);
     void advance(Phase from, Phase to, const char* fault);
-    void prepareSensor(uint16_t step);
-    void readOut(std::span<const uint8_t> payload);
-    void answer(std::span<const uint8_t> bytes, int64_t afterUs);
-    void answer(std::initializer_list<uint8_t> bytes) { answer({bytes.begin(), bytes.size()}, ANSWER_US); }
-
-    static constexpr int64_t ANSWER_US = 2000;
 
     bool addressed_ = false;        // an I2C write to the controller is under way
     std::vector<uint8_t> written_;  // its bytes

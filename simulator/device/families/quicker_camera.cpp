@@ -31,11 +31,6 @@ constexpr int64_t UNIT_NUMERATOR_US = 1024;  // a third of this is the unit of e
 constexpr int64_t UNIT_DENOMINATOR = 3;
 constexpr int64_t READOUT_BEGIN_US = 5000;
 
-constexpr uint16_t DUMMY_WORD = 0xFFFF;
-constexpr int PRECHARGE_STEP = 32;
-constexpr int RESET_LEVEL = 2000;
-constexpr int RESET_SPREAD = 61;  // the reset level is a little different for every pixel
-
 // Description flags and texts.
 constexpr uint8_t HAS_GUIDE_PORT = 0x01;
 constexpr uint8_t HAS_PRECHARGE_PAIRS = 0x04;
@@ -70,7 +65,7 @@ std::vector<uint8_t> description(const CameraModel& model)
 }  // namespace
 
 QuickerCamera::QuickerCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock, DeviceLog& log)
-    : BridgedCamera(model, options, clock, log), ambientCelsius_(options.ambientCelsius)
+    : BridgedCamera(model, options, clock, log)
 {
     std::vector<uint8_t> words;
     for (const uint16_t word : QuickerConverter::SETUP_WORDS)
@@ -197,51 +192,23 @@ void QuickerCamera::endExposure(int64_t beginUs, int64_t endUs)
         complain("binning is not in force: register 8 was not written twice");
     const uint32_t binX = std::min(((binning_ >> 4) & 0xF) + 1, unsigned{model_.maxBinX});
     const uint32_t binY = std::min((binning_ >> 8) + 1, unsigned{model_.maxBinY});
-    const ModelInfo& info = model_.info;
-    const Region region{
-        .x = 0, .y = 0, .width = info.pixelCountX, .height = info.pixelCountY, .binX = binX, .binY = binY};
-    Integration integration;
-    integration.darkSeconds = static_cast<double>(endUs - beginUs) * 1e-6;
-    integration.lightSeconds = integration.darkSeconds;  // there is no shutter
-    integration.celsius = ambientCelsius_;
-    integration.driftX = (mount_.driftX(beginUs) + mount_.driftX(endUs)) / 2;
-    integration.driftY = (mount_.driftY(beginUs) + mount_.driftY(endUs)) / 2;
-    image_ = sensor_.expose(integration, region, info.pixelCountX / binX, info.pixelCountY / binY);
-
-    const auto pixels = static_cast<int64_t>(image_.size());
-    busyUntilUs_ = endUs + READOUT_BEGIN_US + pixels * 1000000 / std::max<int64_t>(model_.pixelsPerSecond, 1);
-    output_.send(frameWords(), busyUntilUs_);
-    note("readout after " + std::to_string(integration.darkSeconds) + " s");
-}
-
-/// @return the dummy word and the frame. With precharge pairs the lowest bit of each value is lost, here and in image_:
-/// the host doubles the difference of the pair.
-std::vector<uint8_t> QuickerCamera::frameWords()
-{
-    const size_t pixelLength = model_.prechargePairs ? 4 : 2;
-    std::vector<uint8_t> bytes(2 + image_.size() * pixelLength);
-    writeLe16(bytes, 0, DUMMY_WORD);
-    const std::span pixels = std::span(bytes).subspan(2);
-    const int offset = static_cast<int8_t>(model_.prechargeCode) * PRECHARGE_STEP;
-    for (size_t i = 0; i < image_.size(); ++i) {
-        if (!model_.prechargePairs) {
-            writeLe16(pixels, 2 * i, image_[i]);
-            continue;
-        }
-        image_[i] &= 0xFFFE;
-        const int difference = (image_[i] - offset) / 2;
-        const int reset = std::max(RESET_LEVEL + static_cast<int>(i % RESET_SPREAD), -difference);
-        writeLe16(pixels, 4 * i, static_cast<unsigned>(reset));
-        writeLe16(pixels, 4 * i + 2, static_cast<unsigned>(reset + difference));
-    }
-    return bytes;
+    busyUntilUs_ =
+        sendImage({.beginUs = beginUs, .endUs = endUs},
+                  {.region = {.x = 0,
+                              .y = 0,
+                              .width = model_.info.pixelCountX,
+                              .height = model_.info.pixelCountY,
+                              .binX = binX,
+                              .binY = binY},
+                   .frameMemory = true,
+                   .samples = model_.prechargePairs ? Readout::Samples::PRECHARGE_PAIRS : Readout::Samples::WORDS,
+                   .leadingValues = 1,
+                   .beginUs = READOUT_BEGIN_US});
 }
 
 CameraTruth QuickerCamera::truth() const
 {
     CameraTruth truth = BridgedCamera::truth();
-    truth.lastImage = image_;
-    truth.sensorCelsius = ambientCelsius_;
     truth.integrating = phase_ == Phase::INTEGRATING;
     return truth;
 }

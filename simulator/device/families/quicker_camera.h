@@ -42,9 +42,7 @@ private:
     void setBinning(unsigned value);
     void start(unsigned argument);
     void endExposure(int64_t beginUs, int64_t endUs);
-    std::vector<uint8_t> frameWords();
 
-    double ambientCelsius_;
     QuickerConverter converter_;
 
     std::vector<uint8_t> written_;  // over SPI since it was selected
@@ -54,8 +52,7 @@ private:
     unsigned binningWrites_ = 0;  // how often in a row
     Phase phase_ = Phase::IDLE;
     int64_t integratingSinceUs_ = 0;
-    int64_t busyUntilUs_ = 0;      // line 4 is high
-    std::vector<uint16_t> image_;  // as a host sees it
+    int64_t busyUntilUs_ = 0;  // line 4 is high
 };
 
 }  // namespace vornsim

@@ -2,71 +2,16 @@
 #include "standard_camera.h"
 
 #include <algorithm>
-#include <utility>
+#include <iterator>
+#include <string>
 
 #include "device/usb/bytes.h"
 
 namespace vornsim {
 namespace {
 
-enum CommandCode : uint8_t {
-    GET_DESCRIPTION = 1,
-    PREPARE_SENSOR = 2,
-    PREPARE_EXPOSURE = 4,
-    START_EXPOSURE = 5,
-    READ_OUT = 6,
-    SET_SHUTTER = 9,
-    CLOSE_RELAY_1 = 20,
-    CLOSE_RELAY_2 = 21,
-    CLOSE_RELAY_3 = 22,
-    CLOSE_RELAY_4 = 23,
-    OPEN_RELAYS = 24,
-    START_APPLICATION = 44,
-    GET_COOLER_DETAILS = 52,
-    GET_COOLING_STATUS = 53,
-    GET_SENSOR_COUNT = 54,
-    GET_TEMPERATURE = 55,
-    SET_COOLING = 56,
-    WARM_UP = 57,
-    PING = 80,
-    GET_GPIO = 130,
-    GET_FILTER_STATUS = 135,
-    SET_FILTER = 136,
-};
-
-/// What the camera knows about a command before it executes it.
-struct CommandRule {
-    uint8_t code;
-    uint8_t payloadLength;
-    bool anyTime;  ///< also served before the application was started
-};
-
-constexpr CommandRule RULES[] = {
-    {GET_DESCRIPTION, 0, true},
-    {PREPARE_SENSOR, 2, false},
-    {PREPARE_EXPOSURE, 0, false},
-    {START_EXPOSURE, 0, false},
-    {READ_OUT, 16, false},
-    {SET_SHUTTER, 2, false},
-    {CLOSE_RELAY_1, 0, false},
-    {CLOSE_RELAY_2, 0, false},
-    {CLOSE_RELAY_3, 0, false},
-    {CLOSE_RELAY_4, 0, false},
-    {OPEN_RELAYS, 0, false},
-    {START_APPLICATION, 0, true},
-    {GET_COOLER_DETAILS, 0, false},
-    {GET_COOLING_STATUS, 0, false},
-    {GET_SENSOR_COUNT, 0, false},
-    {GET_TEMPERATURE, 2, false},
-    {SET_COOLING, 2, false},
-    {WARM_UP, 0, false},
-    {PING, 1, true},
-    {GET_GPIO, 0, false},
-    {GET_FILTER_STATUS, 0, false},
-    {SET_FILTER, 2, false},
-};
-
 // "CMD", one character a word, and the code.
+constexpr uint8_t FRAME_START[] = {'C', 0, 'M', 0, 'D', 0};
 constexpr size_t FRAME_HEADER_LENGTH = 8;
 constexpr size_t FRAME_CODE_OFFSET = 6;
 
@@ -82,113 +27,84 @@ constexpr unsigned HAS_SHUTTER = 0x0080;
 constexpr unsigned NO_GUIDE_PORT = 0x0100;
 constexpr unsigned HAS_FILTER_WHEEL = 0x1000;
 
-constexpr int64_t ANSWER_US = 2000;
-constexpr int64_t TEMPERATURE_US = 60000;  // conversion and averaging
+// Readout flags
+constexpr unsigned READOUT_ALWAYS = 0x0043;
+constexpr unsigned READOUT_PREVIEW = 0x0100;
+constexpr unsigned READOUT_MICROSECONDS = 0x0400;
+constexpr unsigned READOUT_DARK = 0x1000;
+constexpr unsigned READOUT_TIMED_ONLY = READOUT_MICROSECONDS | READOUT_DARK;
+
 constexpr int64_t APPLICATION_START_US = 35000;
+constexpr int64_t READOUT_BEGIN_US = 20000;  // from the command to the first word
 
 }  // namespace
 
 StandardCamera::StandardCamera(const CameraModel& model, const CameraOptions& options, const Clock& clock,
                                DeviceLog& log)
-    : AnsweringCamera(model, options, clock, log), shutter_(model.shutter)
+    : AnsweringCamera(Numbers::LOW_FIRST, model, options, clock, log), shutter_(model.shutter)
 {
 }
 
-// ---- The bus ----
-
-void StandardCamera::answer(std::vector<uint8_t> bytes, int64_t afterUs)
+std::span<const Command> StandardCamera::commands() const
 {
-    output_.send(std::move(bytes), clock_.nowUs() + afterUs);
+    // code, payload length, answer length
+    static constexpr Command COMMANDS[] = {
+        {1, 0, Command::UNFIXED, Command::EARLY, &StandardCamera::describe},
+        {2, 2, 0, Command::LATE, &StandardCamera::prepareSensor},
+        {4, 0, 0, Command::LATE, &StandardCamera::prepareExposure},
+        {5, 0, 0, Command::LATE, &StandardCamera::startExposure},
+        {6, 16, 0, Command::LATE, &StandardCamera::readOut},
+        {9, 2, 0, Command::LATE, &StandardCamera::setShutter},
+        {20, 0, 0, Command::LATE, &StandardCamera::closeRelay},
+        {21, 0, 0, Command::LATE, &StandardCamera::closeRelay},
+        {22, 0, 0, Command::LATE, &StandardCamera::closeRelay},
+        {23, 0, 0, Command::LATE, &StandardCamera::closeRelay},
+        {24, 0, 0, Command::LATE, &StandardCamera::openRelays},
+        {START_APPLICATION, 0, 0, Command::EARLY, &StandardCamera::startApplication},
+        {52, 0, 6, Command::LATE, &StandardCamera::describeCooler},
+        {53, 0, 6, Command::LATE, &StandardCamera::reportCooling},
+        {54, 0, 2, Command::LATE, &StandardCamera::countSensors},
+        {55, 2, 6, Command::LATE, &StandardCamera::measureTemperature},
+        {56, 2, 2, Command::LATE, &StandardCamera::setCooling},
+        {57, 0, 0, Command::LATE, &StandardCamera::warmUp},
+        {80, 1, 2, Command::EARLY, &StandardCamera::ping},
+        {130, 0, 0, Command::LATE, &StandardCamera::refuseGpio},
+        {135, 0, 8, Command::LATE, &StandardCamera::reportFilter},
+        {136, 2, 2, Command::LATE, &StandardCamera::setFilter},
+    };
+    return COMMANDS;
 }
 
 void StandardCamera::wordsReceived(std::span<const uint8_t> bytes)
 {
-    if (port_.direction != PORT_A_DIRECTION || port_.latch != PORT_A_LATCH) {
-        complain("words on a bus that port A does not enable");
-        return;
-    }
+    if (port_.direction != PORT_A_DIRECTION || port_.latch != PORT_A_LATCH)
+        return complain("words on a bus that port A does not enable");
     while (!bytes.empty()) {
-        constexpr uint8_t HEADER[] = {'C', 0, 'M', 0, 'D', 0};
-        if (bytes.size() < FRAME_HEADER_LENGTH || !std::equal(std::begin(HEADER), std::end(HEADER), bytes.begin()) ||
-            bytes[FRAME_CODE_OFFSET + 1] != 0) {
-            complain("no command: " + std::to_string(bytes.size()) + " bytes");
-            return;
-        }
+        if (bytes.size() < FRAME_HEADER_LENGTH ||
+            !std::equal(std::begin(FRAME_START), std::end(FRAME_START), bytes.begin()) ||
+            bytes[FRAME_CODE_OFFSET + 1] != 0)
+            return complain("no command: " + std::to_string(bytes.size()) + " bytes");
         const uint8_t code = bytes[FRAME_CODE_OFFSET];
-        const auto* rule = std::find_if(std::begin(RULES), std::end(RULES),
-                                        [&](const CommandRule& candidate) { return candidate.code == code; });
-        if (rule == std::end(RULES)) {
-            complain("unknown " + commandName(code));
-            return;
-        }
-        const size_t padded = rule->payloadLength + rule->payloadLength % 2U;
-        if (bytes.size() < FRAME_HEADER_LENGTH + padded) {
-            complain(commandName(code) + " lacks its payload");
-            return;
-        }
-        const auto payload = bytes.subspan(FRAME_HEADER_LENGTH, rule->payloadLength);
-        bytes = bytes.subspan(FRAME_HEADER_LENGTH + padded);
-        if (mayServe(code, rule->anyTime, code == START_APPLICATION))
-            execute(code, payload);
+        const Command* command = findCommand(code);
+        if (command == nullptr)
+            return complain("unknown " + commandName(code));
+        const size_t total = FRAME_HEADER_LENGTH + command->payloadLength + command->payloadLength % 2U;
+        if (bytes.size() < total)
+            return complain(commandName(code) + " lacks its payload");
+        execute(*command, bytes.subspan(FRAME_HEADER_LENGTH));
+        bytes = bytes.subspan(total);
     }
 }
 
-void StandardCamera::execute(uint8_t code, std::span<const uint8_t> payload)
+void StandardCamera::describe(CommandCall& call)
 {
-    beginAnswer(code);
-    const uint16_t argument = payload.size() == 2 ? readLe16(payload, 0) : uint16_t{0};
-    switch (code) {
-        case GET_DESCRIPTION:
-            return sendDescription();
-        case PREPARE_SENSOR:
-            return prepareSensor(argument);
-        case PREPARE_EXPOSURE:
-            return prepareExposure();
-        case START_EXPOSURE:
-            return startExposure();
-        case READ_OUT:
-            return readOut(payload);
-        case SET_SHUTTER:
-            return setShutter(argument);
-        case CLOSE_RELAY_1:
-        case CLOSE_RELAY_2:
-        case CLOSE_RELAY_3:
-        case CLOSE_RELAY_4:
-            return closeRelay(code - unsigned{CLOSE_RELAY_1});
-        case OPEN_RELAYS:
-            if (!model_.guidePort)
-                complain("guide relays, but there is no guide port");
-            return mount_.setRelays(0, clock_.nowUs());
-        case START_APPLICATION:
-            return startApplication();
-        case GET_COOLER_DETAILS:
-            return sendCoolerDetails();
-        case GET_COOLING_STATUS:
-            return sendCoolingStatus();
-        case GET_SENSOR_COUNT:
-            return answer({model_.sensorCount, 0}, ANSWER_US);
-        case GET_TEMPERATURE:
-            return sendTemperature(argument);
-        case SET_COOLING:
-            return answer({static_cast<uint8_t>(cool(argument)), 0}, ANSWER_US);
-        case WARM_UP:
-            return warmUp();
-        case PING:
-            return answer({static_cast<uint8_t>(payload[0] + 1), 0}, ANSWER_US);
-        case GET_GPIO:
-            return complain("GPIO asked for, but there are no lines");
-        case GET_FILTER_STATUS:
-            return sendFilterStatus();
-        case SET_FILTER:
-            return setFilter(argument);
-        default:
-            return;
-    }
+    putDescription(call,
+                   HAS_FIFO | HAS_PREVIEW | HAS_SUBSAMPLING | (model_.shutter ? HAS_SHUTTER : 0) |
+                       (model_.guidePort ? 0 : NO_GUIDE_PORT) | (model_.filterCount > 0 ? HAS_FILTER_WHEEL : 0),
+                   model_.describedX, model_.describedY);
 }
 
-// ---- Description and start ----
-
-void StandardCamera::startApplication()
+void StandardCamera::startApplication(CommandCall& /*call*/)
 {
     // Whatever an earlier session left under way ends; the cooler goes on.
     const int64_t now = clock_.nowUs();
@@ -198,83 +114,97 @@ void StandardCamera::startApplication()
     mount_.setRelays(0, now);
 }
 
-void StandardCamera::sendDescription()
+void StandardCamera::ping(CommandCall& call)
 {
-    std::vector<uint8_t> bytes;
-    const auto appendText = [&](const char* text) {
-        do {
-            appendLe16(bytes, static_cast<uint8_t>(*text));
-        } while (*text++ != '\0');
-    };
-    unsigned flags = HAS_FIFO | HAS_PREVIEW | HAS_SUBSAMPLING;
-    flags |= model_.shutter ? HAS_SHUTTER : 0;
-    flags |= model_.guidePort ? 0 : NO_GUIDE_PORT;
-    flags |= model_.filterCount > 0 ? HAS_FILTER_WHEEL : 0;
-
-    appendLe16(bytes, model_.versionMinor);
-    appendLe16(bytes, model_.versionMajor);
-    appendText(model_.info.name);
-    appendText("Vorn");
-    for (const unsigned word : {flags, unsigned{model_.describedX}, unsigned{model_.describedY},
-                                unsigned{model_.pixelSizeX}, unsigned{model_.pixelSizeY}, unsigned{model_.maxBinX},
-                                unsigned{model_.maxBinY}, unsigned{model_.wellCapacity}})
-        appendLe16(bytes, word);
-    answer(std::move(bytes), ANSWER_US);
+    put(call, static_cast<uint8_t>(call.payload[0] + 1));
 }
 
-// ---- Temperature ----
-
-void StandardCamera::sendTemperature(unsigned sensor)
+void StandardCamera::refuseGpio(CommandCall& /*call*/)
 {
-    std::vector<uint8_t> bytes = {model_.sensorEncoding, 0};
-    appendLe16(bytes, rawTemperature(sensor));
-    appendLe16(bytes, 0);
-    answer(std::move(bytes), TEMPERATURE_US);
+    complain("GPIO asked for, but there are no lines");
 }
 
-void StandardCamera::sendCoolerDetails()
+void StandardCamera::setShutter(CommandCall& call)
 {
-    answer({static_cast<uint8_t>(model_.cooler), 0, model_.maxCoolerPower, 0, model_.minCoolerPower, 0}, ANSWER_US);
-}
-
-void StandardCamera::sendCoolingStatus()
-{
-    std::vector<uint8_t> bytes = {rawCoolerPower(), 0, cooler_.flags(clock_.nowUs()), 0};
-    appendLe16(bytes, encodeCelsius(cooler_.targetCelsius(), model_.sensorEncoding));
-    answer(std::move(bytes), ANSWER_US);
-}
-
-// ---- Accessories ----
-
-void StandardCamera::setShutter(uint16_t open)
-{
-    if (!shutter_.present() || open > 1) {
-        complain("shutter set to " + std::to_string(open) + (shutter_.present() ? "" : ", but there is no shutter"));
-        return;
-    }
+    const unsigned open = argument(call);
+    if (!shutter_.present() || open > 1)
+        return complain("shutter set to " + std::to_string(open) +
+                        (shutter_.present() ? "" : ", but there is no shutter"));
     shutter_.set(open == 1, clock_.nowUs());
     note(open == 1 ? "shutter open" : "shutter closed");
 }
 
-void StandardCamera::sendFilterStatus()
+// ---- Exposure ----
+
+void StandardCamera::prepareSensor(CommandCall& call)
 {
-    if (wheel_.count() == 0)
-        complain("filter status, but there is no wheel");
-    const int64_t now = clock_.nowUs();
-    std::vector<uint8_t> bytes;
-    for (const unsigned word : {wheel_.count(), unsigned{wheel_.moving(now)}, wheel_.current(now), wheel_.target()})
-        appendLe16(bytes, word);
-    answer(std::move(bytes), ANSWER_US);
+    const unsigned step = argument(call);
+    if (step == 0)
+        phase_ = Phase::CLEARED;
+    else if (step == 1 && phase_ == Phase::INTEGRATING)
+        phase_ = Phase::STOPPED;
+    else
+        complain("sensor preparation " + std::to_string(step) + " out of sequence");
 }
 
-void StandardCamera::setFilter(uint16_t position)
+void StandardCamera::prepareExposure(CommandCall& /*call*/)
 {
-    const bool done = wheel_.moveTo(position, clock_.nowUs());
-    if (wheel_.count() == 0)
-        complain("filter chosen, but there is no wheel");
+    if (phase_ != Phase::CLEARED)
+        return complain("exposure prepared before the sensor was");
+    phase_ = Phase::READY;
+}
+
+void StandardCamera::startExposure(CommandCall& /*call*/)
+{
+    if (phase_ != Phase::READY)
+        return complain("exposure started without preparation");
+    phase_ = Phase::INTEGRATING;
+    integratingSinceUs_ = clock_.nowUs();
+    shutter_.beginIntegration(integratingSinceUs_);
+    note("exposure started");
+}
+
+/// | Offset | Size | Payload, little-endian                              |
+/// |--------|------|-----------------------------------------------------|
+/// | 0      | 2    | exposure code; 0 ends an exposure already begun     |
+/// | 2, 4   | 2, 2 | binning, columns and rows                           |
+/// | 6, 8   | 2, 2 | first column and row                                |
+/// | 10, 12 | 2, 2 | columns and rows of the sensor                      |
+/// | 14     | 2    | flags                                               |
+void StandardCamera::readOut(CommandCall& call)
+{
+    const unsigned code = readLe16(call.payload, 0);
+    const unsigned flags = readLe16(call.payload, 14);
+    const Readout readout{.region = {.x = readLe16(call.payload, 6),
+                                     .y = readLe16(call.payload, 8),
+                                     .width = readLe16(call.payload, 10),
+                                     .height = readLe16(call.payload, 12),
+                                     .binX = readLe16(call.payload, 2),
+                                     .binY = readLe16(call.payload, 4)},
+                          .preview = (flags & READOUT_PREVIEW) != 0,
+                          .beginUs = READOUT_BEGIN_US};
+    const bool timed = code != 0;
+    const unsigned known = READOUT_ALWAYS | READOUT_PREVIEW | (timed ? READOUT_TIMED_ONLY : 0);
+    if (phase_ != (timed ? Phase::INTEGRATING : Phase::STOPPED))
+        return complain("readout without exposure");
+    if ((flags & READOUT_ALWAYS) != READOUT_ALWAYS || (flags & ~known) != 0)
+        return complain("readout with flags " + std::to_string(flags));
+    if (!canRead(readout.region))
+        return;
+    if (!timed && shutter_.present() && shutter_.open())
+        complain("readout with the shutter open");
+    phase_ = Phase::IDLE;
+
+    // With a code the camera clears the sensor once more and times the exposure itself.
+    const int64_t now = clock_.nowUs();
+    ExposureTimes times{.beginUs = integratingSinceUs_, .endUs = now};
+    if (timed)
+        times = {.beginUs = now, .endUs = now + int64_t{code} * ((flags & READOUT_MICROSECONDS) != 0 ? 1 : 1000)};
     else
-        note("filter " + std::to_string(position) + (done ? "" : " does not exist"));
-    answer({static_cast<uint8_t>(done), 0}, ANSWER_US);
+        times.lightSeconds = shutter_.lightSeconds(now);
+    if ((flags & READOUT_DARK) != 0 && shutter_.present())
+        times.lightSeconds = 0.0;
+    sendImage(times, readout);
 }
 
 CameraTruth StandardCamera::truth() const
