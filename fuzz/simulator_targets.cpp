@@ -50,9 +50,12 @@ void serveUsbIp(Input& input)
     vorntest::bus().reset();
     const vorntest::BusClock clock;
     vorntest::CollectedLog log;
-    const auto camera = vornsim::makeCamera(vornsim::models().front(), {.scene = vornsim::SceneKind::RAMP}, clock, log);
+    const auto make = [&] {
+        return vornsim::makeCamera(vornsim::models().front(), {.scene = vornsim::SceneKind::RAMP}, clock, log);
+    };
+    vornsim::CameraSlot slot(make, {}, clock, log);
     vornsim::usbip::ExportTable exports(clock);
-    check(exports.add(*camera, log), "a camera without descriptors");
+    check(exports.add(slot, log), "a camera without descriptors");
     int ends[2] = {};
     check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends) == 0, "no sockets");
     {

@@ -7,9 +7,13 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <span>
 
+#include "device/faults/camera_slot.h"
 #include "device/usb/usb_device.h"
+#include "device/usb/usb_requests.h"
 
 namespace vornsim {
 
@@ -28,30 +32,45 @@ struct Urb {
     size_t length = 0;             ///< bytes in @ref data, without a setup packet
     std::shared_ptr<void> charge;  ///< what the transport holds for it until it is collected
 
+    bool begun = false;                ///< it was at the head of its endpoint once
+    const FaultRule* fault = nullptr;  ///< what goes wrong with it, once it has begun
+    int64_t notBeforeUs = 0;           ///< LATE_ANSWER: the answer's clock time
+
     int status = 0;           ///< 0 or a negative errno, valid once it is done
     size_t actualLength = 0;  ///< bytes moved so far
 
     /// Whether data goes from the device to the host.
-    bool isIn() const { return (kind == UrbKind::CONTROL ? setup.requestType : endpoint) & 0x80; }
+    bool isIn() const { return (kind == UrbKind::CONTROL ? setup.requestType : endpoint) & usb::DIRECTION_IN; }
 
     /// The endpoint with the direction in bit 7, for control transfers as well.
-    uint8_t address() const { return static_cast<uint8_t>(isIn() ? endpoint | 0x80 : endpoint); }
+    uint8_t address() const { return static_cast<uint8_t>(isIn() ? endpoint | usb::DIRECTION_IN : endpoint); }
 };
 
-/// The transfers of one device: a first-in, first-out queue for each endpoint, and the finished ones until the host
+/// The transfers of one camera: a first-in, first-out queue for each endpoint, and the finished ones until the host
 /// collects them. Knows nothing of usbfs or threads, and gets the time from a clock, so it can be tested by itself.
+///
+/// It asks the camera's plan of faults about every transfer that begins, and hurts those that the plan names.
 ///
 /// A transfer that the device answers with NAK stays at the head of its endpoint. It is tried again when the device
 /// said that time would help, and whenever another transfer has moved, because that may have been what the device was
 /// waiting for.
 class UrbQueue {
 public:
-    /// @p device and @p clock must outlive the queue.
-    UrbQueue(UsbDevice& device, const Clock& clock) : device_(device), clock_(clock) {}
+    /// @p slot and @p clock must outlive the queue, which ends when its camera is unplugged.
+    UrbQueue(CameraSlot& slot, const Clock& clock) : slot_(slot), faults_(slot.faults()), clock_(clock) {}
+
+    /// A program takes the camera's interface. @return false when the plan lets it seem to be taken already.
+    bool mayClaim() { return faults_.mayClaim(); }
 
     /// Queues a transfer and moves what can be moved. @return 0, ENODEV on a device that is gone, or ENOMEM when the
-    /// device wants the host to be out of memory.
+    /// plan lets the host be out of memory.
     int submit(std::unique_ptr<Urb> urb);
+
+    /// Selects an alternate setting, past the transfers under way. @return false when the device refuses or is gone.
+    bool setInterface(unsigned interface, unsigned alternate);
+
+    /// A control transfer without data, past the transfers under way.
+    TransferStatus control(const SetupPacket& setup);
 
     /// Takes a transfer back (a host's timeout): it is done with ENOENT and what it moved until now.
     /// @return false when no such transfer is pending.
@@ -90,12 +109,16 @@ private:
 
     /// Moves the head of one endpoint's queue. @return whether anything changed.
     bool step(Pending& pending);
+    void begin(Urb& urb);
+    std::optional<BulkResult> hurt(const Urb& urb);
     BulkResult stepControl(Urb& urb);
     BulkResult stepBulk(Urb& urb);
     void finishHead(Pending& pending, int status);
 
-    UsbDevice& device_;
+    CameraSlot& slot_;
+    FaultPlan& faults_;
     const Clock& clock_;
+    std::set<uint8_t> halted_;  ///< endpoints that the plan has stalled, with the direction in bit 7
     std::map<uint8_t, Pending> pending_;
     std::deque<std::unique_ptr<Urb>> done_;
     int64_t nextRetryUs_ = NEVER;

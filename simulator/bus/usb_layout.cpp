@@ -3,25 +3,12 @@
 
 #include <algorithm>
 
+#include "device/usb/bytes.h"
+#include "device/usb/usb_requests.h"
+
 namespace vornsim {
-namespace {
 
-constexpr size_t DEVICE_LENGTH = 18;
-constexpr size_t CONFIGURATION_LENGTH = 9;
-constexpr size_t INTERFACE_LENGTH = 9;
-constexpr size_t ENDPOINT_LENGTH = 7;
-
-constexpr uint8_t TYPE_DEVICE = 1;
-constexpr uint8_t TYPE_CONFIGURATION = 2;
-constexpr uint8_t TYPE_INTERFACE = 4;
-constexpr uint8_t TYPE_ENDPOINT = 5;
-
-uint16_t getLe16(std::span<const uint8_t> bytes, size_t offset)
-{
-    return static_cast<uint16_t>(bytes[offset] | (bytes[offset + 1] << 8));
-}
-
-}  // namespace
+using namespace usb;
 
 const AlternateSetting* UsbLayout::find(unsigned interface, unsigned alternate) const
 {
@@ -41,30 +28,30 @@ std::optional<uint8_t> UsbLayout::interfaceOf(uint8_t endpoint) const
 
 std::optional<UsbLayout> parseDescriptors(std::span<const uint8_t> bytes)
 {
-    if (bytes.size() < DEVICE_LENGTH + CONFIGURATION_LENGTH || bytes[0] != DEVICE_LENGTH || bytes[1] != TYPE_DEVICE)
+    if (bytes.size() < DEVICE_LENGTH + CONFIGURATION_LENGTH || bytes[0] != DEVICE_LENGTH || bytes[1] != DEVICE)
         return std::nullopt;
     std::span<const uint8_t> rest = bytes.subspan(DEVICE_LENGTH);
-    if (rest[0] != CONFIGURATION_LENGTH || rest[1] != TYPE_CONFIGURATION)
+    if (rest[0] != CONFIGURATION_LENGTH || rest[1] != CONFIGURATION)
         return std::nullopt;
 
     UsbLayout layout;
     layout.deviceClass = bytes[4];
     layout.subClass = bytes[5];
     layout.protocol = bytes[6];
-    layout.vendorId = getLe16(bytes, 8);
-    layout.productId = getLe16(bytes, 10);
-    layout.release = getLe16(bytes, 12);
+    layout.vendorId = readLe16(bytes, 8);
+    layout.productId = readLe16(bytes, 10);
+    layout.release = readLe16(bytes, 12);
     layout.configurationValue = rest[5];
 
     rest = rest.subspan(CONFIGURATION_LENGTH);
     while (rest.size() >= 2 && rest[0] >= 2 && rest[0] <= rest.size()) {
         const size_t length = rest[0];
         const uint8_t type = rest[1];
-        if (type == TYPE_CONFIGURATION)
+        if (type == CONFIGURATION)
             break;
-        if (type == TYPE_INTERFACE && length >= INTERFACE_LENGTH)
+        if (type == INTERFACE && length >= INTERFACE_LENGTH)
             layout.settings.push_back({rest[2], rest[3], rest[5], rest[6], rest[7], {}});
-        else if (type == TYPE_ENDPOINT && length >= ENDPOINT_LENGTH && !layout.settings.empty())
+        else if (type == ENDPOINT && length >= ENDPOINT_LENGTH && !layout.settings.empty())
             layout.settings.back().endpoints.push_back(rest[2]);
         rest = rest.subspan(length);
     }

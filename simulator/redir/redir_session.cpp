@@ -10,6 +10,8 @@
 #include <new>
 #include <utility>
 
+#include "device/usb/usb_requests.h"
+
 namespace vornsim {
 namespace {
 
@@ -18,7 +20,6 @@ constexpr uint64_t GUEST = 1;  // owner of all transfers in the queue
 /// The longest transfer that a guest may ask for. One read of a whole frame arrives as one packet.
 constexpr size_t LONGEST_TRANSFER = size_t{64} * 1024 * 1024;
 
-constexpr uint8_t REQUEST_SET_CONFIGURATION = 9;
 constexpr uint16_t BULK_PACKET_LENGTH = 512;  // of every bulk endpoint at high speed
 constexpr size_t ENDPOINT_SLOTS = 32;
 
@@ -133,8 +134,8 @@ void RedirSession::FreeParser::operator()(usbredirparser* parser) const
     usbredirparser_destroy(parser);
 }
 
-RedirSession::RedirSession(int fd, UsbDevice& device, const UsbLayout& layout, const Clock& clock, DeviceLog& log)
-    : fd_(fd), device_(device), layout_(layout), log_(log), queue_(device, clock), parser_(usbredirparser_create())
+RedirSession::RedirSession(int fd, CameraSlot& slot, const UsbLayout& layout, const Clock& clock, DeviceLog& log)
+    : fd_(fd), layout_(layout), log_(log), queue_(slot, clock), parser_(usbredirparser_create())
 {
     if (!parser_)
         throw std::bad_alloc();
@@ -254,13 +255,12 @@ void RedirSession::reset()
 {
     queue_.cancel([](const Urb&) { return true; }, -ENOENT);
     alternate_ = 0;
-    (void)device_.setInterface(0, 0);  // a device that refuses is as the reset left it
+    (void)queue_.setInterface(0, 0);  // a device that refuses is as the reset left it
 }
 
 void RedirSession::setConfiguration(uint64_t id, uint8_t configuration)
 {
-    const SetupPacket request{0, REQUEST_SET_CONFIGURATION, configuration, 0, 0};
-    const bool ok = device_.control(request, {}).status == TransferStatus::OK;
+    const bool ok = queue_.control({0, usb::SET_CONFIGURATION, configuration, 0, 0}) == TransferStatus::OK;
     reset();
     sendEndpoints();
     usb_redir_configuration_status_header status{redirStatus(ok ? 0 : -EPIPE), configuration};
@@ -269,7 +269,7 @@ void RedirSession::setConfiguration(uint64_t id, uint8_t configuration)
 
 void RedirSession::setAlternate(uint64_t id, uint8_t interface, uint8_t alternate)
 {
-    const bool ok = device_.setInterface(interface, alternate);
+    const bool ok = queue_.setInterface(interface, alternate);
     if (ok)
         alternate_ = alternate;
     sendEndpoints();
@@ -316,7 +316,7 @@ void RedirSession::submit(std::unique_ptr<Urb> urb, size_t length, std::span<con
         answer(refused);
 }
 
-/// Answers what is done, and takes leave when the device has left the bus.
+/// Answers what is done, and disconnects when the device has left the bus.
 void RedirSession::answerFinished()
 {
     while (const std::unique_ptr<Urb> urb = queue_.reap(GUEST))

@@ -22,8 +22,9 @@ namespace vornsim {
 /// that has the device. The guest's own host controller driver asks for the transfers, and QEMU hands them on.
 class RedirSession final : public StreamSession {
 public:
-    /// @p fd, which stays the caller's, and the others must outlive the session. @p device has valid descriptors.
-    RedirSession(int fd, UsbDevice& device, const UsbLayout& layout, const Clock& clock, DeviceLog& log);
+    /// @p fd, which stays the caller's, and the others must outlive the session. The camera in @p slot has valid
+    /// descriptors.
+    RedirSession(int fd, CameraSlot& slot, const UsbLayout& layout, const Clock& clock, DeviceLog& log);
     ~RedirSession() override;
 
     bool onReadable() override;
@@ -55,7 +56,6 @@ private:
     bool flush();
 
     const int fd_;
-    UsbDevice& device_;
     const UsbLayout layout_;
     DeviceLog& log_;
     UrbQueue queue_;

@@ -12,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "device/usb/bytes.h"
+#include "device/usb/usb_requests.h"
 #include "ioctl_data.h"
 
 namespace vornsim {
@@ -21,7 +23,6 @@ namespace {
 constexpr uint32_t CAPABILITIES = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
                                   USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
 constexpr long SPEED_HIGH = 3;  // USB_SPEED_HIGH of linux/usb/ch9.h
-constexpr size_t SETUP_LENGTH = 8;
 
 uint64_t fileOf(CameraPort::Client* client)
 {
@@ -32,12 +33,6 @@ uint64_t fileOf(CameraPort::Client* client)
 unsigned long argumentOf(CameraPort::Client* client)
 {
     return load<unsigned long>(umockdev_ioctl_client_get_arg(client));
-}
-
-SetupPacket decodeSetup(const uint8_t* bytes)
-{
-    auto word = [&](size_t offset) { return static_cast<uint16_t>(bytes[offset] | (bytes[offset + 1] << 8)); };
-    return {bytes[0], bytes[1], word(2), word(4), word(6)};
 }
 
 /// Gives @p urb room for @p length bytes. @return false when there is no memory.
@@ -53,14 +48,14 @@ bool allocate(Urb& urb, size_t length, UsbfsMemory& memory)
 
 }  // namespace
 
-CameraPort::CameraPort(UsbDevice& device, const UsbLayout& layout, const Clock& clock, DeviceLog& log,
+CameraPort::CameraPort(CameraSlot& slot, const UsbLayout& layout, const Clock& clock, DeviceLog& log,
                        UsbfsMemory& memory, Events events)
-    : device_(device),
+    : slot_(slot),
       clock_(clock),
-      descriptors_(device.descriptors()),
+      descriptors_(slot.camera().descriptors()),
       memory_(memory),
       events_(std::move(events)),
-      node_(device, layout, clock, log)
+      node_(slot, layout, clock, log)
 {
 }
 
@@ -138,9 +133,7 @@ void CameraPort::run()
 
 int64_t CameraPort::nextWakeUs() const
 {
-    int64_t wakeUs = const_cast<UsbfsNode&>(node_).queue().nextRetryUs();
-    for (const Waiting& waiting : waiting_)
-        wakeUs = std::min(wakeUs, waiting.deadlineUs);
+    const int64_t wakeUs = const_cast<UsbfsNode&>(node_).queue().nextRetryUs();
     return replug_ ? std::min(wakeUs, replug_->atUs) : wakeUs;
 }
 
@@ -193,7 +186,7 @@ std::optional<CameraPort::Answer> CameraPort::handleRequest(Client* client)
             const Answer answer = reap(client);
             if (answer.error != EAGAIN)
                 return answer;
-            waiting_.push_back({client, file});
+            reapers_.push_back(client);
             return std::nullopt;
         }
         case USBDEVFS_DISCARDURB:
@@ -219,9 +212,6 @@ std::optional<CameraPort::Answer> CameraPort::handleRequest(Client* client)
             return Answer{};
         case USBDEVFS_SUBMITURB:
             return failOr(submitUrb(client, record.get()));
-        case USBDEVFS_CONTROL:
-        case USBDEVFS_BULK:
-            return submitSynchronous(client, request, record.get());
         case USBDEVFS_CLAIMINTERFACE:
             return failOr(node_.claim(file, load<unsigned>(record.get())));
         case USBDEVFS_RELEASEINTERFACE:
@@ -264,7 +254,7 @@ int CameraPort::submitUrb(Client* client, UMockdevIoctlData* record)
     if ((!isControl && host.type != USBDEVFS_URB_TYPE_BULK) || host.buffer_length < 0)
         return EINVAL;
     const auto length = static_cast<size_t>(host.buffer_length);
-    const size_t headerLength = isControl ? SETUP_LENGTH : 0;
+    const size_t headerLength = isControl ? usb::SETUP_LENGTH : 0;
     if (length < headerLength)
         return EINVAL;
 
@@ -276,10 +266,10 @@ int CameraPort::submitUrb(Client* client, UMockdevIoctlData* record)
     urb->shortIsError = host.flags & USBDEVFS_URB_SHORT_NOT_OK;
 
     constexpr size_t BUFFER = offsetof(usbdevfs_urb, buffer);
-    const bool fetchAll = isControl ? length <= SETUP_LENGTH + UINT16_MAX : !urb->isIn();
+    const bool fetchAll = isControl ? length <= usb::SETUP_LENGTH + UINT16_MAX : !urb->isIn();
     if (ObjectRef<UMockdevIoctlData> bytes = resolve(record, BUFFER, fetchAll ? length : 0)) {
         if (isControl)
-            urb->setup = decodeSetup(bytes->data);
+            urb->setup = readSetup({bytes->data, usb::SETUP_LENGTH});
         if (!allocate(*urb, isControl ? urb->setup.length : length, memory_))
             return ENOMEM;
         if (urb->length > length - headerLength)
@@ -314,7 +304,7 @@ CameraPort::Answer CameraPort::reap(Client* client)
     host.error_count = 0;
     store(record.get(), host);
     if (urb->isIn() && urb->actualLength > 0) {
-        const size_t headerLength = urb->kind == UrbKind::CONTROL ? SETUP_LENGTH : 0;
+        const size_t headerLength = urb->kind == UrbKind::CONTROL ? usb::SETUP_LENGTH : 0;
         const auto bytes = resolve(record.get(), offsetof(usbdevfs_urb, buffer), headerLength + urb->actualLength);
         if (!bytes)
             return {-1, EFAULT};
@@ -323,94 +313,23 @@ CameraPort::Answer CameraPort::reap(Client* client)
     return {};
 }
 
-std::optional<CameraPort::Answer> CameraPort::submitSynchronous(Client* client, unsigned long request,
-                                                                UMockdevIoctlData* record)
-{
-    auto urb = std::make_unique<Urb>();
-    urb->owner = ++lastSynchronousOwner_;  // no file: those are addresses
-    size_t length = 0;
-    size_t pointerOffset = 0;
-    unsigned timeoutMs = 0;
-    if (request == USBDEVFS_CONTROL) {
-        const auto host = load<usbdevfs_ctrltransfer>(record);
-        urb->kind = UrbKind::CONTROL;
-        urb->setup = {host.bRequestType, host.bRequest, host.wValue, host.wIndex, host.wLength};
-        length = host.wLength;
-        timeoutMs = host.timeout;
-        pointerOffset = offsetof(usbdevfs_ctrltransfer, data);
-    } else {
-        const auto host = load<usbdevfs_bulktransfer>(record);
-        urb->endpoint = static_cast<uint8_t>(host.ep);
-        length = host.len;
-        timeoutMs = host.timeout;
-        pointerOffset = offsetof(usbdevfs_bulktransfer, data);
-    }
-    if (!allocate(*urb, length, memory_))
-        return Answer{-1, ENOMEM};
-    if (length > 0) {
-        const auto bytes = resolve(record, pointerOffset, length);
-        if (!bytes)
-            return Answer{-1, EFAULT};
-        std::copy_n(bytes->data, length, urb->data.get());
-    }
-
-    Waiting waiting{client, urb->owner};
-    if (timeoutMs > 0)
-        waiting.deadlineUs = clock_.nowUs() + int64_t{1000} * timeoutMs;
-    if (int error = node_.submit(fileOf(client), std::move(urb)))
-        return Answer{-1, error};
-    if (std::optional<Answer> answer = answerWaiting(waiting))
-        return answer;
-    waiting_.push_back(waiting);
-    return std::nullopt;
-}
-
-CameraPort::Answer CameraPort::finishSynchronous(const Waiting& waiting, const Urb& urb)
-{
-    if (urb.status < 0)
-        return {-1, waiting.expired ? ETIMEDOUT : -urb.status};
-    if (urb.isIn() && urb.actualLength > 0) {
-        // Both were fetched when the request came; asking again gives the same copies.
-        const unsigned long request = umockdev_ioctl_client_get_request(waiting.client);
-        const size_t pointerOffset =
-            request == USBDEVFS_CONTROL ? offsetof(usbdevfs_ctrltransfer, data) : offsetof(usbdevfs_bulktransfer, data);
-        const auto record = resolve(umockdev_ioctl_client_get_arg(waiting.client), 0, _IOC_SIZE(request));
-        const auto bytes = resolve(record.get(), pointerOffset, urb.length);
-        std::copy_n(urb.data.get(), urb.actualLength, bytes->data);
-    }
-    return {static_cast<long>(urb.actualLength), 0};
-}
-
-std::optional<CameraPort::Answer> CameraPort::answerWaiting(Waiting& waiting)
-{
-    if (waiting.owner == fileOf(waiting.client)) {
-        const Answer answer = reap(waiting.client);
-        return answer.error == EAGAIN ? std::nullopt : std::optional(answer);
-    }
-    if (clock_.nowUs() >= waiting.deadlineUs && !node_.queue().hasDone(waiting.owner)) {
-        waiting.expired = true;
-        (void)node_.queue().discard(waiting.owner, 0);
-    }
-    const std::unique_ptr<Urb> urb = node_.queue().reap(waiting.owner);
-    return urb ? std::optional(finishSynchronous(waiting, *urb)) : std::nullopt;
-}
-
 void CameraPort::settle()
 {
     if (node_.queue().gone() && !unpluggedTold_) {
         unpluggedTold_ = true;
-        replug_ = device_.replug();
+        replug_ = slot_.faults().replug();
         events_.unplugged();
     }
-    for (auto waiting = waiting_.begin(); waiting != waiting_.end();) {
-        const std::optional<Answer> answer = answerWaiting(*waiting);
-        if (answer)
-            complete(waiting->client, *answer);
-        waiting = answer ? waiting_.erase(waiting) : waiting + 1;
-    }
+    std::erase_if(reapers_, [this](Client* client) {
+        const Answer answer = reap(client);
+        if (answer.error == EAGAIN)
+            return false;
+        complete(client, answer);
+        return true;
+    });
     updateGate();
     if (replug_ && clock_.nowUs() >= replug_->atUs) {
-        device_.plugIn();
+        slot_.plugIn();
         events_.pluggedIn(std::exchange(replug_, std::nullopt)->samePort);
     }
 }

@@ -37,8 +37,8 @@ public:
         std::function<void(bool samePort)> pluggedIn;  ///< the device is back; from then on it is not this port's
     };
 
-    /// @p device, @p clock, @p log and @p memory must outlive the port.
-    CameraPort(UsbDevice& device, const UsbLayout& layout, const Clock& clock, DeviceLog& log, UsbfsMemory& memory,
+    /// @p slot, @p clock, @p log and @p memory must outlive the port.
+    CameraPort(CameraSlot& slot, const UsbLayout& layout, const Clock& clock, DeviceLog& log, UsbfsMemory& memory,
                Events events);
     ~CameraPort();
     CameraPort(const CameraPort&) = delete;
@@ -73,14 +73,6 @@ private:
         int error = 0;  ///< errno when result is -1
     };
 
-    /// A request that is answered when its transfer is done: REAPURB, or one of the old synchronous ones.
-    struct Waiting {
-        Client* client = nullptr;
-        uint64_t owner = 0;          ///< of the transfer: the file for REAPURB, else a number of its own
-        int64_t deadlineUs = NEVER;  ///< synchronous requests may have a timeout
-        bool expired = false;
-    };
-
     void post(JobKind kind, Client* client);
     void run();
     static void complete(Client* client, const Answer& answer);
@@ -90,19 +82,16 @@ private:
     /// Carries a request out. @return null when the answer has to wait for a transfer.
     std::optional<Answer> handleRequest(Client* client);
     int submitUrb(Client* client, _UMockdevIoctlData* record);
-    std::optional<Answer> submitSynchronous(Client* client, unsigned long request, _UMockdevIoctlData* record);
 
     /// Gives a finished transfer back to the host; EAGAIN or ENODEV when there is none.
     Answer reap(Client* client);
-    std::optional<Answer> answerWaiting(Waiting& waiting);
-    Answer finishSynchronous(const Waiting& waiting, const Urb& urb);
 
     /// Tells of unplugging and plugging in, answers what waited and can be answered now, opens or closes the gate.
     void settle();
     void updateGate();
     int64_t nextWakeUs() const;
 
-    UsbDevice& device_;
+    CameraSlot& slot_;
     const Clock& clock_;
     const std::vector<uint8_t> descriptors_;
     UsbfsMemory& memory_;
@@ -111,9 +100,8 @@ private:
     PollGate gate_;
     bool unpluggedTold_ = false;
     std::optional<Replug> replug_;  ///< once the device is unplugged, until it is back
-    std::deque<Waiting> waiting_;
+    std::deque<Client*> reapers_;   ///< that wait for a transfer to finish
     std::map<Client*, size_t> readOffsets_;
-    uint64_t lastSynchronousOwner_ = 0;
 
     std::mutex mutex_;  ///< guards what follows
     std::condition_variable posted_;

@@ -105,12 +105,12 @@ struct MockBus::State {
     explicit State(const Clock& busClock) : clock(busClock), testbed(makeTestbed()) {}
 
     /// Plugs a device into a port of the root hub. @return an empty text, or what went wrong.
-    std::string plugIn(UsbDevice& device, DeviceLog& log, unsigned portNumber);
+    std::string plugIn(CameraSlot& slot, DeviceLog& log, unsigned portNumber);
 
     /// Serves the device node that will be, with @p gate to take its place.
     std::string serve(const UsbAddress& address, const PortRef& port, const std::string& gate);
 
-    CameraPort::Events eventsOf(UsbDevice& device, DeviceLog& log, const UsbAddress& address, const UsbLayout& layout);
+    CameraPort::Events eventsOf(CameraSlot& slot, DeviceLog& log, const UsbAddress& address, const UsbLayout& layout);
     void remove(const UsbAddress& address, const UsbLayout& layout);
     std::string path(const std::string& below) const;
 
@@ -133,15 +133,14 @@ std::string MockBus::State::path(const std::string& below) const
     return whole;
 }
 
-std::string MockBus::State::plugIn(UsbDevice& device, DeviceLog& log, unsigned portNumber)
+std::string MockBus::State::plugIn(CameraSlot& slot, DeviceLog& log, unsigned portNumber)
 {
-    const std::vector<uint8_t> descriptors = device.descriptors();
+    const std::vector<uint8_t> descriptors = slot.camera().descriptors();
     const std::optional<UsbLayout> layout = parseDescriptors(descriptors);
     if (!layout)
         return "the device has no valid descriptors";
     const UsbAddress address{BUS, portNumber, ++lastDevice};
-    auto port =
-        std::make_shared<CameraPort>(device, *layout, clock, log, memory, eventsOf(device, log, address, *layout));
+    auto port = std::make_shared<CameraPort>(slot, *layout, clock, log, memory, eventsOf(slot, log, address, *layout));
     // A program may hear of the device and open it as soon as it is added, so all else is made before.
     const std::string gate = path("/gate");
     std::string problem = serve(address, port, gate);
@@ -182,7 +181,7 @@ void MockBus::State::remove(const UsbAddress& address, const UsbLayout& layout)
     umockdev_testbed_remove_device(testbed.get(), sysfsPath(address).c_str());
 }
 
-CameraPort::Events MockBus::State::eventsOf(UsbDevice& device, DeviceLog& log, const UsbAddress& address,
+CameraPort::Events MockBus::State::eventsOf(CameraSlot& slot, DeviceLog& log, const UsbAddress& address,
                                             const UsbLayout& layout)
 {
     const auto unplugged = [this, &log, address, layout] {
@@ -190,11 +189,11 @@ CameraPort::Events MockBus::State::eventsOf(UsbDevice& device, DeviceLog& log, c
         remove(address, layout);
         log.note("unplugged");
     };
-    const auto pluggedIn = [this, &device, &log, port = address.port](bool samePort) {
+    const auto pluggedIn = [this, &slot, &log, port = address.port](bool samePort) {
         const std::lock_guard held(mutex);
         if (closing)
             return;
-        const std::string problem = plugIn(device, log, samePort ? port : ++lastPort);
+        const std::string problem = plugIn(slot, log, samePort ? port : ++lastPort);
         log.note(problem.empty() ? "plugged in again" : "cannot be plugged in again: " + problem);
     };
     return {unplugged, pluggedIn};
@@ -220,14 +219,14 @@ MockBus::~MockBus()
     }
 }
 
-std::string MockBus::attach(UsbDevice& device, DeviceLog& log)
+std::string MockBus::attach(CameraSlot& slot, DeviceLog& log)
 {
     const std::lock_guard held(state_->mutex);
     GError* error = nullptr;
     if (state_->lastPort == 0 &&
         !umockdev_testbed_add_from_string(state_->testbed.get(), describeRootHub(BUS).c_str(), &error))
         return takeMessage(error);
-    return state_->plugIn(device, log, ++state_->lastPort);
+    return state_->plugIn(slot, log, ++state_->lastPort);
 }
 
 std::vector<std::string> MockBus::environment() const

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "device/usb/usb_device.h"
+#include "device/faults/camera_slot.h"
 
 namespace vornsim {
 
@@ -26,10 +26,10 @@ public:
     MockBus(const MockBus&) = delete;
     MockBus& operator=(const MockBus&) = delete;
 
-    /// Plugs a device in, on the next free port. It may unplug itself and come back: then it has a new address, as on
-    /// any bus, and programs get to know of both. @p device and @p log must outlive the bus.
+    /// Plugs a camera in, on the next free port. Its plan may unplug it and plug it in again: then it has a new
+    /// address, as on any bus, and programs get to know of both. @p slot and @p log must outlive the bus.
     /// @return an empty text, or what went wrong.
-    std::string attach(UsbDevice& device, DeviceLog& log);
+    std::string attach(CameraSlot& slot, DeviceLog& log);
 
     /// @return "NAME=value" for each variable that makes a program see this bus instead of the machine's.
     std::vector<std::string> environment() const;

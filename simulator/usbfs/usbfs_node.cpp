@@ -5,22 +5,13 @@
 #include <cerrno>
 #include <utility>
 
+#include "device/usb/usb_requests.h"
+
 namespace vornsim {
-namespace {
+using namespace usb;
 
-constexpr uint8_t REQUEST_TYPE_MASK = 0x60;
-constexpr uint8_t REQUEST_TYPE_VENDOR = 0x40;
-constexpr uint8_t RECIPIENT_MASK = 0x1F;
-constexpr uint8_t RECIPIENT_INTERFACE = 1;
-constexpr uint8_t RECIPIENT_ENDPOINT = 2;
-
-constexpr uint8_t REQUEST_CLEAR_FEATURE = 1;
-constexpr uint16_t FEATURE_ENDPOINT_HALT = 0;
-
-}  // namespace
-
-UsbfsNode::UsbfsNode(UsbDevice& device, UsbLayout layout, const Clock& clock, DeviceLog& log)
-    : device_(device), layout_(std::move(layout)), log_(log), queue_(device, clock)
+UsbfsNode::UsbfsNode(CameraSlot& slot, UsbLayout layout, const Clock& clock, DeviceLog& log)
+    : layout_(std::move(layout)), log_(log), queue_(slot, clock)
 {
 }
 
@@ -32,7 +23,7 @@ int UsbfsNode::claim(uint64_t file, unsigned interface)
         return EINVAL;
     const auto claimed = claims_.find(interface);
     const bool isNew = claimed == claims_.end();
-    if (isNew ? !device_.hostMay(HostAction::CLAIM, 0) : claimed->second != file) {
+    if (isNew ? !queue_.mayClaim() : claimed->second != file) {
         log_.note("usbfs: interface " + std::to_string(interface) + " refused, another program has it");
         return EBUSY;
     }
@@ -51,7 +42,7 @@ int UsbfsNode::release(uint64_t file, unsigned interface)
     cancelInterface(interface);
     claims_.erase(claimed);
     if (std::exchange(alternates_[interface], 0) != 0 && !queue_.gone())
-        (void)device_.setInterface(interface, 0);  // the kernel does so, whether the device likes it or not
+        (void)queue_.setInterface(interface, 0);  // the kernel does so, whether the device likes it or not
     queue_.advance();
     log_.note("usbfs: interface " + std::to_string(interface) + " released");
     return 0;
@@ -66,7 +57,7 @@ int UsbfsNode::setInterface(uint64_t file, unsigned interface, unsigned alternat
     if (!layout_.find(interface, alternate))
         return EINVAL;
     cancelInterface(interface);
-    if (!device_.setInterface(interface, alternate))
+    if (!queue_.setInterface(interface, alternate))
         return EPIPE;
     alternates_[interface] = alternate;
     log_.note("usbfs: interface " + std::to_string(interface) + " set to alternate " + std::to_string(alternate));
@@ -97,12 +88,9 @@ int UsbfsNode::clearHalt(uint64_t file, uint8_t endpoint)
         return ENOENT;
     if (int error = ensureClaimed(file, *interface))
         return error;
-    const SetupPacket request{RECIPIENT_ENDPOINT, REQUEST_CLEAR_FEATURE, FEATURE_ENDPOINT_HALT, endpoint, 0};
-    const ControlResult result = device_.control(request, {});
-    if (result.status == TransferStatus::GONE)
-        queue_.unplug();
+    const TransferStatus status = queue_.control({RECIPIENT_ENDPOINT, CLEAR_FEATURE, ENDPOINT_HALT, endpoint, 0});
     queue_.advance();
-    return result.status == TransferStatus::OK ? 0 : EPIPE;
+    return status == TransferStatus::OK ? 0 : EPIPE;
 }
 
 int UsbfsNode::reset()
@@ -112,7 +100,7 @@ int UsbfsNode::reset()
     log_.note("usbfs: port reset");
     queue_.cancel([](const Urb&) { return true; }, -ENOENT);
     for (auto [interface, alternate] : alternates_)
-        (void)device_.setInterface(interface, alternate);  // a device that refuses is as the reset left it
+        (void)queue_.setInterface(interface, alternate);  // a device that refuses is as the reset left it
     queue_.advance();
     return 0;
 }
@@ -153,7 +141,7 @@ int UsbfsNode::ensureClaimed(uint64_t file, unsigned interface)
 
 int UsbfsNode::checkControl(uint64_t file, const SetupPacket& setup)
 {
-    if ((setup.requestType & REQUEST_TYPE_MASK) == REQUEST_TYPE_VENDOR)
+    if ((setup.requestType & KIND_MASK) == KIND_VENDOR)
         return 0;
     switch (setup.requestType & RECIPIENT_MASK) {
         case RECIPIENT_INTERFACE:

@@ -18,8 +18,8 @@ namespace vornsim {
 /// Functions that stand for a request give 0 or the positive errno that the request fails with. Not thread-safe.
 class UsbfsNode {
 public:
-    /// @p device, @p clock and @p log must outlive the node.
-    UsbfsNode(UsbDevice& device, UsbLayout layout, const Clock& clock, DeviceLog& log);
+    /// @p slot, @p clock and @p log must outlive the node.
+    UsbfsNode(CameraSlot& slot, UsbLayout layout, const Clock& clock, DeviceLog& log);
 
     /// The transfers under way.
     UrbQueue& queue() { return queue_; }
@@ -59,7 +59,6 @@ private:
     bool endpointIsActive(uint8_t endpoint) const;
     void cancelInterface(unsigned interface);
 
-    UsbDevice& device_;
     const UsbLayout layout_;
     DeviceLog& log_;
     UrbQueue queue_;

@@ -7,9 +7,9 @@
 
 namespace vornsim::usbip {
 
-bool ExportTable::add(UsbDevice& device, DeviceLog& log)
+bool ExportTable::add(CameraSlot& slot, DeviceLog& log)
 {
-    std::optional<UsbLayout> layout = parseDescriptors(device.descriptors());
+    std::optional<UsbLayout> layout = parseDescriptors(slot.camera().descriptors());
     if (!layout)
         return false;
     const auto number = static_cast<uint32_t>(exports_.size()) + 1;
@@ -19,7 +19,7 @@ bool ExportTable::add(UsbDevice& device, DeviceLog& log)
     record.deviceNumber = number + 1;  // the root hub comes first
     record.layout = std::move(*layout);
     std::lock_guard held(mutex_);
-    exports_.push_back({std::move(record), &device, &log, false, false});
+    exports_.push_back({std::move(record), &slot, &log, false, false});
     return true;
 }
 
@@ -43,7 +43,7 @@ ImportStatus ExportTable::claim(const std::string& busId, Export*& taken)
     if (found->imported)
         return ImportStatus::BUSY;
     if (std::exchange(found->gone, false))
-        found->device->plugIn();
+        found->slot->plugIn();
     found->imported = true;
     taken = &*found;
     return ImportStatus::OK;
@@ -51,7 +51,7 @@ ImportStatus ExportTable::claim(const std::string& busId, Export*& taken)
 
 bool ExportTable::isThere(const Export& entry) const
 {
-    return !entry.gone || clock_.nowUs() >= entry.device->replug().atUs;
+    return !entry.gone || clock_.nowUs() >= entry.slot->faults().replug().atUs;
 }
 
 void ExportTable::release(Export& taken, bool gone)

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "device/usb/usb_device.h"
+#include "device/faults/camera_slot.h"
 #include "usbip_messages.h"
 
 namespace vornsim::usbip {
@@ -14,7 +14,7 @@ namespace vornsim::usbip {
 /// A device that clients may import.
 struct Export {
     DeviceRecord record;
-    UsbDevice* device = nullptr;
+    CameraSlot* slot = nullptr;
     DeviceLog* log = nullptr;
     bool imported = false;
     bool gone = false;  ///< unplugged by itself, and not plugged in again yet
@@ -26,9 +26,9 @@ public:
     /// @p clock must outlive the table.
     explicit ExportTable(const Clock& clock) : clock_(clock) {}
 
-    /// Adds a device; the first one gets the bus id "1-1", the next one "1-2". @p device and @p log must outlive the
+    /// Adds a device; the first one gets the bus id "1-1", the next one "1-2". @p slot and @p log must outlive the
     /// table. @return false for a device without valid descriptors.
-    bool add(UsbDevice& device, DeviceLog& log);
+    bool add(CameraSlot& slot, DeviceLog& log);
 
     /// @return the devices that are there and that nobody has imported.
     std::vector<DeviceRecord> available() const;

@@ -104,8 +104,8 @@ bool UsbIpConnection::handle(const ImportRequest& request)
     const ImportStatus status = exports_.claim(request.busId, export_);
     if (status == ImportStatus::OK) {
         export_->log->note("usbip: plugged in as " + request.busId);
-        (void)export_->device->setInterface(0, 0);  // a device that refuses is as the reset of its port left it
-        queue_.emplace(*export_->device, clock_);
+        queue_.emplace(*export_->slot, clock_);
+        (void)queue_->setInterface(0, 0);  // a device that refuses is as the reset of its port left it
     }
     queueOutput(packImport(status, export_ ? &export_->record : nullptr));
     lastAnswer_ = status != ImportStatus::OK;

@@ -4,6 +4,9 @@
 #include <algorithm>
 #include <set>
 
+#include "device/usb/bytes.h"
+#include "device/usb/usb_requests.h"
+
 namespace vornsim::usbip {
 namespace {
 
@@ -39,40 +42,7 @@ constexpr uint32_t LAST_ENDPOINT = 15;
 constexpr uint32_t NOT_ISOCHRONOUS = 0xFFFFFFFF;  // as a number of packets; older kernels send 0
 constexpr uint32_t FLAG_SHORT_NOT_OK = 1;
 
-uint32_t getBe16(std::span<const uint8_t> bytes, size_t offset)
-{
-    return static_cast<uint32_t>(bytes[offset] << 8 | bytes[offset + 1]);
-}
-
-uint32_t getBe32(std::span<const uint8_t> bytes, size_t offset)
-{
-    return getBe16(bytes, offset) << 16 | getBe16(bytes, offset + 2);
-}
-
-uint16_t getLe16(std::span<const uint8_t> bytes, size_t offset)
-{
-    return static_cast<uint16_t>(bytes[offset] | bytes[offset + 1] << 8);
-}
-
-void putBe32(std::span<uint8_t> bytes, size_t offset, uint32_t value)
-{
-    for (size_t i = 0; i < 4; ++i)
-        bytes[offset + i] = static_cast<uint8_t>(value >> (24 - 8 * i));
-}
-
-void appendBe16(std::vector<uint8_t>& bytes, uint32_t value)
-{
-    bytes.push_back(static_cast<uint8_t>(value >> 8 & 0xFF));
-    bytes.push_back(static_cast<uint8_t>(value & 0xFF));
-}
-
-void appendBe32(std::vector<uint8_t>& bytes, uint32_t value)
-{
-    appendBe16(bytes, value >> 16);
-    appendBe16(bytes, value & 0xFFFF);
-}
-
-/// A text in a field of fixed length, with a zero byte behind it.
+/// A text in a field of fixed length, with a zero byte after it.
 void appendText(std::vector<uint8_t>& bytes, const std::string& text, size_t fieldLength)
 {
     const size_t end = bytes.size() + fieldLength;
@@ -120,12 +90,12 @@ using Commands = Parsed<SubmitCommand, UnlinkCommand>;
 Commands parseSubmit(std::span<const uint8_t> bytes)
 {
     SubmitCommand submit;
-    submit.sequence = getBe32(bytes, SEQUENCE);
-    submit.shortIsError = (getBe32(bytes, FLAGS) & FLAG_SHORT_NOT_OK) != 0;
-    submit.length = getBe32(bytes, LENGTH);
-    const uint32_t direction = getBe32(bytes, DIRECTION);
-    const uint32_t endpoint = getBe32(bytes, ENDPOINT);
-    const uint32_t packets = getBe32(bytes, PACKET_COUNT);
+    submit.sequence = readBe32(bytes, SEQUENCE);
+    submit.shortIsError = (readBe32(bytes, FLAGS) & FLAG_SHORT_NOT_OK) != 0;
+    submit.length = readBe32(bytes, LENGTH);
+    const uint32_t direction = readBe32(bytes, DIRECTION);
+    const uint32_t endpoint = readBe32(bytes, ENDPOINT);
+    const uint32_t packets = readBe32(bytes, PACKET_COUNT);
     if (direction > DIRECTION_IN || endpoint > LAST_ENDPOINT)
         return {Malformed{"a transfer for an endpoint that cannot exist"}};
     if (packets != 0 && packets != NOT_ISOCHRONOUS)
@@ -137,8 +107,8 @@ Commands parseSubmit(std::span<const uint8_t> bytes)
     if (endpoint != 0) {
         submit.endpoint = static_cast<uint8_t>(endpoint | (isIn ? 0x80 : 0));
     } else {
-        const std::span<const uint8_t> setup = bytes.subspan(SETUP, 8);
-        submit.setup = {setup[0], setup[1], getLe16(setup, 2), getLe16(setup, 4), getLe16(setup, 6)};
+        const std::span<const uint8_t> setup = bytes.subspan(SETUP, usb::SETUP_LENGTH);
+        submit.setup = readSetup(setup);
         if (submit.setup.length != submit.length)
             return {Malformed{"a control transfer of another length than its setup packet says"}};
         if (submit.length > 0 && isIn != ((setup[0] & 0x80) != 0))
@@ -157,9 +127,9 @@ Parsed<ListRequest, ImportRequest> parseRequest(std::span<const uint8_t> bytes)
 {
     if (bytes.size() < REQUEST_LENGTH)
         return {Incomplete{REQUEST_LENGTH}};
-    if (getBe16(bytes, 0) != VERSION)
+    if (readBe16(bytes, 0) != VERSION)
         return {Malformed{"not a USB/IP client, or of another version than 1.1.1"}};
-    switch (getBe16(bytes, 2)) {
+    switch (readBe16(bytes, 2)) {
         case LIST_REQUEST:
             return {ListRequest{}, REQUEST_LENGTH};
         case IMPORT_REQUEST: {
@@ -181,11 +151,11 @@ Commands parseCommand(std::span<const uint8_t> bytes)
 {
     if (bytes.size() < COMMAND_LENGTH)
         return {Incomplete{COMMAND_LENGTH}};
-    switch (getBe32(bytes, 0)) {
+    switch (readBe32(bytes, 0)) {
         case SUBMIT:
             return parseSubmit(bytes);
         case UNLINK:
-            return {UnlinkCommand{getBe32(bytes, SEQUENCE), getBe32(bytes, VICTIM)}, COMMAND_LENGTH};
+            return {UnlinkCommand{readBe32(bytes, SEQUENCE), readBe32(bytes, VICTIM)}, COMMAND_LENGTH};
         default:
             return {Malformed{"an unknown command"}};
     }
@@ -215,19 +185,19 @@ std::vector<uint8_t> packImport(ImportStatus status, const DeviceRecord* device)
 AnswerHeader packSubmitAnswer(uint32_t sequence, int status, size_t actualLength)
 {
     AnswerHeader bytes{};
-    putBe32(bytes, 0, SUBMIT_ANSWER);
-    putBe32(bytes, SEQUENCE, sequence);
-    putBe32(bytes, STATUS, static_cast<uint32_t>(status));
-    putBe32(bytes, LENGTH, static_cast<uint32_t>(actualLength));
+    writeBe32(bytes, 0, SUBMIT_ANSWER);
+    writeBe32(bytes, SEQUENCE, sequence);
+    writeBe32(bytes, STATUS, static_cast<uint32_t>(status));
+    writeBe32(bytes, LENGTH, static_cast<uint32_t>(actualLength));
     return bytes;
 }
 
 AnswerHeader packUnlinkAnswer(uint32_t sequence, int status)
 {
     AnswerHeader bytes{};
-    putBe32(bytes, 0, UNLINK_ANSWER);
-    putBe32(bytes, SEQUENCE, sequence);
-    putBe32(bytes, STATUS, static_cast<uint32_t>(status));
+    writeBe32(bytes, 0, UNLINK_ANSWER);
+    writeBe32(bytes, SEQUENCE, sequence);
+    writeBe32(bytes, STATUS, static_cast<uint32_t>(status));
     return bytes;
 }
 

@@ -9,7 +9,7 @@
 
 #include "../simulator/device_fixture.h"
 #include "bus/urb_queue.h"
-#include "device/faults/faulty_device.h"
+#include "device/faults/camera_slot.h"
 
 namespace vornsim::test {
 namespace {
@@ -42,9 +42,9 @@ struct Willing : SimulatedCamera {
 /// Does what each letter of a script says with a device on a bus, and writes down what comes of it.
 struct Host {
     explicit Host(const char* rule)
-        : device([] { return std::make_unique<Willing>(); }, {std::get<FaultRule>(parseFault(rule))}, clock, log)
+        : slot([] { return std::make_unique<Willing>(); }, {std::get<FaultRule>(parseFault(rule))}, clock, log)
     {
-        bus.emplace(device, clock);
+        bus.emplace(slot, clock);
     }
 
     std::string run(const std::string& script)
@@ -59,9 +59,9 @@ struct Host {
     {
         switch (letter) {
             case 'o':  // open
-                return device.hostMay(HostAction::CLAIM, 0) && device.setInterface(0, 1) ? "ok" : "busy";
+                return bus->mayClaim() && bus->setInterface(0, 1) ? "ok" : "busy";
             case 'c':  // close
-                return device.setInterface(0, 0) ? "ok" : "gone";
+                return bus->setInterface(0, 0) ? "ok" : "gone";
             case 'e':  // begin an exposure
             case 'w':  // write
                 return transfer(UrbKind::BULK, 0x04, {}, letter == 'e');
@@ -72,9 +72,9 @@ struct Host {
             case 'h':  // end the halt
                 return transfer(UrbKind::CONTROL, 0, {2, 1, 0, 0x86, 0}, 0);
             case 'p':  // the time of plugging in has come
-                waitUntil(device.replug().atUs);
-                device.plugIn();
-                bus.emplace(device, clock);
+                waitUntil(slot.faults().replug().atUs);
+                slot.plugIn();
+                bus.emplace(slot, clock);
                 [[fallthrough]];
             default:  // tell the time
                 return std::to_string(clock.nowUs() / 1000000) + "s";
@@ -105,11 +105,11 @@ struct Host {
 
     ManualClock clock;
     CollectingLog log;
-    FaultyDevice device;
+    CameraSlot slot;
     std::optional<UrbQueue> bus;
 };
 
-TEST(FaultyDevice, HurtsTheTransfersItWasToldTo)
+TEST(FaultPlan, HurtsTheTransfersItWasToldTo)
 {
     const struct {
         const char* rule;

@@ -137,11 +137,12 @@ struct Peer {
 };
 
 struct UsbIp : testing::Test {
-    UsbIp() { EXPECT_TRUE(exports.add(device, log)); }
+    UsbIp() { EXPECT_TRUE(exports.add(slot, log)); }
 
     test::ManualClock clock;
     test::CollectingLog log;
-    Device device{clock};
+    CameraSlot slot{[this] { return std::make_unique<Device>(clock); }, {}, clock, log};
+    Device& device = dynamic_cast<Device&>(slot.camera());
     ExportTable exports{clock};
     Peer peer{exports, clock};
 };

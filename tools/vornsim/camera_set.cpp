@@ -8,7 +8,6 @@
 #include <utility>
 #include <variant>
 
-#include "device/faults/faulty_device.h"
 #include "model_choice.h"
 #include "subcommand.h"
 
@@ -48,8 +47,6 @@ int CameraSet::make(const CameraChoice& choice)
         const auto index = static_cast<unsigned>(cameras_.size());
         logs_.push_back(std::make_unique<CameraLog>(index + 1, model.name, logFile_));
         cameras_.push_back(makeOne(model, optionsOf(choice.options, index), index));
-        if (!cameras_.back())
-            return fail(EXIT_OWN_FAILURE, std::string(model.name) + " cannot be simulated");
     }
     return 0;
 }
@@ -68,7 +65,7 @@ int CameraSet::readFaults(const CameraChoice& choice)
     return 0;
 }
 
-std::unique_ptr<UsbDevice> CameraSet::makeOne(const ModelInfo& model, const CameraOptions& options, unsigned index)
+std::unique_ptr<CameraSlot> CameraSet::makeOne(const ModelInfo& model, const CameraOptions& options, unsigned index)
 {
     const auto make = [&clock = clock_, &log = *logs_[index], &model, options] {
         return makeCamera(model, options, clock, log);
@@ -76,9 +73,7 @@ std::unique_ptr<UsbDevice> CameraSet::makeOne(const ModelInfo& model, const Came
     std::vector<FaultRule> rules;
     std::copy_if(faults_.begin(), faults_.end(), std::back_inserter(rules),
                  [&](const FaultRule& rule) { return rule.camera == index + 1; });
-    if (rules.empty())
-        return make();
-    return std::make_unique<FaultyDevice>(make, rules, clock_, *logs_[index]);
+    return std::make_unique<CameraSlot>(make, rules, clock_, *logs_[index]);
 }
 
 void CameraSet::reportComplaints() const

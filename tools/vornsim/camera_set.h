@@ -7,8 +7,7 @@
 
 #include "camera_log.h"
 #include "device/families/camera_catalogue.h"
-#include "device/faults/fault_rule.h"
-#include "device/usb/usb_device.h"
+#include "device/faults/camera_slot.h"
 
 namespace vornsim {
 
@@ -31,7 +30,7 @@ public:
     int make(const CameraChoice& choice);
 
     size_t size() const { return cameras_.size(); }
-    UsbDevice& camera(size_t index) { return *cameras_[index]; }
+    CameraSlot& camera(size_t index) { return *cameras_[index]; }
     CameraLog& log(size_t index) { return *logs_[index]; }
 
     /// Sums up on standard error what real firmware could not have served. Call when the cameras are at rest.
@@ -40,14 +39,14 @@ public:
 private:
     /// Reads what shall go wrong.
     int readFaults(const CameraChoice& choice);
-    std::unique_ptr<UsbDevice> makeOne(const ModelInfo& model, const CameraOptions& options, unsigned index);
+    std::unique_ptr<CameraSlot> makeOne(const ModelInfo& model, const CameraOptions& options, unsigned index);
 
     const Clock& clock_;
     std::string logPath_;
     LogFile logFile_;
     std::vector<FaultRule> faults_;
     std::vector<std::unique_ptr<CameraLog>> logs_;
-    std::vector<std::unique_ptr<UsbDevice>> cameras_;
+    std::vector<std::unique_ptr<CameraSlot>> cameras_;
 };
 
 }  // namespace vornsim

@@ -63,9 +63,9 @@ bool waitUntil(int64_t timeUs, const Clock& clock, int stopFd)
 
 /// Keeps one camera plugged in until QEMU or the user ends it; a camera that comes back is plugged in again.
 /// @return an empty text, or what went wrong.
-std::string serveCamera(const std::string& path, UsbDevice& camera, DeviceLog& log, const Clock& clock, int stopFd)
+std::string serveCamera(const std::string& path, CameraSlot& slot, DeviceLog& log, const Clock& clock, int stopFd)
 {
-    const std::optional<UsbLayout> layout = parseDescriptors(camera.descriptors());
+    const std::optional<UsbLayout> layout = parseDescriptors(slot.camera().descriptors());
     if (!layout)
         return "the camera has no valid descriptors";
     for (bool there = true; there;) {
@@ -74,13 +74,13 @@ std::string serveCamera(const std::string& path, UsbDevice& camera, DeviceLog& l
             return "cannot connect to " + path + ": " + std::strerror(errno) +
                    "; is QEMU running, and is this the path of its -chardev socket,...,server=on?";
         {
-            RedirSession session(fd, camera, *layout, clock, log);
+            RedirSession session(fd, slot, *layout, clock, log);
             serveStream(fd, session, clock, stopFd);
-            there = session.unplugged() && waitUntil(camera.replug().atUs, clock, stopFd);
+            there = session.unplugged() && waitUntil(slot.faults().replug().atUs, clock, stopFd);
         }
         (void)close(fd);
         if (there)
-            camera.plugIn();
+            slot.plugIn();
     }
     return "";
 }

@@ -7,6 +7,7 @@
 
 #include "bridge_identity.h"
 #include "device/usb/bytes.h"
+#include "device/usb/usb_requests.h"
 
 namespace vornsim {
 namespace {
@@ -16,7 +17,6 @@ constexpr uint8_t LOAD_REQUEST = 0xA0;
 constexpr size_t RAM_LENGTH = 0x4000;
 constexpr uint16_t CPU_CONTROL_ADDRESS = 0xE600;
 constexpr uint8_t CPU_HELD = 0x01;
-constexpr uint8_t DIRECTION_IN = 0x80;
 
 constexpr uint8_t RAW_OUT = 0x02;
 constexpr uint8_t REQUEST_OUT = 0x04;
@@ -53,7 +53,7 @@ ControlResult NativeBridge::vendorRequest(const SetupPacket& setup, std::span<ui
 
 ControlResult NativeBridge::accessMemory(const SetupPacket& setup, std::span<uint8_t> data)
 {
-    const bool reading = (setup.requestType & DIRECTION_IN) != 0;
+    const bool reading = (setup.requestType & usb::DIRECTION_IN) != 0;
     if (setup.value == CPU_CONTROL_ADDRESS && data.size() == 1) {
         if (reading)
             data[0] = cpuControl_;

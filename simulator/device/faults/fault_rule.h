@@ -57,6 +57,12 @@ struct FaultRule {
     bool samePort = true;
 };
 
+/// @return @p seconds of a rule in the clock's unit.
+constexpr int64_t microseconds(double seconds)
+{
+    return static_cast<int64_t>(seconds * 1e6);
+}
+
 /// The language that parseFault() reads, with examples, for people.
 extern const char* const FAULT_HELP;
 

@@ -49,13 +49,10 @@ enum class TransferStatus {
 /// `retryAtUs` of a device that waits for the host rather than for time to pass.
 inline constexpr int64_t NEVER = std::numeric_limits<int64_t>::max();
 
-/// Result of a control transfer. Cameras answer at once; a device that is told to be late, or not to answer at all,
-/// says so by `complete`, and gets the same request again then.
+/// Result of a control transfer. Devices answer at once.
 struct ControlResult {
     TransferStatus status = TransferStatus::OK;
-    size_t length = 0;          ///< bytes moved in the data stage
-    bool complete = true;       ///< false: NAK; the host keeps the transfer pending
-    int64_t retryAtUs = NEVER;  ///< when not complete: clock time at which trying again may help
+    size_t length = 0;  ///< bytes moved in the data stage
 };
 
 /// Result of one step of a bulk transfer. A transfer may take several steps: while `complete` is false the endpoint
@@ -65,18 +62,6 @@ struct BulkResult {
     size_t length = 0;          ///< bytes moved in this step
     bool complete = false;      ///< the transfer is over: buffer full, short packet, or an error
     int64_t retryAtUs = NEVER;  ///< when not complete: clock time at which trying again may move more
-};
-
-/// What the host's system does for a program before any data moves.
-enum class HostAction {
-    CLAIM,   ///< a program takes an interface for itself
-    SUBMIT,  ///< a program hands over a transfer
-};
-
-/// When and where an unplugged device is plugged in again.
-struct Replug {
-    int64_t atUs = NEVER;  ///< clock time
-    bool samePort = true;  ///< false: in the next port that is free
 };
 
 /// A USB device seen from the bus: every way to reach a simulated camera (in process, usbfs, USB/IP) ends here.
@@ -101,21 +86,6 @@ public:
 
     /// One step of a bulk IN transfer into the space left of the host's buffer.
     virtual BulkResult bulkIn(uint8_t endpoint, std::span<uint8_t> buffer) = 0;
-
-    // What follows concerns devices that bring trouble upon a host on purpose. Others leave it as it is.
-
-    /// The host's system is about to do something for a program; @p address is the endpoint with the direction in bit
-    /// 7, for SUBMIT. @return false when it shall fail, as if the interface were taken or the memory used up.
-    virtual bool hostMay(HostAction /*action*/, uint8_t /*address*/) { return true; }
-
-    /// The host took back the transfer that @p address answered with NAK until now. No device sees that on the wire.
-    virtual void takenBack(uint8_t /*address*/) {}
-
-    /// After a result of GONE: when the device is plugged in again.
-    virtual Replug replug() const { return {}; }
-
-    /// That time has come: from here on the device answers again, as after power-up.
-    virtual void plugIn() {}
 };
 
 }  // namespace vornsim

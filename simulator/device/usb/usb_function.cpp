@@ -6,36 +6,12 @@
 #include <utility>
 
 #include "bytes.h"
+#include "usb_requests.h"
 
 namespace vornsim {
 namespace {
 
-// bmRequestType
-constexpr uint8_t DIRECTION_IN = 0x80;
-constexpr uint8_t KIND_MASK = 0x60;
-constexpr uint8_t KIND_STANDARD = 0x00;
-constexpr uint8_t RECIPIENT_MASK = 0x1F;
-constexpr uint8_t RECIPIENT_INTERFACE = 1;
-constexpr uint8_t RECIPIENT_ENDPOINT = 2;
-
-// bRequest
-constexpr uint8_t GET_STATUS = 0;
-constexpr uint8_t CLEAR_FEATURE = 1;
-constexpr uint8_t SET_FEATURE = 3;
-constexpr uint8_t GET_DESCRIPTOR = 6;
-constexpr uint8_t GET_CONFIGURATION = 8;
-constexpr uint8_t SET_CONFIGURATION = 9;
-constexpr uint8_t GET_INTERFACE = 10;
-constexpr uint8_t SET_INTERFACE = 11;
-
-// Descriptor types
-constexpr uint8_t DEVICE = 1;
-constexpr uint8_t CONFIGURATION = 2;
-constexpr uint8_t INTERFACE = 4;
-constexpr uint8_t ENDPOINT = 5;
-constexpr uint8_t DEVICE_QUALIFIER = 6;
-
-constexpr uint16_t ENDPOINT_HALT = 0;
+using namespace usb;
 
 constexpr ControlResult STALLED{TransferStatus::STALL, 0};
 constexpr ControlResult DONE{TransferStatus::OK, 0};
@@ -61,7 +37,8 @@ std::vector<uint8_t> UsbFunction::descriptors() const
 
 std::vector<uint8_t> UsbFunction::deviceDescriptor() const
 {
-    std::vector<uint8_t> bytes = {18, DEVICE, 0x00, 0x02, 0xFF, 0xFF, 0xFF, 64};  // USB 2.0, vendor-specific class
+    std::vector<uint8_t> bytes = {DEVICE_LENGTH, DEVICE, 0x00, 0x02,
+                                  0xFF,          0xFF,   0xFF, 64};  // USB 2.0, vendor-specific class
     appendLe16(bytes, identity_.vendorId);
     appendLe16(bytes, identity_.productId);
     appendLe16(bytes, identity_.release);
@@ -71,13 +48,14 @@ std::vector<uint8_t> UsbFunction::deviceDescriptor() const
 
 std::vector<uint8_t> UsbFunction::configurationDescriptor() const
 {
-    std::vector<uint8_t> bytes = {9, CONFIGURATION, 0, 0, 1, 1, 0, 0x80, identity_.maxPowerHalfUnits};
+    std::vector<uint8_t> bytes = {CONFIGURATION_LENGTH,       CONFIGURATION, 0, 0, 1, 1, 0, 0x80,
+                                  identity_.maxPowerHalfUnits};
     for (size_t setting = 0; setting < identity_.alternates.size(); ++setting) {
         const std::vector<EndpointInfo>& endpoints = identity_.alternates[setting];
-        bytes.insert(bytes.end(), {9, INTERFACE, 0, static_cast<uint8_t>(setting),
+        bytes.insert(bytes.end(), {INTERFACE_LENGTH, INTERFACE, 0, static_cast<uint8_t>(setting),
                                    static_cast<uint8_t>(endpoints.size()), 0xFF, 0xFF, 0xFF, 0});
         for (const EndpointInfo& endpoint : endpoints) {
-            bytes.insert(bytes.end(), {7, ENDPOINT, endpoint.address, endpoint.type});
+            bytes.insert(bytes.end(), {ENDPOINT_LENGTH, ENDPOINT, endpoint.address, endpoint.type});
             appendLe16(bytes, endpoint.packetSize);
             bytes.push_back(endpoint.interval);
         }
@@ -181,22 +159,26 @@ const EndpointInfo* UsbFunction::findEndpoint(uint8_t address) const
     return nullptr;
 }
 
+/// What a transfer comes to without asking the device model; null when it is to be asked.
+std::optional<BulkResult> UsbFunction::refusal(uint8_t endpoint, uint8_t direction) const
+{
+    if (findEndpoint(endpoint) == nullptr || (endpoint & DIRECTION_IN) != direction)
+        return BulkResult{TransferStatus::IO_ERROR, 0, true};
+    if (halted_.contains(endpoint))
+        return BulkResult{TransferStatus::STALL, 0, true};
+    return std::nullopt;
+}
+
 BulkResult UsbFunction::bulkOut(uint8_t endpoint, std::span<const uint8_t> data)
 {
-    if (findEndpoint(endpoint) == nullptr || (endpoint & DIRECTION_IN) != 0)
-        return {TransferStatus::IO_ERROR, 0, true};
-    if (halted_.contains(endpoint))
-        return {TransferStatus::STALL, 0, true};
-    return sendToEndpoint(endpoint, data);
+    const auto refused = refusal(endpoint, 0);
+    return refused ? *refused : sendToEndpoint(endpoint, data);
 }
 
 BulkResult UsbFunction::bulkIn(uint8_t endpoint, std::span<uint8_t> buffer)
 {
-    if (findEndpoint(endpoint) == nullptr || (endpoint & DIRECTION_IN) == 0)
-        return {TransferStatus::IO_ERROR, 0, true};
-    if (halted_.contains(endpoint))
-        return {TransferStatus::STALL, 0, true};
-    return readFromEndpoint(endpoint, buffer);
+    const auto refused = refusal(endpoint, DIRECTION_IN);
+    return refused ? *refused : readFromEndpoint(endpoint, buffer);
 }
 
 }  // namespace vornsim

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <span>
 #include <vector>
@@ -22,7 +23,7 @@ struct EndpointInfo {
     uint8_t interval = 0;
 };
 
-/// What a device with one configuration and one vendor-specific interface tells about itself.
+/// What a device with one configuration and one vendor-specific interface says about itself.
 struct UsbIdentity {
     uint16_t vendorId = 0;
     uint16_t productId = 0;
@@ -43,7 +44,7 @@ public:
     BulkResult bulkOut(uint8_t endpoint, std::span<const uint8_t> data) final;
     BulkResult bulkIn(uint8_t endpoint, std::span<uint8_t> buffer) final;
 
-    /// A function that is no camera has nothing to tell.
+    /// A function that is no camera has nothing to report.
     CameraTruth truth() const override { return {}; }
 
     /// @return the alternate setting in force; 0 after power-up.
@@ -62,6 +63,7 @@ private:
     ControlResult standardRequest(const SetupPacket& setup, std::span<uint8_t> data);
     ControlResult endpointRequest(const SetupPacket& setup, std::span<uint8_t> data);
     const EndpointInfo* findEndpoint(uint8_t address) const;
+    std::optional<BulkResult> refusal(uint8_t endpoint, uint8_t direction) const;
 
     UsbIdentity identity_;
     uint8_t configuration_ = 1;  // attached devices come configured: the kernel does it before any host program runs
