@@ -45,6 +45,70 @@ TEST(CapabilitiesRecord, KeepsItsLayout)
     EXPECT_EQ(sizeof(VornCapabilities), 80U);
 }
 
+/// Where @p T stands in a record: its alignment there, which on i386 is not that of a variable.
+template <typename T>
+struct Member {
+    char before;
+    T field;
+};
+
+/// The fields of a camera, one after the other from its beginning, each at the next place that its type allows.
+class FieldWalk {
+public:
+    explicit FieldWalk(const VornCameraImpl& camera) : start_(reinterpret_cast<const char*>(&camera)) {}
+
+    template <typename T, typename... Fields>
+    void expectNext(const Fields&... fields)
+    {
+        (expectOne(&fields, sizeof fields, sizeof(T), offsetof(Member<T>, field)), ...);
+    }
+
+private:
+    void expectOne(const void* field, size_t size, size_t documentedSize, size_t alignment)
+    {
+        count_++;
+        EXPECT_EQ(size, documentedSize) << "field " << count_;
+        end_ = (end_ + alignment - 1) / alignment * alignment;
+        EXPECT_EQ(static_cast<size_t>(static_cast<const char*>(field) - start_), end_) << "field " << count_;
+        end_ += size;
+    }
+
+    const char* start_;
+    size_t end_ = sizeof(void*);  // behind the address of the virtual table
+    int count_ = 0;
+};
+
+TEST(CameraRecord, KeepsItsFieldsInTheirOrder)
+{
+    static_assert(sizeof(VornCamera) == sizeof(void*));  // no fields of its own
+    Script usb;
+    const VornCameraImpl camera(&usb.device, "Vorn K12", STANDARD);
+    FieldWalk walk(camera);
+    walk.expectNext<const char*>(camera.name);
+    walk.expectNext<CAMERA_TYPE>(camera.type);
+    walk.expectNext<bool>(camera.hasShutter, camera.hasGuidePort, camera.has8BitMode, camera.hasFilterWheel,
+                          camera.hasGPIO);
+    walk.expectNext<uint32_t>(camera.pixelCountX, camera.pixelCountY);
+    walk.expectNext<double>(camera.pixelSizeX, camera.pixelSizeY);
+    walk.expectNext<uint32_t>(camera.maxBinX, camera.maxBinY, camera.tempSensorCount, camera.tempSensorType,
+                              camera.lineCount, camera.cooler, camera.colour, camera.offsetX, camera.offsetY,
+                              camera.minCoolerPower, camera.maxCoolerPower);
+    walk.expectNext<int64_t>(camera.vregClearTime);
+    walk.expectNext<bool>(camera.exposureStarted, camera.imageReady);
+    walk.expectNext<int64_t>(camera.quickerStartExposureDelay, camera.quickerReadCCDDelay, camera.maxPacketSize);
+    walk.expectNext<uint16_t>(camera.guideRelayState);
+    walk.expectNext<bool>(camera.ampRequested, camera.previewMode, camera.eightBitMode, camera.darkFrameMode,
+                          camera.pcCds);
+    const ReadoutRegion& region = camera.readoutRegion;
+    walk.expectNext<uint32_t>(region.x, region.y, region.width, region.height, region.binX, region.binY,
+                              camera.prechargeOffset);
+    walk.expectNext<void*>(camera.handle, camera.device);
+    walk.expectNext<uint32_t>(camera.timeout);
+    walk.expectNext<pthread_mutex_t>(camera.mutex);
+    walk.expectNext<uint32_t>(camera.openRetried, camera.serialNumber, camera.versionMajor, camera.versionMinor);
+    walk.expectNext<const char*>(camera.lastError);
+}
+
 TEST(Enumerations, KeepTheirNumbers)
 {
     static_assert(sizeof(CAMERA_TYPE) == 4 && sizeof(PARAM_TYPE) == 4 && sizeof(COOLER_TYPE) == 4);

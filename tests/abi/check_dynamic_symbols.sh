@@ -16,7 +16,10 @@ trap 'rm -f "$found"' EXIT
 } >"$found"
 {
     echo "libvornccd.so.1"
-    cat "$2"
+    case $(readelf -h "$library") in
+        *ELF32*) sed -E 's/^(.*(Register|AbsValue)E)m/\1y/' "$2" ;;  # there uint64_t has another name
+        *) cat "$2" ;;
+    esac
     printf 'libusb_%s\n' bulk_transfer claim_interface close control_transfer detach_kernel_driver error_name \
         get_device_descriptor get_device_list init kernel_driver_active open ref_device set_interface_alt_setting
 } | diff -u - "$found"

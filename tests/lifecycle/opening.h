@@ -21,11 +21,11 @@ inline std::string describe(const VornCameraImpl& camera)
     (void)snprintf(
         text, sizeof text,
         "version %u.%u, %u x %u of %.2f x %.2f um, binning %u x %u, sensors %u of type %u, cooler %d from %u "
-        "to %u, colour %d at %d %d, lines %u, serial %u, clear %ld, precharge %u:",
+        "to %u, colour %d at %d %d, lines %u, serial %u, clear %lld, precharge %u:",
         camera.versionMajor, camera.versionMinor, camera.pixelCountX, camera.pixelCountY, camera.pixelSizeX,
         camera.pixelSizeY, camera.maxBinX, camera.maxBinY, camera.tempSensorCount, camera.tempSensorType, camera.cooler,
         camera.minCoolerPower, camera.maxCoolerPower, camera.colour, camera.offsetX, camera.offsetY, camera.lineCount,
-        camera.serialNumber, camera.vregClearTime, camera.prechargeOffset);
+        camera.serialNumber, static_cast<long long>(camera.vregClearTime), camera.prechargeOffset);
     std::string line = text;
     const std::pair<bool, const char*> flags[] = {{camera.hasShutter, " shutter"}, {camera.hasGuidePort, " guide"},
                                                   {camera.has8BitMode, " 8bit"},   {camera.hasFilterWheel, " wheel"},
