@@ -15,6 +15,10 @@ KERNEL_PACKAGES="qemu-system-x86 busybox-static cpio usbip libusbredirparser-dev
 # For tests/long.sh besides.
 LONG_PACKAGES="valgrind debhelper debootstrap libusbredirparser-dev lintian python3-clang-14"
 
+# What tests/architectures.sh installs into a Debian of its own for the architecture ARCH, besides what packages need.
+ARCH_PACKAGES="build-essential crossbuild-essential-ARCH file libgmock-dev:ARCH libgtest-dev:ARCH
+    libstdc++6:ARCH lintian qemu-user-static"
+
 # not_installed PACKAGE...: prints those, each after a blank.
 not_installed() {
     for package in "$@"; do

@@ -1,7 +1,8 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
 # The tests that take long, with one table at the end of what each found. Their output goes to build/long/.
-# usage: tests/long.sh [NAME...]    with names only those: sweep soak threads valgrind unplug packages fuzz mutation
+# usage: tests/long.sh [NAME...]    with names only those: sweep soak threads valgrind unplug packages
+#     architectures fuzz mutation
 # shellcheck disable=SC2317  # functions are called by their names
 set -eu
 cd "$(dirname "$0")/.."
@@ -39,6 +40,9 @@ run_unplug() {
 run_packages() {
     sh tests/packaging/deb_test.sh
 }
+run_architectures() {
+    tests/architectures.sh
+}
 run_fuzz() {
     JOBS=$(nproc) fuzz/run.sh 300
 }
@@ -46,7 +50,7 @@ run_mutation() {
     scripts/mutation/run.py
 }
 
-[ $# -gt 0 ] || set -- sweep soak threads valgrind unplug packages fuzz mutation
+[ $# -gt 0 ] || set -- sweep soak threads valgrind unplug packages architectures fuzz mutation
 table=""
 failed=0
 for name in "$@"; do
@@ -57,8 +61,8 @@ for name in "$@"; do
     [ "$result" = ok ] || failed=1
     cat "$logs/$name.log"
     seconds=$(($(date +%s) - start))
-    table="$table$(printf '%-10s %-7s %5d s   %s' "$name" "$result" "$seconds" "$(tail -n 1 "$logs/$name.log")")
+    table="$table$(printf '%-13s %-7s %5d s   %s' "$name" "$result" "$seconds" "$(tail -n 1 "$logs/$name.log")")
 "
 done
-printf '\n%-10s %-7s %7s   %s\n%s' test result time "last line" "$table"
+printf '\n%-13s %-7s %7s   %s\n%s' test result time "last line" "$table"
 exit $failed

@@ -222,8 +222,8 @@ int gettimeofday(struct timeval* time, void* /*zone*/) noexcept
 {
     constexpr int64_t START_S = 1'700'000'000;
     const int64_t now = bus().nowUs();
-    time->tv_sec = START_S + now / 1'000'000;
-    time->tv_usec = now % 1'000'000;
+    time->tv_sec = static_cast<time_t>(START_S + now / 1'000'000);
+    time->tv_usec = static_cast<suseconds_t>(now % 1'000'000);
     return 0;
 }
 

@@ -23,7 +23,7 @@ std::vector<uint8_t> counting(size_t length, uint8_t first)
 TEST(BulkRead, AsksInChunksOfMaxPacketSize)
 {
     const struct {
-        long maxPacketSize;
+        int64_t maxPacketSize;
         unsigned length;
         std::vector<int> chunks;
     } CASES[] = {
@@ -35,7 +35,7 @@ TEST(BulkRead, AsksInChunksOfMaxPacketSize)
     for (const auto& row : CASES) {
         SCOPED_TRACE(row.maxPacketSize);
         OpenedCamera standard;
-        standard.camera.setParam(MAX_PACKET_SIZE, row.maxPacketSize);
+        standard.camera.maxPacketSize = row.maxPacketSize;
         const std::vector<uint8_t> expected = counting(row.length, 7);
         auto first = expected.begin();
         for (const int chunk : row.chunks) {
