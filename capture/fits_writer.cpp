@@ -218,7 +218,7 @@ std::string fitsDate(Clock::Utc moment)
 {
     const auto milliseconds = std::chrono::floor<std::chrono::milliseconds>(moment.time_since_epoch());
     const auto seconds = std::chrono::floor<std::chrono::seconds>(milliseconds);
-    const std::time_t wholeSeconds = seconds.count();
+    const auto wholeSeconds = static_cast<std::time_t>(seconds.count());
     std::tm utc = {};
     gmtime_r(&wholeSeconds, &utc);
     std::array<char, 80> text = {};
