@@ -36,7 +36,7 @@ BridgedCamera::BridgedCamera(const CameraModel& model, const CameraOptions& opti
       clock_(clock),
       log_(log),
       eeprom_(makeEeprom(model, options)),
-      sensor_(model, options),
+      sensor_(sensorModel(model), options.seed, options.scene),
       cooler_(model.cooler, options.ambientCelsius, clock.nowUs()),
       wheel_(model.filterCount, clock.nowUs())
 {

@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "device/parts/simulated_sensor.h"
 #include "device/usb/simulated_camera.h"
 
 namespace vornsim {
@@ -25,14 +26,6 @@ struct ModelInfo {
     uint32_t pixelCountX;
     uint32_t pixelCountY;
     bool colour;
-};
-
-/// What the sensor is shown.
-enum class SceneKind {
-    SKY,  ///< a star field with noise
-    /// A noiseless pattern whose value tells row and column: (y * 256 + x) & 0xFFFF before binning. Samples of 8 bits
-    /// are its high byte XOR its low byte; precharge pairs lose the lowest bit.
-    RAMP,
 };
 
 /// How one simulated camera differs from its model's defaults.

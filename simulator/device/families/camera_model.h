@@ -4,12 +4,10 @@
 #include <cstdint>
 
 #include "camera_catalogue.h"
+#include "device/parts/cooler_model.h"
 #include "scene/scene.h"
 
 namespace vornsim {
-
-/// What kind of cooler a camera has; the value is the capability bit it reports.
-enum class CoolerKind : uint8_t { NONE = 0, ALWAYS_ON = 0x01, ON_OFF = 0x04, SELECT_POWER = 0x08, SET_POINT = 0x10 };
 
 /// Everything that makes one model differ from the others of its family.
 struct CameraModel {

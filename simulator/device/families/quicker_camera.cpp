@@ -95,7 +95,9 @@ void QuickerCamera::portChanged(unsigned port, const PortLines& lines)
         binningWrites_ = 0;
         mount_.setRelays(0, clock_.nowUs());
     }
-    if (const std::string fault = converter_.linesChanged(lines); !fault.empty())
+    // Pins that nobody drives are pulled up.
+    const auto levels = static_cast<uint8_t>(lines.latch | static_cast<uint8_t>(~lines.direction));
+    if (const std::string fault = converter_.linesChanged(levels); !fault.empty())
         complain(fault);
 }
 

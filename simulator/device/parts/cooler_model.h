@@ -3,9 +3,10 @@
 
 #include <cstdint>
 
-#include "device/families/camera_model.h"
-
 namespace vornsim {
+
+/// What kind of cooler a camera has; the value is the capability bit it reports.
+enum class CoolerKind : uint8_t { NONE = 0, ALWAYS_ON = 0x01, ON_OFF = 0x04, SELECT_POWER = 0x08, SET_POINT = 0x10 };
 
 /// What the cooler is doing; the values are the status flags that cameras report.
 enum CoolerFlag : uint8_t { COOLER_REGULATING = 0x80, COOLER_RUNNING = 0x40, COOLER_WARMING_UP = 0x20 };

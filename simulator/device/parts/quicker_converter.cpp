@@ -18,10 +18,8 @@ void QuickerConverter::restart()
     bitCount_ = 0;
 }
 
-std::string QuickerConverter::linesChanged(const PortLines& lines)
+std::string QuickerConverter::linesChanged(uint8_t levels)
 {
-    // Pins that nobody drives are pulled up.
-    const auto levels = static_cast<uint8_t>(lines.latch | static_cast<uint8_t>(~lines.direction));
     const auto changed = static_cast<uint8_t>(levels ^ levels_);
     levels_ = levels;
     if ((changed & SELECT) != 0) {

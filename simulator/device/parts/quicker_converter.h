@@ -6,8 +6,6 @@
 #include <cstdint>
 #include <string>
 
-#include "device/bridge/bus_camera.h"
-
 namespace vornsim {
 
 /// Serial port of the converter in a QUICKER camera, on three lines of the bridge: line 2 selects it while low, line 5
@@ -21,8 +19,8 @@ public:
     /// What the factory found to be right for every converter of this kind.
     static const Words SETUP_WORDS;
 
-    /// The lines 0 to 7 of the bridge have changed. @return what is wrong, or an empty text.
-    std::string linesChanged(const PortLines& lines);
+    /// The levels of lines 0 to 7 of the bridge have changed. @return what is wrong, or an empty text.
+    std::string linesChanged(uint8_t levels);
 
     /// Forgets the words received.
     void restart();

@@ -3,21 +3,15 @@
 
 namespace vornsim {
 
-SimulatedSensor::SimulatedSensor(const CameraModel& model, const CameraOptions& options)
-    : sensor_(sensorModel(model)), scene_(options.seed), kind_(options.scene)
-{
-}
-
-const std::vector<uint16_t>& SimulatedSensor::expose(Integration integration, const Region& region, uint32_t outWidth,
-                                                     uint32_t outHeight)
+std::vector<uint16_t> SimulatedSensor::expose(Integration integration, const Region& region, uint32_t outWidth,
+                                              uint32_t outHeight)
 {
     integration.frameNumber = ++frames_;
     integration_ = integration;
     width_ = outWidth;
     height_ = outHeight;
-    image_ = kind_ == SceneKind::RAMP ? rampPattern(region, outWidth, outHeight)
-                                      : scene_.expose(sensor_, integration, region, outWidth, outHeight);
-    return image_;
+    return kind_ == SceneKind::RAMP ? rampPattern(region, outWidth, outHeight)
+                                    : scene_.expose(sensor_, integration, region, outWidth, outHeight);
 }
 
 }  // namespace vornsim
