@@ -7,7 +7,7 @@
 
 namespace vornsim {
 
-/// A conversation with one peer over a stream socket that carries a device's transfers. It never blocks, and is told
+/// A conversation with one peer over a stream socket that carries a device's transfers. It never blocks, and is called
 /// when there is something to do; functions that return false end it.
 class StreamSession {
 public:

@@ -101,7 +101,7 @@ void UrbQueue::begin(Urb& urb)
 }
 
 /// @return what the plan makes of this step without asking the device, or null when the device is to be asked.
-std::optional<BulkResult> UrbQueue::hurt(const Urb& urb)
+std::optional<BulkResult> UrbQueue::failByPlan(const Urb& urb)
 {
     const auto failed = [](TransferStatus status) { return BulkResult{status, 0, true}; };
     if (halted_.contains(urb.address()))
@@ -144,7 +144,7 @@ bool UrbQueue::step(Pending& pending)
     if (!urb.begun)
         begin(urb);
     BulkResult result;
-    if (const std::optional<BulkResult> fault = hurt(urb))
+    if (const std::optional<BulkResult> fault = failByPlan(urb))
         result = *fault;
     else
         result = urb.kind == UrbKind::CONTROL ? stepControl(urb) : stepBulk(urb);
@@ -214,7 +214,7 @@ TransferStatus UrbQueue::control(const SetupPacket& setup)
     urb.kind = UrbKind::CONTROL;
     urb.setup = setup;
     begin(urb);
-    const std::optional<BulkResult> fault = hurt(urb);
+    const std::optional<BulkResult> fault = failByPlan(urb);
     const TransferStatus status = fault ? fault->status : stepControl(urb).status;
     if (status == TransferStatus::GONE)
         unplug();

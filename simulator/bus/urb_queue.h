@@ -47,9 +47,9 @@ struct Urb {
 };
 
 /// The transfers of one camera: a first-in, first-out queue for each endpoint, and the finished ones until the host
-/// collects them. Knows nothing of usbfs or threads, and gets the time from a clock, so it can be tested by itself.
+/// collects them. Independent of usbfs and threads, and gets the time from a clock, so it can be tested by itself.
 ///
-/// It asks the camera's plan of faults about every transfer that begins, and hurts those that the plan names.
+/// It asks the camera's plan of faults about every transfer that begins, and makes those fail that the plan names.
 ///
 /// A transfer that the device answers with NAK stays at the head of its endpoint. It is tried again when the device
 /// said that time would help, and whenever another transfer has moved, because that may have been what the device was
@@ -83,7 +83,7 @@ public:
     void forget(uint64_t owner);
 
     /// Moves what can be moved at this time. Call when nextRetryUs() has come and after anything else that may have
-    /// changed the device's mind.
+    /// changed what the device answers.
     void advance();
 
     /// @return the clock time at which advance() is worth calling again, or NEVER.
@@ -110,7 +110,7 @@ private:
     /// Moves the head of one endpoint's queue. @return whether anything changed.
     bool step(Pending& pending);
     void begin(Urb& urb);
-    std::optional<BulkResult> hurt(const Urb& urb);
+    std::optional<BulkResult> failByPlan(const Urb& urb);
     BulkResult stepControl(Urb& urb);
     BulkResult stepBulk(Urb& urb);
     void finishHead(Pending& pending, int status);

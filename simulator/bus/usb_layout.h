@@ -8,7 +8,7 @@
 
 namespace vornsim {
 
-/// One alternate setting of an interface, as its descriptor tells.
+/// One alternate setting of an interface, as its descriptor gives it.
 struct AlternateSetting {
     uint8_t interface = 0;
     uint8_t alternate = 0;

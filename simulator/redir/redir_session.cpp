@@ -116,7 +116,7 @@ struct RedirSession::Callbacks {
         usbredirparser_free_packet_data(of(session).parser_.get(), data);
     }
 
-    // Cameras have no endpoints of these kinds, and QEMU has been told so.
+    // Cameras have no endpoints of these kinds, and QEMU knows it from their list.
     template <typename Header>
     static void refuse(void* /*session*/, uint64_t /*id*/, Header* /*header*/)
     {
@@ -176,7 +176,7 @@ RedirSession::~RedirSession() = default;
 bool RedirSession::onReadable()
 {
     if (usbredirparser_do_read(parser_.get()) != 0 && closed_)
-        return false;  // a message that makes no sense was skipped, as the log tells
+        return false;  // a message that makes no sense was skipped; it is in the log
     answerFinished();
     return flush();
 }

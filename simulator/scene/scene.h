@@ -59,7 +59,7 @@ private:
     uint64_t seed_;
 };
 
-/// A noiseless pattern that tells where each value comes from: the top-left sensor pixel of a bin cell at (column, row)
+/// A noiseless pattern that shows where each value comes from: the top-left sensor pixel of a bin cell at (column, row)
 /// of the sensor gives (row * 256 + column) & 0xFFFF. Same geometry as Scene::expose().
 std::vector<uint16_t> rampPattern(const Region& region, uint32_t outWidth, uint32_t outHeight);
 

@@ -19,7 +19,7 @@
 namespace vornsim {
 namespace {
 
-/// What the kernel says about an xHCI controller: a transfer of any size goes in one piece.
+/// What the kernel reports for an xHCI controller: a transfer of any size goes in one piece.
 constexpr uint32_t CAPABILITIES = USBDEVFS_CAP_ZERO_PACKET | USBDEVFS_CAP_NO_PACKET_SIZE_LIM |
                                   USBDEVFS_CAP_BULK_SCATTER_GATHER | USBDEVFS_CAP_REAP_AFTER_DISCONNECT;
 constexpr long SPEED_HIGH = 3;  // USB_SPEED_HIGH of linux/usb/ch9.h

@@ -31,9 +31,9 @@ class CameraPort {
 public:
     using Client = ::_UMockdevIoctlClient;  ///< one open file of a host program
 
-    /// What the port has to tell, each once and in its own thread.
+    /// What the port reports, each once and in its own thread.
     struct Events {
-        std::function<void()> unplugged;               ///< before any program gets to know it
+        std::function<void()> unplugged;               ///< before any program can see it
         std::function<void(bool samePort)> pluggedIn;  ///< the device is back; from then on it is not this port's
     };
 
@@ -50,7 +50,7 @@ public:
     /// Ends the thread. Requests that wait stay unanswered: their programs have ended.
     void stop();
 
-    /// A host program asks for something. The answer comes later, and the client is kept until then. May be called
+    /// A host program makes a request. The answer comes later, and the client is kept until then. May be called
     /// from any thread, as the two below.
     void postRequest(Client* client);
 
@@ -86,7 +86,7 @@ private:
     /// Gives a finished transfer back to the host; EAGAIN or ENODEV when there is none.
     Answer reap(Client* client);
 
-    /// Tells of unplugging and plugging in, answers what waited and can be answered now, opens or closes the gate.
+    /// Reports unplugging and plugging in, answers what waited and can be answered now, opens or closes the gate.
     void settle();
     void updateGate();
     int64_t nextWakeUs() const;

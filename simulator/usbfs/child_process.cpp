@@ -14,7 +14,7 @@ namespace vornsim {
 namespace {
 
 /// umockdev's library pauses for "no time" after each request, which costs the timer slack: 50 microseconds unless a
-/// process asks for less. A child inherits what its parent asked for.
+/// process requests less. A child inherits what its parent requested.
 constexpr unsigned long TIMER_SLACK_NS = 1;
 
 /// The environment with @p variables in place of those of the same names. The texts belong to the arguments.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// Loaded into host programs in front of umockdev's library, which gives the socket on which a program hears of devices
+// Loaded into host programs in front of umockdev's library, which gives the socket on which a program learns of devices
 // that come and go a name made of nothing but the descriptor's number. Two programs have the same numbers: the second
 // one takes the name from the first, and when both are about to, libusb cannot be initialised in one of them. Here the
 // name has the process in it. It uses nothing but libc, as it meets programs of all kinds.

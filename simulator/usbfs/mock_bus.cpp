@@ -141,7 +141,7 @@ std::string MockBus::State::plugIn(CameraSlot& slot, DeviceLog& log, unsigned po
         return "the device has no valid descriptors";
     const UsbAddress address{BUS, portNumber, ++lastDevice};
     auto port = std::make_shared<CameraPort>(slot, *layout, clock, log, memory, eventsOf(slot, log, address, *layout));
-    // A program may hear of the device and open it as soon as it is added, so all else is made before.
+    // A program may see the device and open it as soon as it is added, so all else is made before.
     const std::string gate = path("/gate");
     std::string problem = serve(address, port, gate);
     if (!problem.empty())
@@ -171,7 +171,8 @@ std::string MockBus::State::serve(const UsbAddress& address, const PortRef& port
     return "";
 }
 
-/// Takes a device out of sysfs and /dev, its interfaces first: umockdev leaves links to what is below a device behind.
+/// Takes a device out of sysfs and /dev, its interfaces first: umockdev does not remove links to what is below a
+/// device.
 void MockBus::State::remove(const UsbAddress& address, const UsbLayout& layout)
 {
     for (const AlternateSetting& setting : layout.settings)
@@ -213,7 +214,7 @@ MockBus::~MockBus()
     while (!state_->ports.empty()) {
         const PortRef port = std::move(state_->ports.back());
         state_->ports.pop_back();
-        held.unlock();  // its thread may be about to tell something
+        held.unlock();  // its thread may be about to report an event
         port->stop();
         held.lock();
     }

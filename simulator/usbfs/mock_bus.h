@@ -27,7 +27,7 @@ public:
     MockBus& operator=(const MockBus&) = delete;
 
     /// Plugs a camera in, on the next free port. Its plan may unplug it and plug it in again: then it has a new
-    /// address, as on any bus, and programs get to know of both. @p slot and @p log must outlive the bus.
+    /// address, as on any bus, and programs see both events. @p slot and @p log must outlive the bus.
     /// @return an empty text, or what went wrong.
     std::string attach(CameraSlot& slot, DeviceLog& log);
 

@@ -25,7 +25,7 @@ int PollGate::create(const std::string& path)
 {
     if (unlink(path.c_str()) != 0 && errno != ENOENT)
         return errno;
-    if (mkfifo(path.c_str(), 0666) != 0 || chmod(path.c_str(), 0666) != 0)  // whatever the umask says
+    if (mkfifo(path.c_str(), 0666) != 0 || chmod(path.c_str(), 0666) != 0)  // whatever the umask is
         return errno;
     fd_ = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
     if (fd_ < 0)

@@ -7,9 +7,10 @@ namespace vornsim {
 
 /// Lets a host program sleep in poll() on a device node until a transfer is finished.
 ///
-/// usbfs says "writable" when a finished transfer waits to be collected. The nodes that umockdev makes for USB devices
-/// are regular files, always writable, so a host with a pending transfer would spin. This one is a named pipe instead,
-/// kept full while there is nothing to collect and emptied when there is: poll() then means what it means on usbfs.
+/// usbfs reports "writable" when a finished transfer waits to be collected. The nodes that umockdev makes for USB
+/// devices are regular files, always writable, so a host with a pending transfer would spin. This one is a named pipe
+/// instead, kept full while there is nothing to collect and emptied when there is: poll() then means what it means on
+/// usbfs.
 class PollGate {
 public:
     PollGate() = default;

@@ -14,7 +14,8 @@ namespace vornsim {
 namespace {
 
 constexpr const char* LIBRARY = "libumockdev-preload.so.0";
-constexpr const char* STARTED_AGAIN = "VORNSIM_STARTED_AGAIN";  // set in the second life, so that there is no third
+constexpr const char* STARTED_AGAIN =
+    "VORNSIM_STARTED_AGAIN";  // set when vornsim has started itself again, so that it does so once
 
 bool isLoaded()
 {
@@ -38,7 +39,7 @@ std::string hostLibrary()
     return "";
 }
 
-/// @return the value of a variable with @p addition behind what it has, unless it has @p key already.
+/// @return the value of a variable with @p addition after what it has, unless it has @p key already.
 std::string extended(const char* name, const char* key, const char* addition)
 {
     const char* present = std::getenv(name);

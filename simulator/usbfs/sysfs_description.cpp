@@ -47,7 +47,7 @@ std::string hubPath(unsigned bus)
 }
 
 /// Lines that every USB device has, root hubs included. Attribute values end in a written-out line feed. Each attribute
-/// becomes a file, which takes time, so these are the ones that libusb, udev rules and people look at.
+/// becomes a file, which takes time, so these are the ones that libusb, udev rules and people read.
 std::string deviceLines(const UsbAddress& address, const UsbLayout& layout)
 {
     const unsigned minor = (address.bus - 1) * DEVICES_PER_BUS + address.device - 1;

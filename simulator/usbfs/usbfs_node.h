@@ -13,7 +13,7 @@
 namespace vornsim {
 
 /// What the kernel's usbfs does for one device node: who may use which interface, which transfers are let through,
-/// what happens to them when an interface is given back or a file is closed. Files are told apart by number.
+/// what happens to them when an interface is given back or a file is closed. Files are identified by number.
 ///
 /// Functions that stand for a request give 0 or the positive errno that the request fails with. Not thread-safe.
 class UsbfsNode {

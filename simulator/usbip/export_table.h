@@ -36,7 +36,7 @@ public:
     /// Takes a device for one connection. @param taken receives it with the status OK
     ImportStatus claim(const std::string& busId, Export*& taken);
 
-    /// Gives a device back. @p gone tells that it has left the bus; it is there again when the device says so.
+    /// Gives a device back. @p gone: it has left the bus; it is there again at the time in its plan.
     void release(Export& taken, bool gone);
 
 private:

@@ -20,7 +20,7 @@ namespace vornsim::usbip {
 /// either side closes the connection, which unplugs the device as far as the client is concerned. The device itself
 /// stays as it was and can be imported again.
 ///
-/// A client that says what it must not, or has more under way than any kernel would, is dropped.
+/// A client that sends what it must not, or has more under way than any kernel would, is dropped.
 class UsbIpConnection final : public StreamSession {
 public:
     /// @p fd, which stays the caller's, and the others must outlive the connection.
@@ -64,7 +64,7 @@ private:
     int fd_;
     ExportTable& exports_;
     const Clock& clock_;
-    const int64_t requestDeadlineUs_;  ///< clients that say nothing do not stay
+    const int64_t requestDeadlineUs_;  ///< clients that send nothing are dropped then
     std::vector<uint8_t> input_;
     std::deque<Output> output_;
     bool lastAnswer_ = false;  ///< the connection ends when all is sent

@@ -16,7 +16,7 @@
 /// the wire are big-endian, except within the eight setup bytes.
 namespace vornsim::usbip {
 
-/// The longest transfer that is accepted. Above what a stock kernel asks for in one piece.
+/// The longest transfer that is accepted. More than a stock kernel requests in one piece.
 inline constexpr size_t LONGEST_TRANSFER = size_t{32} * 1024 * 1024;
 
 /// The message is not complete; so far it is fine. Read at least until there are @ref needed bytes in all.
@@ -66,7 +66,7 @@ Parsed<ListRequest, ImportRequest> parseRequest(std::span<const uint8_t> bytes);
 /// Reads the next message of a connection that has a device.
 Parsed<SubmitCommand, UnlinkCommand> parseCommand(std::span<const uint8_t> bytes);
 
-/// What the server tells about a device that it has.
+/// What the server reports of a device that it has.
 struct DeviceRecord {
     std::string path;   ///< where it is on the server; people read it
     std::string busId;  ///< "1-1"

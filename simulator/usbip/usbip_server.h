@@ -13,7 +13,7 @@ namespace vornsim::usbip {
 /// Listens for clients and serves each in a thread of its own.
 class UsbIpServer {
 public:
-    /// What is told about a client that was dropped; called from several threads.
+    /// Receives the reason why a client was dropped; called from several threads.
     using Complain = void (*)(const std::string& text);
 
     /// @p exports and @p clock must outlive the server.

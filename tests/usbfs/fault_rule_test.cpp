@@ -145,7 +145,7 @@ TEST(FaultRule, SaysWhatIsWrongAndWhatIsAllowed)
         {"transfer=0,garbage", "\"transfer=0\" should have a number from 1"},
         {"times=2x,garbage", "a number from 1, or ever"},
         {"endpoint=0x100,garbage", "such as 0x86"},
-        {"garbage=1", "should have nothing behind"},
+        {"garbage=1", "should have nothing after"},
         {"garbage,short=1", "\"garbage\" and \"short\" exclude each other"},
         {"error=IO,replug=1", "only a camera that was unplugged"},
         {"error=BUSY,transfer=3", "busy when it is opened"},

@@ -7,7 +7,7 @@
 namespace vornsim {
 namespace {
 
-// While words trickle in, the bridge is told to look again when this much more is ready: small enough for a smooth
+// While words trickle in, the bridge tries again when this much more is ready: small enough for a smooth
 // progress, large enough to keep a picture of millions of words cheap.
 constexpr size_t STEP_BYTES = size_t{64} * 1024;
 

@@ -20,7 +20,7 @@ constexpr uint8_t RESET_LINE = 0x01;
 constexpr uint8_t STATUS_STARTING = 'B';
 constexpr uint8_t STATUS_UP = 'I';
 
-// Commands that are heard while the sensor is cleared, or that may fail silently then.
+// While the sensor is cleared, the first is ignored without a complaint and the second is served.
 constexpr uint8_t PING = 80;
 constexpr uint8_t KERNEL_PING = 253;
 

@@ -70,14 +70,14 @@ private:
     int64_t clearTimeUs() const;
 
     // The SPI exchange under way.
-    bool inReset_ = false;              // it is not heard
+    bool inReset_ = false;              // it is ignored
     std::vector<uint8_t> received_;     // up to now
     const Command* command_ = nullptr;  // which it is
     std::vector<uint8_t> reply_;        // once its payload is complete
 
     AdvancedConverter converter_;
     std::optional<int64_t> readyAtUs_;  // when the application is up; empty before it was started
-    int64_t busyUntilUs_ = 0;           // the application prepares the sensor and hears nothing
+    int64_t busyUntilUs_ = 0;           // the application prepares the sensor and ignores commands
     bool prepared_ = false;
     bool cleared_ = false;
     std::optional<int64_t> integratingSinceUs_;

@@ -186,8 +186,8 @@ std::string plainName(std::string_view name)
     return plain.starts_with(MAKER) ? plain.substr(MAKER.size()) : plain;
 }
 
-/// Stirs the bits of a number (the finaliser of a well-known 64-bit hash).
-uint64_t stirred(uint64_t value)
+/// Mixes the bits of a number (the finaliser of a well-known 64-bit hash).
+uint64_t mixedBits(uint64_t value)
 {
     value = (value ^ (value >> 33)) * 0xFF51AFD7ED558CCD;
     value = (value ^ (value >> 33)) * 0xC4CEB9FE1A85EC53;
@@ -241,7 +241,7 @@ uint32_t serialNumber(const CameraModel& model, const CameraOptions& options)
 {
     if (options.serialNumber != 0)
         return options.serialNumber;
-    const uint64_t mixed = stirred(options.seed * 65536 + model.info.productId);
+    const uint64_t mixed = mixedBits(options.seed * 65536 + model.info.productId);
     // ADVANCED cameras report 16 bits only.
     const bool wide = model.info.family != Family::ADVANCED;
     return static_cast<uint32_t>(10000 + mixed % 50000) + (wide ? 0x10000 : 0);

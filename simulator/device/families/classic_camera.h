@@ -10,7 +10,7 @@
 namespace vornsim {
 
 /// The controller of a CLASSIC camera. Commands arrive over I2C at address 0x40: 'H', 'S', 'C', code, payload with
-/// 16-bit values little-endian. Everything it says leaves over the parallel bus, one byte in the low half of each word,
+/// 16-bit values little-endian. All its answers leave over the parallel bus, one byte in the low half of each word,
 /// images alone with whole 16-bit samples. It has no accessories but a cooler.
 class ClassicCamera final : public AnsweringCamera {
 public:

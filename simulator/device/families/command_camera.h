@@ -15,7 +15,7 @@ namespace vornsim {
 struct CommandCall {
     uint8_t code = 0;
     std::span<const uint8_t> payload;
-    std::vector<uint8_t> answer;  ///< what the handler has to say; most say nothing
+    std::vector<uint8_t> answer;  ///< empty for most commands
     int64_t afterUs = 2000;       ///< how long a camera that answers later takes
 };
 

@@ -19,7 +19,7 @@ constexpr uint32_t SENSOR_HEIGHT = 960;
 constexpr double SELF_HEATING_CELSIUS = 9.0;
 constexpr double SELF_HEATING_SECONDS = 600.0;
 
-/// The catalogue's sensor behind an 8-bit converter.
+/// The catalogue's sensor with an 8-bit converter.
 SensorModel narrowSensor(const CameraModel& model)
 {
     SensorModel sensor = sensorModel(model);

@@ -15,8 +15,8 @@
 
 namespace vornsim {
 
-/// An uncooled 1280 x 960 camera without a bridge: 32-bit registers behind a vendor request, 8-bit frames on endpoint
-/// 0x81. It makes one-shot captures only; it has no long exposures, no region of interest and no accessories.
+/// An uncooled 1280 x 960 camera without a bridge: 32-bit registers accessed by a vendor request, 8-bit frames on
+/// endpoint 0x81. It makes one-shot captures only; it has no long exposures, no region of interest and no accessories.
 class IidcCamera final : public UsbFunction {
 public:
     /// @p clock and @p log must outlive the camera.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The register space of IIDC cameras: controls, video modes and what they say about themselves.
+// The register space of IIDC cameras: controls, video modes and the facts the camera reports of itself.
 #include <algorithm>
 #include <bit>
 #include <cmath>
@@ -174,7 +174,7 @@ bool IidcCamera::readRegister(uint16_t offset, uint32_t& value)
 
 bool IidcCamera::writeRegister(uint16_t offset, uint32_t value)
 {
-    constexpr uint16_t VALUE_PLACE = 8;  // behind minimum and maximum
+    constexpr uint16_t VALUE_PLACE = 8;  // after minimum and maximum
     for (Feature& feature : features_) {
         if (offset == feature.control) {
             feature.word = FEATURE_PRESENT | value;

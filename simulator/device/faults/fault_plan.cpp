@@ -58,7 +58,7 @@ void FaultPlan::Counter::restart(FaultRule::Since since, uint64_t occasion)
         counting = true;
         seen = 0;
     } else if (seen < rule.transfer) {
-        counting = false;  // its time has passed; a rule that has begun to hurt goes on
+        counting = false;  // its time has passed; a rule that has begun to take effect goes on
     }
 }
 

@@ -18,7 +18,7 @@ struct Replug {
 };
 
 /// What goes wrong with one camera. The queue of its transfers reports what happens on the bus and asks which transfers
-/// are to be hurt; it does so to them itself. A plan without rules hurts nothing.
+/// are to fail; it makes them fail itself. A plan without rules affects nothing.
 class FaultPlan {
 public:
     /// The rules are asked in their order. @p clock and @p log must outlive the plan.
@@ -39,7 +39,7 @@ public:
     /// An alternate setting was selected: one with endpoints is an opening, where no claim was reported before.
     void alternateSelected(unsigned alternate);
 
-    /// A transfer has moved on; @p truth tells whether an exposure has begun with it.
+    /// A transfer has moved on; @p truth shows whether an exposure has begun with it.
     void transferMoved(const CameraTruth& truth);
 
     /// The camera leaves the bus because of @p rule, or is back.
@@ -59,7 +59,7 @@ private:
 
         /// A new opening or exposure has begun.
         void restart(FaultRule::Since since, uint64_t occasion);
-        /// Counts a transfer. @return whether it is to be hurt.
+        /// Counts a transfer. @return whether it is affected.
         bool hits(uint8_t address);
     };
 

@@ -14,7 +14,7 @@ const char* const FAULT_HELP =
   open=N|every      count transfers from where the camera is opened for the N-th time
   exposure=N|every  count them from the beginning of the N-th exposure; without either: from the start
   endpoint=E        count only those on one endpoint, such as 0x86, or on control, in or out
-  transfer=N        the first transfer that is hurt (1)
+  transfer=N        the first transfer affected (1)
   times=N|ever      how many in a row (1)
 and one of these, what:
   error=NO_DEVICE   the camera is unplugged; with replug=SECONDS it comes back so much later, as after power-up, into
@@ -184,7 +184,7 @@ std::variant<FaultRule, std::string> parseFault(std::string_view text)
             return before == field ? quoted(name) + " stands there twice"
                                    : quoted(before->name) + " and " + quoted(name) + " exclude each other";
         if (!field->parse(value, rule))
-            return quoted(item) + " should have " + field->allowed + " behind the name";
+            return quoted(item) + " should have " + field->allowed + " after the name";
         if (item.size() == text.size())
             break;
         text.remove_prefix(item.size() + 1);

@@ -49,7 +49,7 @@ struct FaultRule {
     Since since = Since::START;
     uint64_t occasion = 1;  ///< which opening or exposure, or EVERY
     Endpoints endpoints;
-    uint64_t transfer = 1;  ///< the first that is hurt
+    uint64_t transfer = 1;  ///< the first that is affected
     uint64_t times = 1;     ///< how many in a row, or FOR_EVER
     uint64_t missing = 0;   ///< SHORT: bytes
     double seconds = 0;     ///< LATE_ANSWER: how late

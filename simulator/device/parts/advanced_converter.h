@@ -35,10 +35,10 @@ public:
     /// unspecified. That happens for a few reads after each change, and now and then besides.
     Record read();
 
-    /// Takes a changed record, behind its two leading bytes 0, 25. @return what is wrong with it, or an empty text.
+    /// Takes a changed record, after its two leading bytes 0, 25. @return what is wrong with it, or an empty text.
     std::string update(std::span<const uint8_t> bytes);
 
-    /// Forgets nothing but makes the next reads find the converter busy, as after power-up.
+    /// Keeps the settings and makes the next reads find the converter busy, as after power-up.
     void restart() { busyReads_ = BUSY_READS; }
 
     const Setting& setting(bool preview) const { return settings_[preview ? 1 : 0]; }

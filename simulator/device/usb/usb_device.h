@@ -18,7 +18,7 @@ public:
     virtual int64_t nowUs() const = 0;
 };
 
-/// Receives what a camera has to say: state changes, and requests that real firmware could not understand.
+/// Receives what a camera reports: state changes, and requests that real firmware could not understand.
 class DeviceLog {
 public:
     virtual ~DeviceLog() = default;
