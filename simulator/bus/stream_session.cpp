@@ -18,7 +18,7 @@ const timespec* sleepUntil(int64_t wakeUs, const Clock& clock, timespec& storage
     if (wakeUs == NEVER)
         return nullptr;
     const int64_t leftUs = std::clamp<int64_t>(wakeUs - clock.nowUs(), 0, LONGEST_SLEEP_US);
-    storage = {leftUs / 1'000'000, leftUs % 1'000'000 * 1000};
+    storage = {static_cast<time_t>(leftUs / 1'000'000), static_cast<long>(leftUs % 1'000'000 * 1000)};
     return &storage;
 }
 

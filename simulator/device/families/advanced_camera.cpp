@@ -61,7 +61,7 @@ AdvancedCamera::AdvancedCamera(const CameraModel& model, const CameraOptions& op
 std::span<const Command> AdvancedCamera::commands() const
 {
     // code, payload length, answer length
-    static constexpr Command COMMANDS[] = {
+    static const Command COMMANDS[] = {
         {1, 0, 128, Command::EARLY, &AdvancedCamera::describe},
         {2, 2, 0, Command::LATE, &AdvancedCamera::prepareSensor},
         {4, 0, 0, Command::LATE, &AdvancedCamera::prepareExposure},

@@ -22,7 +22,7 @@ namespace vornsim {
 struct ExposureTimes {
     int64_t beginUs = 0;
     int64_t endUs = 0;
-    std::optional<double> lightSeconds;  ///< empty: there is no shutter in between
+    std::optional<double> lightSeconds = std::nullopt;  ///< empty: there is no shutter in between
 };
 
 /// What is read out and how it leaves over the parallel bus.

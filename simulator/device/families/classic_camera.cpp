@@ -42,7 +42,7 @@ ClassicCamera::ClassicCamera(const CameraModel& model, const CameraOptions& opti
 std::span<const Command> ClassicCamera::commands() const
 {
     // code, payload length, answer length
-    static constexpr Command COMMANDS[] = {
+    static const Command COMMANDS[] = {
         {2, 2, 0, Command::LATE, &ClassicCamera::prepareSensor},
         {4, 0, 0, Command::LATE, &ClassicCamera::prepareExposure},
         {5, 0, 0, Command::LATE, &ClassicCamera::startExposure},

@@ -29,8 +29,7 @@ struct Command {
     using Handler = void (CommandCamera::*)(CommandCall& call);
 
     template <typename Camera>
-    constexpr Command(uint8_t itsCode, uint8_t payload, uint8_t reply, bool isEarly,
-                      void (Camera::*handler)(CommandCall& call))
+    Command(uint8_t itsCode, uint8_t payload, uint8_t reply, bool isEarly, void (Camera::*handler)(CommandCall& call))
         : code(itsCode),
           payloadLength(payload),
           replyLength(reply),

@@ -48,7 +48,7 @@ StandardCamera::StandardCamera(const CameraModel& model, const CameraOptions& op
 std::span<const Command> StandardCamera::commands() const
 {
     // code, payload length, answer length
-    static constexpr Command COMMANDS[] = {
+    static const Command COMMANDS[] = {
         {1, 0, Command::UNFIXED, Command::EARLY, &StandardCamera::describe},
         {2, 2, 0, Command::LATE, &StandardCamera::prepareSensor},
         {4, 0, 0, Command::LATE, &StandardCamera::prepareExposure},
