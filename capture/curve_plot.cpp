@@ -1,94 +1,132 @@
 // SPDX-License-Identifier: MIT
 #include "capture/curve_plot.h"
 
-#include <png.h>
+#include <cairo-svg.h>
+#include <cairo.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <string_view>
+#include <memory>
+#include <span>
+#include <utility>
 
+#include "capture/fits_writer.h"
 #include "capture/output_file.h"
+#include "capture/text.h"
 
 namespace vorncapture {
 namespace {
 
-constexpr int WIDTH = 900;
-constexpr int HEIGHT = 500;
-constexpr int LEFT = 70;
-constexpr int RIGHT = WIDTH - 60;
-constexpr int TOP = 30;
-constexpr int BOTTOM = HEIGHT - 45;
-constexpr int SCALE = 2;  // of the letters
+constexpr double WIDTH = 900.0;
+constexpr double HEIGHT = 500.0;
+constexpr double LEFT = 70.0;
+constexpr double RIGHT = WIDTH - 60.0;
+constexpr double TOP = 60.0;
+constexpr double BOTTOM = HEIGHT - 55.0;
+constexpr double LETTER_SIZE = 13.0;
+constexpr double TITLE_SIZE = 17.0;
 constexpr uint32_t GRID = 0xDDDDDD;
 constexpr uint32_t INK = 0x333333;
+constexpr uint32_t TEMPERATURE_COLOUR = 0x1F5FBF;
+constexpr uint32_t TARGET_COLOUR = 0x2F9F3F;
+constexpr uint32_t POWER_COLOUR = 0xD08020;
 constexpr int WISHED_STEPS = 6;  // of a scale
+constexpr int MOST_TIMES = 9;    // on the time scale
+constexpr double DAY_SECONDS = 86400.0;
 
-/// Letters of the scales: five rows of three dots, the upper left one in the highest bit.
-struct Glyph {
-    char letter;
-    uint16_t dots;
-};
-constexpr Glyph GLYPHS[] = {{'0', 0b111101101101111}, {'1', 0b010110010010111}, {'2', 0b111001111100111},
-                            {'3', 0b111001111001111}, {'4', 0b101101111001001}, {'5', 0b111100111001111},
-                            {'6', 0b111100111101111}, {'7', 0b111001010010010}, {'8', 0b111101111101111},
-                            {'9', 0b111101111001111}, {'-', 0b000000111000000}, {'.', 0b000000000000010},
-                            {'%', 0b101001010100101}, {'C', 0b111100100100111}, {'m', 0b000111111101101},
-                            {'i', 0b010000010010010}, {'n', 0b000110101101101}};
-constexpr int GLYPH_WIDTH = 3;
-constexpr int GLYPH_HEIGHT = 5;
+using Bytes = std::vector<uint8_t>;
 
-class Painter {
+cairo_status_t append(void* bytes, const unsigned char* data, unsigned int length)
+{
+    static_cast<Bytes*>(bytes)->insert(static_cast<Bytes*>(bytes)->end(), data, data + length);
+    return CAIRO_STATUS_SUCCESS;
+}
+
+enum class Align { LEFT, CENTRE, RIGHT };
+
+/// A drawing in the making; cairo keeps its first failure to the end.
+class Drawing {
 public:
-    Painter() : canvas_{WIDTH, HEIGHT, std::vector<uint8_t>(size_t{WIDTH} * HEIGHT * 3, 0xFF)} {}
-
-    void dot(int x, int y, uint32_t colour)
+    explicit Drawing(bool svg)
+        : svg_(svg),
+          surface_(
+              svg ? cairo_svg_surface_create_for_stream(append, &bytes_, WIDTH, HEIGHT)
+                  : cairo_image_surface_create(CAIRO_FORMAT_RGB24, static_cast<int>(WIDTH), static_cast<int>(HEIGHT))),
+          cairo_(cairo_create(surface_.get()))
     {
-        if (x < 0 || y < 0 || x >= WIDTH || y >= HEIGHT)
-            return;
-        uint8_t* place = &canvas_.rgb[(static_cast<size_t>(y) * WIDTH + static_cast<size_t>(x)) * 3];
-        for (int channel = 0; channel < 3; ++channel)
-            place[channel] = static_cast<uint8_t>(colour >> (16 - 8 * channel));
+        colour(0xFFFFFF);
+        cairo_paint(cairo_.get());
+        cairo_set_line_join(cairo_.get(), CAIRO_LINE_JOIN_ROUND);
+        cairo_set_line_cap(cairo_.get(), CAIRO_LINE_CAP_ROUND);
+        cairo_select_font_face(cairo_.get(), "sans-serif", CAIRO_FONT_SLANT_NORMAL, CAIRO_FONT_WEIGHT_NORMAL);
     }
 
-    /// A line two dots thick.
-    void line(double fromX, double fromY, double toX, double toY, uint32_t colour)
+    void line(double fromX, double fromY, double toX, double toY, uint32_t ink, double width)
     {
-        const int steps =
-            std::max(1, static_cast<int>(std::ceil(std::max(std::abs(toX - fromX), std::abs(toY - fromY)))));
-        for (int step = 0; step <= steps; ++step) {
-            const double part = static_cast<double>(step) / steps;
-            const int x = static_cast<int>(std::lround(fromX + (toX - fromX) * part));
-            const int y = static_cast<int>(std::lround(fromY + (toY - fromY) * part));
-            dot(x, y, colour);
-            dot(x, y + 1, colour);
-        }
+        cairo_move_to(cairo_.get(), fromX, fromY);
+        cairo_line_to(cairo_.get(), toX, toY);
+        stroke(ink, width);
     }
 
-    /// @param alignment 0: begins at @p x; 1: is centred on it; 2: ends there
-    void text(int x, int y, std::string_view letters, int alignment)
+    void moveTo(double x, double y) { cairo_move_to(cairo_.get(), x, y); }
+    void lineTo(double x, double y) { cairo_line_to(cairo_.get(), x, y); }
+    void stroke(uint32_t ink, double width)
     {
-        const int step = (GLYPH_WIDTH + 1) * SCALE;
-        x -= alignment * static_cast<int>(letters.size()) * step / 2;
-        for (const char letter : letters) {
-            const auto* glyph = std::find_if(std::begin(GLYPHS), std::end(GLYPHS),
-                                             [letter](const Glyph& row) { return row.letter == letter; });
-            for (int i = 0; glyph != std::end(GLYPHS) && i < GLYPH_WIDTH * GLYPH_HEIGHT * SCALE * SCALE; ++i) {
-                const int column = i % (GLYPH_WIDTH * SCALE);
-                const int row = i / (GLYPH_WIDTH * SCALE);
-                const int bit = row / SCALE * GLYPH_WIDTH + column / SCALE;
-                if ((glyph->dots >> (GLYPH_WIDTH * GLYPH_HEIGHT - 1 - bit) & 1) != 0)
-                    dot(x + column, y + row, INK);
-            }
-            x += step;
-        }
+        colour(ink);
+        cairo_set_line_width(cairo_.get(), width);
+        cairo_stroke(cairo_.get());
     }
 
-    Canvas take() { return std::move(canvas_); }
+    /// Writes @p letters with their middle at the height @p y.
+    /// @return where they end
+    double text(double x, double y, const std::string& letters, Align align, double size = LETTER_SIZE)
+    {
+        cairo_text_extents_t extents = {};
+        cairo_font_extents_t font = {};
+        cairo_set_font_size(cairo_.get(), size);
+        cairo_text_extents(cairo_.get(), letters.c_str(), &extents);
+        cairo_font_extents(cairo_.get(), &font);
+        if (align != Align::LEFT)
+            x -= extents.x_advance * (align == Align::RIGHT ? 1.0 : 0.5);
+        colour(INK);
+        cairo_move_to(cairo_.get(), x, y + (font.ascent - font.descent) / 2.0);
+        cairo_show_text(cairo_.get(), letters.c_str());
+        return x + extents.x_advance;
+    }
+
+    /// @return the finished file, or why there is none.
+    Result<Bytes> finish()
+    {
+        cairo_status_t status = cairo_status(cairo_.get());
+        cairo_.reset();
+        if (status == CAIRO_STATUS_SUCCESS && !svg_)
+            status = cairo_surface_write_to_png_stream(surface_.get(), append, &bytes_);
+        cairo_surface_finish(surface_.get());
+        if (status == CAIRO_STATUS_SUCCESS)
+            status = cairo_surface_status(surface_.get());
+        if (status != CAIRO_STATUS_SUCCESS)
+            return Error{ErrorKind::FILE_ERROR,
+                         std::string("the curve cannot be drawn: ") + cairo_status_to_string(status), ""};
+        return std::move(bytes_);
+    }
 
 private:
-    Canvas canvas_;
+    void colour(uint32_t rgb)
+    {
+        cairo_set_source_rgb(cairo_.get(), (rgb >> 16 & 0xFF) / 255.0, (rgb >> 8 & 0xFF) / 255.0, (rgb & 0xFF) / 255.0);
+    }
+
+    struct Release {
+        void operator()(cairo_surface_t* surface) const { cairo_surface_destroy(surface); }
+        void operator()(cairo_t* cairo) const { cairo_destroy(cairo); }
+    };
+
+    bool svg_;
+    Bytes bytes_;
+    std::unique_ptr<cairo_surface_t, Release> surface_;
+    std::unique_ptr<cairo_t, Release> cairo_;
 };
 
 /// The values that a scale spans and where its lines are.
@@ -122,100 +160,166 @@ std::string label(double value, double step)
     return text.data();
 }
 
+Clock::Utc later(Clock::Utc start, double seconds)
+{
+    return start + std::chrono::milliseconds(std::llround(seconds * 1000.0));
+}
+
 double column(double part)
 {
-    return LEFT + part * (RIGHT - LEFT);
+    return LEFT + std::clamp(part, 0.0, 1.0) * (RIGHT - LEFT);
 }
 
 double row(double part)
 {
-    return BOTTOM - part * (BOTTOM - TOP);
+    return BOTTOM - std::clamp(part, 0.0, 1.0) * (BOTTOM - TOP);
 }
 
-void drawScales(Painter& painter, const Axis& minutes, const Axis& celsius)
-{
-    for (int i = 0; i <= celsius.stepCount(); ++i) {
-        const double y = row(celsius.part(celsius.at(i)));
-        painter.line(LEFT, y, RIGHT, y, GRID);
-        painter.text(LEFT - 8, static_cast<int>(y) - 4, label(celsius.at(i), celsius.step), 2);
-    }
-    for (int i = 0; i <= minutes.stepCount(); ++i) {
-        const double x = column(minutes.part(minutes.at(i)));
-        painter.line(x, TOP, x, BOTTOM, GRID);
-        painter.text(static_cast<int>(x), BOTTOM + 10, label(minutes.at(i), minutes.step), 1);
-    }
-    for (int percent = 0; percent <= 100; percent += 25)
-        painter.text(RIGHT + 8, static_cast<int>(row(percent / 100.0)) - 4, std::to_string(percent), 0);
-    painter.text(LEFT - 8, 8, "C", 2);
-    painter.text(RIGHT + 8, 8, "%", 0);
-    painter.text((LEFT + RIGHT) / 2, HEIGHT - 16, "min", 1);
-}
+/// One of the three curves.
+struct Series {
+    const char* name;
+    uint32_t colour;
+    std::optional<double> CurvePoint::*value;
+    bool percent;  ///< against the right scale
 
-}  // namespace
+    std::optional<double> of(const CurvePoint& point) const
+    {
+        const auto& found = point.*value;
+        return found && std::isfinite(*found) ? found : std::nullopt;
+    }
+};
 
-Canvas drawCurve(const std::vector<CurvePoint>& points)
+constexpr std::array<Series, 3> SERIES = {{{"cooler power", POWER_COLOUR, &CurvePoint::powerPercent, true},
+                                           {"target", TARGET_COLOUR, &CurvePoint::targetCelsius, false},
+                                           {"sensor", TEMPERATURE_COLOUR, &CurvePoint::celsius, false}}};
+
+Axis temperatureAxis(const std::vector<CurvePoint>& points)
 {
     std::vector<double> temperatures;
-    double lastSeconds = 0.0;
     for (const CurvePoint& point : points) {
-        lastSeconds = std::max(lastSeconds, point.seconds);
-        for (const auto& celsius : {point.celsius, point.targetCelsius}) {
-            if (celsius)
-                temperatures.push_back(*celsius);
+        for (const Series& series : SERIES) {
+            if (const auto value = series.of(point); value && !series.percent)
+                temperatures.push_back(*value);
         }
     }
     if (temperatures.empty())
         temperatures = {0.0};
     const auto [low, high] = std::minmax_element(temperatures.begin(), temperatures.end());
-    const Axis celsius = roundAxis(*low - 0.5, *high + 0.5);
-    const Axis minutes = {0.0, std::max(lastSeconds / 60.0, 1e-3), roundAxis(0.0, lastSeconds / 60.0).step};
-    const Axis percent = {0.0, 100.0, 25.0};
-
-    Painter painter;
-    drawScales(painter, minutes, celsius);
-    struct Curve {
-        std::optional<double> CurvePoint::*value;
-        const Axis& axis;
-        uint32_t colour;
-    };
-    const Curve curves[] = {{&CurvePoint::powerPercent, percent, POWER_COLOUR},
-                            {&CurvePoint::targetCelsius, celsius, TARGET_COLOUR},
-                            {&CurvePoint::celsius, celsius, TEMPERATURE_COLOUR}};
-    for (const Curve& curve : curves) {
-        const CurvePoint* before = nullptr;  // a gap in the values is a gap in the curve
-        for (const CurvePoint& point : points) {
-            const auto& value = point.*curve.value;
-            if (value) {
-                const CurvePoint& from = before != nullptr ? *before : point;
-                painter.line(column(minutes.part(from.seconds / 60.0)),
-                             row(std::clamp(curve.axis.part(*(from.*curve.value)), 0.0, 1.0)),
-                             column(minutes.part(point.seconds / 60.0)),
-                             row(std::clamp(curve.axis.part(*value), 0.0, 1.0)), curve.colour);
-            }
-            before = value ? &point : nullptr;
-        }
-    }
-    painter.line(LEFT, TOP, LEFT, BOTTOM, INK);
-    painter.line(LEFT, BOTTOM, RIGHT, BOTTOM, INK);
-    return painter.take();
+    return roundAxis(*low - 0.5, *high + 0.5);
 }
 
-Status writeCurvePlot(const std::vector<CurvePoint>& points, const std::string& path, bool overwrite)
+void drawScales(Drawing& drawing, const CoolingCurve& curve, const Axis& time, const Axis& celsius)
 {
-    OutputFile output(path, overwrite);
-    Status possible = output.check();
+    for (int i = 0; i <= celsius.stepCount(); ++i) {
+        const double y = row(celsius.part(celsius.at(i)));
+        drawing.line(LEFT, y, RIGHT, y, GRID, 1.0);
+        drawing.text(LEFT - 8.0, y, label(celsius.at(i), celsius.step), Align::RIGHT);
+    }
+    for (const auto& [seconds, text] : timeScale(curve.start, time.high)) {
+        const double x = column(time.part(seconds));
+        drawing.line(x, TOP, x, BOTTOM, GRID, 1.0);
+        drawing.text(x, BOTTOM + 14.0, text, Align::CENTRE);
+    }
+    for (int percent = 0; percent <= 100; percent += 25)
+        drawing.text(RIGHT + 8.0, row(percent / 100.0), std::to_string(percent), Align::LEFT);
+    drawing.line(LEFT, TOP, LEFT, BOTTOM, INK, 1.0);
+    drawing.line(LEFT, BOTTOM, RIGHT, BOTTOM, INK, 1.0);
+    drawing.text(LEFT - 8.0, TOP - 18.0, "\u00b0C", Align::RIGHT);
+    drawing.text(RIGHT + 8.0, TOP - 18.0, "%", Align::LEFT);
+    drawing.text((LEFT + RIGHT) / 2.0, HEIGHT - 18.0, "time of day, UTC", Align::CENTRE);
+}
+
+void drawTitleAndLegend(Drawing& drawing, const CoolingCurve& curve, double lastSeconds)
+{
+    constexpr size_t DATE_LENGTH = 10;
+    const std::string first = fitsDate(curve.start).substr(0, DATE_LENGTH);
+    const std::string last = fitsDate(later(curve.start, lastSeconds)).substr(0, DATE_LENGTH);
+    drawing.text(LEFT, 20.0, curve.camera + ", " + first + (first == last ? "" : " to " + last), Align::LEFT,
+                 TITLE_SIZE);
+    constexpr double SAMPLE_LENGTH = 24.0;
+    double x = LEFT;
+    for (const Series& series : SERIES) {
+        const bool drawn = std::any_of(curve.points.begin(), curve.points.end(),
+                                       [&series](const CurvePoint& point) { return series.of(point).has_value(); });
+        if (!drawn)
+            continue;
+        drawing.line(x, TOP - 18.0, x + SAMPLE_LENGTH, TOP - 18.0, series.colour, 3.0);
+        x = drawing.text(x + SAMPLE_LENGTH + 6.0, TOP - 18.0, series.name, Align::LEFT) + 20.0;
+    }
+}
+
+void drawSeries(Drawing& drawing, const CoolingCurve& curve, const Series& series, const Axis& time, const Axis& axis)
+{
+    bool begun = false;  // a gap in the values is a gap in the curve
+    for (const CurvePoint& point : curve.points) {
+        const auto value = series.of(point);
+        if (value) {
+            const double x = column(time.part(point.seconds));
+            const double y = row(axis.part(*value));
+            if (!begun)
+                drawing.moveTo(x, y);
+            drawing.lineTo(x, y);
+        }
+        begun = value.has_value();
+    }
+    drawing.stroke(series.colour, 2.0);
+}
+
+Result<Bytes> draw(const CoolingCurve& curve, bool svg)
+{
+    const double lastSeconds = curve.points.empty() ? 0.0 : curve.points.back().seconds;
+    const Axis time = {0.0, std::max(lastSeconds, 1.0), 1.0};
+    const Axis celsius = temperatureAxis(curve.points);
+    const Axis percent = {0.0, 100.0, 25.0};
+    Drawing drawing(svg);
+    drawScales(drawing, curve, time, celsius);
+    drawTitleAndLegend(drawing, curve, lastSeconds);
+    for (const Series& series : SERIES)
+        drawSeries(drawing, curve, series, time, series.percent ? percent : celsius);
+    return drawing.finish();
+}
+
+}  // namespace
+
+std::vector<std::pair<double, std::string>> timeScale(Clock::Utc start, double lastSeconds)
+{
+    constexpr double STEPS[] = {1,   2,   5,    10,   15,   30,    60,    120,   300,
+                                600, 900, 1800, 3600, 7200, 10800, 21600, 43200, DAY_SECONDS};
+    double step = std::ceil(lastSeconds / DAY_SECONDS / MOST_TIMES) * DAY_SECONDS;
+    for (const double candidate : STEPS) {
+        if (lastSeconds / candidate <= MOST_TIMES) {
+            step = candidate;
+            break;
+        }
+    }
+    const double sinceEpoch = std::chrono::duration<double>(start.time_since_epoch()).count();
+    std::vector<std::pair<double, std::string>> scale;
+    for (double at = std::ceil(sinceEpoch / step) * step; at <= sinceEpoch + lastSeconds; at += step) {
+        const std::string date = fitsDate(later(start, at - sinceEpoch));
+        scale.emplace_back(at - sinceEpoch,
+                           step >= DAY_SECONDS ? date.substr(5, 5) : date.substr(11, step < 60 ? 8 : 5));
+    }
+    return scale;
+}
+
+Status checkCurvePlot(const std::string& path, bool overwrite)
+{
+    const std::string name = foldedName(path);
+    if (!name.ends_with(".png") && !name.ends_with(".svg"))
+        return Error{ErrorKind::BAD_REQUEST,
+                     "\"" + path + "\": a curve is drawn as PNG or SVG; give a name that ends in .png or .svg", ""};
+    return OutputFile(path, overwrite).check();
+}
+
+Status writeCurvePlot(const CoolingCurve& curve, const std::string& path, bool overwrite)
+{
+    Status possible = checkCurvePlot(path, overwrite);
     if (!possible.ok())
         return possible;
-    const Canvas canvas = drawCurve(points);
-    png_image image = {};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = canvas.width;
-    image.height = canvas.height;
-    image.format = PNG_FORMAT_RGB;
-    if (png_image_write_to_file(&image, output.temporaryPath().c_str(), 0, canvas.rgb.data(), 0, nullptr) == 0)
-        return Error{ErrorKind::FILE_ERROR, "cannot write " + path + ": " + static_cast<const char*>(image.message),
-                     "Is there room on the disk?"};
-    return output.publish();
+    const Result<Bytes> drawn = draw(curve, foldedName(path).ends_with(".svg"));
+    if (!drawn.ok())
+        return drawn.error();
+    return OutputFile(path, overwrite).write(drawn.value());
 }
 
 }  // namespace vorncapture

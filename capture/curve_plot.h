@@ -6,34 +6,37 @@
 #include <string>
 #include <vector>
 
+#include "capture/clock.h"
 #include "capture/result.h"
 
 namespace vorncapture {
 
 /// One look at a camera's cooling.
 struct CurvePoint {
-    double seconds = 0.0;  ///< since the first one
+    double seconds = 0.0;  ///< since CoolingCurve::start, never less than the point before has
     std::optional<double> celsius;
     std::optional<double> targetCelsius;
     std::optional<double> powerPercent;
 };
 
-/// A picture of 8-bit red, green and blue, row after row.
-struct Canvas {
-    unsigned int width = 0;
-    unsigned int height = 0;
-    std::vector<uint8_t> rgb;
+/// What a camera's cooling did.
+struct CoolingCurve {
+    std::string camera;  ///< for the title, "Vorn K12"
+    Clock::Utc start;
+    std::vector<CurvePoint> points;
 };
 
-constexpr uint32_t TEMPERATURE_COLOUR = 0x1F5FBF;
-constexpr uint32_t TARGET_COLOUR = 0x2F9F3F;
-constexpr uint32_t POWER_COLOUR = 0xD08020;
+/// @return the moments of the time scale, in seconds since @p start, at round times of day, at most ten; and how each
+/// is written: "21:30", with seconds where they are needed, or "11-23" for whole days.
+std::vector<std::pair<double, std::string>> timeScale(Clock::Utc start, double lastSeconds);
 
 /// Draws sensor temperature (blue) and target (green) against the left scale in degrees Celsius, the cooler's power
-/// (orange) against the right one from 0 to 100 per cent, and the time below in minutes.
-Canvas drawCurve(const std::vector<CurvePoint>& points);
+/// (orange) against the right one from 0 to 100 per cent, with the time of day (UTC) below, a legend, and camera and
+/// date above. Where values are missing the curves have gaps. The file is a PNG or SVG picture by the ending of its
+/// name. Error: BAD_REQUEST (another ending), FILE_ERROR; then there is no new file and no piece of one.
+Status writeCurvePlot(const CoolingCurve& curve, const std::string& path, bool overwrite);
 
-/// Writes the drawing as a PNG file. Error: FILE_ERROR; then there is no new file and no piece of one.
-Status writeCurvePlot(const std::vector<CurvePoint>& points, const std::string& path, bool overwrite);
+/// Looks whether writeCurvePlot() can write such a file. Errors: as there.
+Status checkCurvePlot(const std::string& path, bool overwrite);
 
 }  // namespace vorncapture

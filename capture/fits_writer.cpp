@@ -6,7 +6,10 @@
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <functional>
+#include <span>
 #include <string_view>
 #include <tuple>
 #include <utility>
@@ -16,24 +19,25 @@
 namespace vorncapture {
 namespace {
 
-/// Writes keywords and values into one file; after the first failure every call does nothing, as is the way of the
-/// FITS library, so that the outcome is asked for once, at the end.
+/// Makes one file in memory, so that it can be written like any other. After the first failure every call does
+/// nothing, as is the way of the FITS library, so that the outcome is asked for once, at the end.
 class FitsFile {
 public:
-    explicit FitsFile(const std::string& path)
+    /// @param length bytes that the file will take up, about; more is allowed
+    explicit FitsFile(size_t length) : size_(length)
     {
-        // Not fits_create_file, which takes brackets and other characters of a name for instructions.
-        fits_create_diskfile(&file_, path.c_str(), &status_);
+        bytes_ = std::malloc(size_);
+        if (bytes_ == nullptr)
+            status_ = MEMORY_ALLOCATION;
+        fits_create_memfile(&file_, &bytes_, &size_, BLOCK_BYTES, std::realloc, &status_);
     }
-
-    /// A file in memory, which goes to standard output when it is finished.
-    FitsFile() { fits_create_file(&file_, "-", &status_); }
 
     ~FitsFile()
     {
         int ignored = 0;
         if (file_ != nullptr)
             fits_close_file(file_, &ignored);
+        std::free(bytes_);
     }
 
     FitsFile(const FitsFile&) = delete;
@@ -65,20 +69,30 @@ public:
                        &status_);
     }
 
-    /// Adds date and check sums and closes the file. @return the FITS library's status, 0 when all went well.
+    /// Adds date and check sums. @return the FITS library's status, 0 when all went well.
     int finish()
     {
         fits_write_date(file_, &status_);
         fits_write_chksum(file_, &status_);
-        int closed = 0;
-        if (file_ != nullptr)
-            fits_close_file(file_, &closed);
-        file_ = nullptr;
-        return status_ != 0 ? status_ : closed;
+        LONGLONG header = 0;
+        LONGLONG data = 0;
+        LONGLONG end = 0;
+        fits_get_hduaddrll(file_, &header, &data, &end, &status_);
+        fits_flush_file(file_, &status_);
+        length_ = static_cast<size_t>(end);
+        return status_;
     }
 
+    /// @return the whole file; only after finish() went well, and until this object goes.
+    std::span<const uint8_t> bytes() const { return {static_cast<const uint8_t*>(bytes_), length_}; }
+
 private:
+    static constexpr size_t BLOCK_BYTES = 2880;
+
     fitsfile* file_ = nullptr;
+    void* bytes_ = nullptr;
+    size_t size_;
+    size_t length_ = 0;
     int status_ = 0;
 };
 
@@ -119,7 +133,7 @@ std::string frameType(const Frame& frame)
 void addTime(Cards& header, const Frame& frame)
 {
     header.text("DATE-OBS", fitsDate(frame.start), "UTC start of the exposure");
-    header.number("EXPTIME", frame.exposureSeconds, 6, "[s] time truly exposed");
+    header.number("EXPTIME", frame.exposureSeconds, 6, "[s] integration time that was made");
     header.number("EXPOSURE", frame.exposureSeconds, 6, "[s] the same");
     if (frame.request.dark)
         header.number("DARKTIME", frame.exposureSeconds, 6, "[s] the same");
@@ -183,22 +197,22 @@ void addGeometry(Cards& header, const Frame& frame)
     }
 }
 
-void fillFile(FitsFile& fits, const Frame& frame, const std::string& creator)
+/// Makes the file and hands its bytes to @p write.
+Status makeFile(const Frame& frame, const std::string& creator,
+                const std::function<Status(std::span<const uint8_t>)>& write)
 {
+    constexpr size_t HEADER_BYTES = 1 << 16;
+    FitsFile fits(frame.pixels.size() * sizeof(uint16_t) + HEADER_BYTES);
     fits.image(frame.width, frame.height);
     for (const FitsCard& card : fitsCards(frame, creator))
         fits.card(card);
     fits.pixels(frame.pixels);
-}
-
-Status finishFile(FitsFile& fits, const std::string& name, const std::string& advice)
-{
     const int status = fits.finish();
     if (status == 0)
-        return Done{};
+        return write(fits.bytes());
     std::array<char, FLEN_STATUS> text = {};
     fits_get_errstatus(status, text.data());
-    return Error{ErrorKind::FILE_ERROR, "cannot write " + name + ": " + text.data(), advice};
+    return Error{ErrorKind::FILE_ERROR, std::string("the FITS file cannot be made: ") + text.data(), ""};
 }
 
 }  // namespace
@@ -230,25 +244,16 @@ std::string fitsDate(Clock::Utc moment)
 
 Status writeFits(const Frame& frame, const std::string& path, const std::string& creator, bool overwrite)
 {
-    OutputFile output(path, overwrite);
+    const OutputFile output(path, overwrite);
     Status possible = output.check();
     if (!possible.ok())
         return possible;
-
-    FitsFile fits(output.temporaryPath());
-    fillFile(fits, frame, creator);
-    const Status written = finishFile(fits, path, "Is there room on the disk?");
-    return written.ok() ? output.publish() : written;
+    return makeFile(frame, creator, [&output](std::span<const uint8_t> bytes) { return output.write(bytes); });
 }
 
 Status streamFits(const Frame& frame, const std::string& creator)
 {
-    FitsFile fits;
-    fillFile(fits, frame, creator);
-    Status written = finishFile(fits, "standard output", "Has its reader ended early?");
-    if (written.ok() && std::fflush(stdout) != 0)
-        return Error{ErrorKind::FILE_ERROR, "cannot write to standard output", "Has its reader ended early?"};
-    return written;
+    return makeFile(frame, creator, writeStandardOutput);
 }
 
 }  // namespace vorncapture

@@ -122,16 +122,6 @@ std::vector<uint8_t> greyLevels(const Frame& frame)
     return levels;
 }
 
-png_image describe(unsigned int width, unsigned int height, bool colour)
-{
-    png_image image = {};
-    image.version = PNG_IMAGE_VERSION;
-    image.width = width;
-    image.height = height;
-    image.format = colour ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
-    return image;
-}
-
 }  // namespace
 
 StretchTable automaticStretch(const std::vector<uint16_t>& pixels)
@@ -146,7 +136,11 @@ std::vector<uint8_t> stretchedLevels(const Frame& frame)
 
 std::vector<uint8_t> encodePng(const std::vector<uint8_t>& levels, unsigned int width, unsigned int height, bool colour)
 {
-    png_image image = describe(width, height, colour);
+    png_image image = {};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = width;
+    image.height = height;
+    image.format = colour ? PNG_FORMAT_RGB : PNG_FORMAT_GRAY;
     png_alloc_size_t size = PNG_IMAGE_PNG_SIZE_MAX(image);  // an upper limit, known at once
     std::vector<uint8_t> file(size);
     if (png_image_write_to_memory(&image, file.data(), &size, 0, levels.data(), 0, nullptr) == 0)
@@ -157,17 +151,14 @@ std::vector<uint8_t> encodePng(const std::vector<uint8_t>& levels, unsigned int 
 
 Status writePng(const Frame& frame, const std::string& path, bool overwrite)
 {
-    OutputFile output(path, overwrite);
+    const OutputFile output(path, overwrite);
     Status possible = output.check();
     if (!possible.ok())
         return possible;
-
-    const std::vector<uint8_t> levels = stretchedLevels(frame);
-    png_image image = describe(frame.width, frame.height, frame.bayer());
-    if (png_image_write_to_file(&image, output.temporaryPath().c_str(), 0, levels.data(), 0, nullptr) == 0)
-        return Error{ErrorKind::FILE_ERROR, "cannot write " + path + ": " + static_cast<const char*>(image.message),
-                     "Is there room on the disk?"};
-    return output.publish();
+    const std::vector<uint8_t> file = encodePng(stretchedLevels(frame), frame.width, frame.height, frame.bayer());
+    if (file.empty())
+        return Error{ErrorKind::FILE_ERROR, "the PNG file cannot be made: its picture is empty or too large", ""};
+    return output.write(file);
 }
 
 }  // namespace vorncapture

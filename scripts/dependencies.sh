@@ -2,7 +2,7 @@
 # Sourced by quickstart.sh and test.sh: what has to be installed, and how.
 
 # To build the library, the simulator and the tools, and to run them.
-BUILD_PACKAGES="g++ cmake ninja-build pkg-config libusb-1.0-0-dev libcli11-dev nlohmann-json3-dev libcfitsio-dev
+BUILD_PACKAGES="g++ cmake ninja-build pkg-config libusb-1.0-0-dev libcairo2-dev libcli11-dev nlohmann-json3-dev libcfitsio-dev
     libpng-dev libumockdev-dev umockdev"
 
 # For the tests besides.

@@ -1,11 +1,16 @@
 // SPDX-License-Identifier: MIT
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 
 #include "capture/filter_names.h"
 #include "capture/fits_writer.h"
@@ -176,20 +181,6 @@ TEST_F(Files, ExistingFilesStayUnlessForced)
     EXPECT_TRUE(writePng(sampleFrame(), path("a.png"), true).ok());
     EXPECT_EQ(readFits(path("a.fits")).pixels, sampleFrame().pixels);
     EXPECT_EQ(names().size(), 2U);
-
-    for (const bool overwrite : {false, true}) {
-        OutputFile output(path("b"), overwrite);
-        ASSERT_TRUE(output.check().ok());
-        std::ofstream(output.temporaryPath()) << "new";
-        std::ofstream(path("b")) << "appeared meanwhile";
-        errno = EIO;  // of something that went before
-        EXPECT_EQ(output.publish().ok(), overwrite);
-        EXPECT_EQ(fs::file_size(path("b")), overwrite ? 3U : 18U);
-    }
-    OutputFile onto(path("c"), true);
-    std::ofstream(onto.temporaryPath()) << "new";
-    fs::create_directory(path("c"));
-    EXPECT_FALSE(onto.publish().ok());
 }
 
 TEST_F(Files, FailuresLeaveNothingBehind)
@@ -203,11 +194,163 @@ TEST_F(Files, FailuresLeaveNothingBehind)
     Frame impossible = sampleFrame();
     impossible.width = 0;
     EXPECT_FALSE(writePng(impossible, path("b.png"), false).ok());
-    {
-        OutputFile given_up(path("c"), false);
-        std::ofstream(given_up.temporaryPath()) << "half";
-    }
     EXPECT_TRUE(names().empty());
+}
+
+const std::vector<uint8_t> CONTENTS = {'n', 'e', 'w'};
+
+/// Calls of a file system that knows no files without a name, as FAT does not.
+FileCalls namesOnly()
+{
+    FileCalls calls = FileCalls::system();
+    calls.open = [](const char* name, int flags, mode_t mode) {
+        errno = EOPNOTSUPP;
+        return (flags & O_TMPFILE) == O_TMPFILE ? -1 : ::open(name, flags, mode);
+    };
+    return calls;
+}
+
+TEST_F(Files, AppearWholeOrNotAtAllWhateverTheDiskDoes)
+{
+    struct Row {
+        const char* what;
+        std::function<void(FileCalls&)> break_;
+        const char* says;
+    };
+    const auto fail = [](int code) {
+        errno = code;
+        return -1;
+    };
+    const Row rows[] = {
+        {"full at once", [&](FileCalls& calls) { calls.write = [&](auto...) { return fail(ENOSPC); }; },
+         "No space left"},
+        {"full later",
+         [&](FileCalls& calls) {
+             calls.write = [&, left = 2](int file, const void* bytes, size_t) mutable -> ssize_t {
+                 return left-- > 0 ? ::write(file, bytes, 1) : fail(ENOSPC);
+             };
+         },
+         "No space left"},
+        {"nothing written", [&](FileCalls& calls) { calls.write = [](auto...) { return 0; }; }, "Input/output error"},
+        {"not synced", [&](FileCalls& calls) { calls.fsync = [&](auto...) { return fail(EIO); }; },
+         "Input/output error"},
+        {"no name",
+         [&](FileCalls& calls) {
+             calls.link = [&](auto...) { return fail(EPERM); };
+             calls.rename = [&](auto...) { return fail(EACCES); };
+         },
+         "Permission denied"},
+    };
+    for (const FileCalls& system : {FileCalls::system(), namesOnly()}) {
+        for (const Row& row : rows) {
+            for (const bool overwrite : {false, true}) {
+                SCOPED_TRACE(row.what);
+                if (overwrite)
+                    std::ofstream(path("a")) << "old";
+                FileCalls calls = system;
+                row.break_(calls);
+                const Status written = OutputFile(path("a"), overwrite, calls).write(CONTENTS);
+                ASSERT_FALSE(written.ok());
+                EXPECT_EQ(written.error().text.find("cannot write " + path("a") + ": " + row.says), 0U)
+                    << written.error().text;
+                EXPECT_EQ(contents("a"), overwrite ? "old" : "");
+                EXPECT_EQ(names().size(), overwrite ? 1U : 0U);
+                fs::remove(path("a"));
+            }
+        }
+    }
+}
+
+TEST_F(Files, AreOnTheDiskWithTheirNameBeforeTheyAreAnnounced)
+{
+    for (const FileCalls& system : {FileCalls::system(), namesOnly()}) {
+        for (const bool overwrite : {false, true}) {
+            std::string order;
+            FileCalls calls = system;
+            calls.write = [&](int file, const void* bytes, size_t length) {  // interrupted, then in two pieces
+                order += order.empty() ? "i" : "w";
+                errno = EINTR;
+                return order == "i" ? -1 : ::write(file, bytes, std::min<size_t>(length, 2));
+            };
+            calls.fsync = [&](int file) {
+                struct stat status = {};
+                order += fstat(file, &status) == 0 && S_ISDIR(status.st_mode) ? "D" : "F";
+                errno = EINVAL;  // as where there is nothing to sync
+                return -1;
+            };
+            EXPECT_TRUE(OutputFile(path("a"), overwrite, calls).write(CONTENTS).ok());
+            EXPECT_EQ(order, "iwwFD");
+            EXPECT_EQ(contents("a"), "new");
+            fs::remove(path("a"));
+        }
+    }
+    FileCalls calls = FileCalls::system();
+    calls.fsync = [](int file) {
+        struct stat status = {};
+        errno = EIO;
+        return fstat(file, &status) == 0 && S_ISDIR(status.st_mode) ? -1 : 0;
+    };
+    const Status unsure = OutputFile(path("a"), false, calls).write(CONTENTS);
+    ASSERT_FALSE(unsure.ok());
+    EXPECT_NE(unsure.error().text.find("may not survive a power cut"), std::string::npos);
+}
+
+TEST_F(Files, LeftBehindByAKilledRunStandInNobodysWay)
+{
+    for (const FileCalls& system : {FileCalls::system(), namesOnly()}) {
+        for (int run = 0; run < 2; ++run) {
+            const pid_t child = fork();
+            if (child == 0) {
+                FileCalls calls = system;
+                calls.fsync = [](int) { return ::kill(getpid(), SIGKILL); };
+                (void)OutputFile(path("a"), false, calls).write(CONTENTS);
+                _exit(0);
+            }
+            int status = 0;
+            ASSERT_EQ(waitpid(child, &status, 0), child);
+            ASSERT_TRUE(WIFSIGNALED(status));
+            EXPECT_FALSE(fs::exists(path("a")));
+        }
+    }
+    EXPECT_EQ(names().size(), 2U) << "only a file system without nameless files keeps some, each with its own name";
+    EXPECT_TRUE(OutputFile(path("a"), false, namesOnly()).write(CONTENTS).ok());
+    EXPECT_EQ(names().size(), 3U) << "what others left is not ours to tidy";
+    EXPECT_EQ(contents("a"), "new");
+}
+
+TEST_F(Files, ReplaceOnlyRegularFilesAndWriteThroughLinks)
+{
+    for (const FileCalls& system : {FileCalls::system(), namesOnly()}) {
+        const OutputFile late(path("b"), false, system);
+        ASSERT_TRUE(late.check().ok());
+        FileCalls meanwhile = system;
+        meanwhile.fsync = [&](int) {
+            std::ofstream(path("b")) << "appeared meanwhile";
+            return 0;
+        };
+        const Status written = OutputFile(path("b"), false, meanwhile).write(CONTENTS);
+        ASSERT_FALSE(written.ok());
+        EXPECT_NE(written.error().text.find("exists already"), std::string::npos);
+        EXPECT_EQ(contents("b"), "appeared meanwhile");
+        EXPECT_FALSE(late.write(CONTENTS).ok());
+        fs::remove(path("b"));
+    }
+    fs::create_directory(path("elsewhere"));
+    fs::create_symlink("elsewhere/real", path("link"));
+    for (const char* old : {"", "old"}) {
+        std::ofstream(path("elsewhere/real")) << old;
+        EXPECT_FALSE(OutputFile(path("link"), false).write(CONTENTS).ok());
+        EXPECT_TRUE(OutputFile(path("link"), true).write(CONTENTS).ok());
+        EXPECT_TRUE(fs::is_symlink(path("link")));
+        EXPECT_EQ(contents("elsewhere/real"), "new");
+    }
+    ASSERT_EQ(mkfifo(path("fifo").c_str(), 0600), 0);
+    fs::create_symlink("/dev/full", path("device"));
+    for (const char* name : {"fifo", "device", "elsewhere"}) {
+        EXPECT_FALSE(OutputFile(path(name), true).check().ok()) << name;
+        EXPECT_FALSE(OutputFile(path(name), true).write(CONTENTS).ok()) << name;
+    }
+    EXPECT_TRUE(fs::is_fifo(path("fifo")));
 }
 
 TEST_F(Files, FullDiskLeavesNoFile)

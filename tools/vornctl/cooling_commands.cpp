@@ -10,7 +10,6 @@
 #include "capture/accessories.h"
 #include "capture/cooling.h"
 #include "capture/curve_plot.h"
-#include "capture/output_file.h"
 #include "commands.h"
 #include "reports.h"
 
@@ -122,15 +121,15 @@ int statusCommand(const Options& options)
 int monitorCommand(const Options& options, const MonitorRequest& request)
 {
     if (!request.plotPath.empty()) {
-        const Status possible = vorncapture::OutputFile(request.plotPath, options.force).check();
+        const Status possible = vorncapture::checkCurvePlot(request.plotPath, options.force);
         if (!possible.ok())
-            return report(possible.error());
+            return report(withForce(possible.error()));
     }
     return withCamera(options, [&](Opened& camera) -> Status {
         camera.progress.clear();
         vorncapture::Clock& clock = camera.session.clock();
         const double start = clock.steadySeconds();
-        std::vector<vorncapture::CurvePoint> curve;
+        vorncapture::CoolingCurve curve{camera.session.info().name, clock.utc(), {}};
         const auto stopped = [&camera] { return camera.cancel.requested(); };
         Status outcome = Done{};
         for (unsigned int look = 0; (request.count == 0 || look < request.count) && !stopped() && outcome.ok();
@@ -150,7 +149,10 @@ int monitorCommand(const Options& options, const MonitorRequest& request)
                     outcome = read.error();
             }
             printStatusLine(telemetry, wheel, elapsed, options.json);
-            curve.push_back({elapsed, telemetry.ccdCelsius(), telemetry.targetCelsius, telemetry.coolerPowerPercent});
+            if (Status told = flushOutput(); outcome.ok() && !told.ok())
+                outcome = told;
+            curve.points.push_back(
+                {elapsed, telemetry.ccdCelsius(), telemetry.targetCelsius, telemetry.coolerPowerPercent});
         }
         // Also after a wish to stop, which is how a monitor usually ends.
         if (!request.plotPath.empty()) {
