@@ -12,8 +12,6 @@ namespace {
 constexpr double WHEEL_POLL_SECONDS = 0.25;
 constexpr double WHEEL_LIMIT_SECONDS = 60.0;
 constexpr double PULSE_STEP_SECONDS = 0.02;  // how soon a cancellation ends a pulse
-constexpr int LARGEST_GAIN = 63;
-constexpr int LARGEST_OFFSET = 512;
 
 Error cancelledError(const std::string& what)
 {

@@ -43,7 +43,10 @@ Status setLineDirections(Session& session, uint16_t outputs);
 Status driveLines(Session& session, uint16_t levels);
 Result<uint16_t> readLines(Session& session);
 
-/// Gain (0 to 63) and offset (0 to 512) of the readout.
+constexpr int LARGEST_GAIN = 63;
+constexpr int LARGEST_OFFSET = 512;
+
+/// Gain (0 to LARGEST_GAIN) and offset (0 to LARGEST_OFFSET) of the readout.
 struct GainSetting {
     int gain = 0;
     int offset = 0;

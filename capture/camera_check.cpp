@@ -80,6 +80,9 @@ std::vector<Finding> examine(const CameraFacts& facts)
          << ", opens and describes itself: " << facts.info->caps.pixelCountX << " x " << facts.info->caps.pixelCountY
          << " pixels";
     findings.insert(findings.begin(), {Level::GOOD, text.str(), ""});
+    if (facts.stall)
+        findings.push_back(
+            {Level::PROBLEM, facts.name + ": " + facts.stall->text, facts.stall->advice, facts.stall->kind});
     examineMemory(facts, findings);
     const bool measures = facts.info->caps.tempSensorCount > 0 && facts.info->family != IIDC;
     if (measures && facts.info->temperatureEncoding == 0)
@@ -112,10 +115,12 @@ std::vector<Finding> checkCameras(const SessionOptions& options)
         SessionOptions own = options;
         own.listIndex = static_cast<int>(index);
         const auto session = Session::open(std::move(cameras[index]), own);
-        if (session.ok())
+        if (session.ok()) {
             facts.info = session.value()->info();
-        else
+            facts.stall = session.value()->findStall();
+        } else {
             facts.openError = session.error();
+        }
         const auto about = examine(facts);
         findings.insert(findings.end(), about.begin(), about.end());
         if (facts.openError && facts.openError->kind == ErrorKind::CANCELLED)

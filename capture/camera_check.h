@@ -18,6 +18,7 @@ struct CameraFacts {
     std::vector<UsbNode> nodes;      ///< devices that may be the camera
     std::optional<CameraInfo> info;  ///< once it was opened
     std::optional<Error> openError;  ///< why it was not
+    std::optional<Error> stall;      ///< as Session::findStall() gives it
     long usbMemoryMebibytes = -1;    ///< as usbMemoryMebibytes() gives it
     bool standIn = false;            ///< as standInFirmware() gives it
 };

@@ -9,8 +9,6 @@
 namespace vorncapture {
 namespace {
 
-constexpr double LONGEST_EXPOSURE_SECONDS = 86400.0;
-
 /// Values the ADVANCED family sends ahead of the image; getImage() drops them.
 constexpr uint32_t ADVANCED_LEADING_COUNT = 2;
 
@@ -55,6 +53,9 @@ Status planTime(const CameraInfo& camera, const ExposureRequest& request, Exposu
         return refuse("an exposure of ", request.seconds, " s is longer than a day");
     plan.seconds = std::max(request.seconds, caps.minShortExposure);
     plan.longExposure = plan.seconds > caps.maxShortExposure;
+    // A register camera asked for exactly its longest time keeps the time that it had.
+    if (camera.family == IIDC && plan.seconds == caps.maxShortExposure)
+        plan.seconds = std::nextafter(plan.seconds, 0.0);
     if (plan.longExposure && !caps.supportsLongExposure)
         return refuse("an exposure of ", request.seconds, " s is too long: a ", camera.name, " exposes up to ",
                       caps.maxShortExposure, " s");

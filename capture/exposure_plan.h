@@ -12,6 +12,9 @@
 
 namespace vorncapture {
 
+/// Longest exposure; more is a slip of the keyboard.
+constexpr double LONGEST_EXPOSURE_SECONDS = 86400.0;
+
 /// How an exposure is made so that the picture comes out as asked. Every camera family hands its image over in a way of
 /// its own; the plan holds what to ask the library for and where in its answer the picture lies.
 struct ExposurePlan {

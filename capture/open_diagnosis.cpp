@@ -146,6 +146,18 @@ Error explainOpenFailure(const std::string& trace, int listIndex)
     return {ErrorKind::TIMEOUT, "the camera does not answer as it should", REPLUG_ADVICE};
 }
 
+Error explainStall(const std::vector<UsbNode>& nodes)
+{
+    std::ostringstream advice;
+    advice << "Unplug the camera and plug it in again";
+    if (nodes.size() == 1)
+        advice << ", or reset its port: sudo sh -c 'cd /sys/bus/usb/devices/" << nodes.front().port
+               << " && echo 0 >authorized && echo 1 >authorized'";
+    advice << ". Opening it anew does not help. If it happens again, use another cable or USB port, without a hub.";
+    return {ErrorKind::FAILED, "the endpoint that the camera sends its pictures on is halted: no program gets one",
+            advice.str()};
+}
+
 Error explainFailure(const std::string& complaint, const std::string& failure, const std::string& reopenFailure)
 {
     if (reopenFailure.empty())

@@ -49,6 +49,10 @@ std::string memoryAdvice(long mebibytes);
 /// @param listIndex the camera's place in VornCamera::list(), -1 when unknown
 Error explainOpenFailure(const std::string& trace, int listIndex);
 
+/// Says that the endpoint of a register camera's images is halted, and how that is ended.
+/// @param nodes devices that may be the camera
+Error explainStall(const std::vector<UsbNode>& nodes);
+
 /// Tells why an operation on an open camera failed.
 /// @param complaint what the failure is called, "the exposure failed"
 /// @param failure the library's text

@@ -2,10 +2,13 @@
 #include "capture/session.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <utility>
 
+#include "capture/camera_list.h"
 #include "capture/exposure_time.h"
 #include "capture/open_diagnosis.h"
 
@@ -103,6 +106,14 @@ Telemetry telemetryOf(VornCamera& camera, const CameraInfo& info)
     readCooler(camera, info, telemetry);
     readGain(camera, info, telemetry);
     return telemetry;
+}
+
+/// @return seconds for a message: "0.001", "59.8".
+std::string secondsText(double seconds)
+{
+    std::array<char, 32> text = {};
+    (void)std::snprintf(text.data(), text.size(), seconds < 1.0 ? "%.3g" : "%.1f", seconds);
+    return text.data();
 }
 
 double rounded(double seconds, double step)
@@ -264,7 +275,7 @@ Result<Session::Integration> Session::startLong(const ExposurePlan& plan)
     if (!integration)
         return mute();
     if (integration->failure != nullptr)
-        return abandon("the exposure failed", integration->failure);
+        return abandon("the exposure does not start", integration->failure);
     return *integration;
 }
 
@@ -277,7 +288,7 @@ Status Session::waitLong(const ExposurePlan& plan, Integration& integration, con
             progress(Phase::EXPOSING, std::clamp(waitSeconds - left, 0.0, plan.seconds), plan.seconds);
     };
     if (!sleepUntil(*options_.clock, integration.beginSeconds + waitSeconds, cancel, tick))
-        return cancelled();
+        return cancelled(plan, options_.clock->steadySeconds() - integration.beginSeconds);
     return Done{};
 }
 
@@ -303,13 +314,18 @@ Result<Frame> Session::readOut(const ExposurePlan& plan, Integration integration
         limit, cancel, tick);
     if (!readout) {
         if (cancel != nullptr && cancel->requested())
-            return Error{ErrorKind::CANCELLED, "stopped without waiting for the camera", ""};
+            return Error{ErrorKind::CANCELLED, "stopped without waiting for the camera; no picture was taken", ""};
         return mute();
     }
-    if (readout->failure != nullptr)
-        return abandon("the exposure failed", readout->failure);
+    if (readout->failure != nullptr) {
+        Error lost =
+            abandon("the picture of " + secondsText(plan.seconds) + " s could not be read out", readout->failure);
+        if (lost.kind != ErrorKind::FAILED)
+            return lost;
+        return findStall().value_or(lost);
+    }
     if (cancel != nullptr && cancel->requested())
-        return cancelled();
+        return cancelled(plan, plan.seconds);
 
     Frame frame;
     frame.pixels = std::move(readout->pixels);
@@ -359,11 +375,31 @@ Error Session::abandon(const std::string& complaint, const std::string& failure)
     return explainFailure(complaint, failure, *outcome);
 }
 
-Error Session::cancelled()
+std::optional<Error> Session::findStall()
+{
+    const Result<ExposurePlan> plan = planExposure(info_, {});
+    if (info_.family != IIDC || !plan.ok())
+        return std::nullopt;
+    const auto transferring = std::make_shared<std::atomic<bool>>(false);
+    const auto said = std::make_shared<SharedText>();
+    const auto probe = [plan = plan.value(), clock = options_.clock, transferring, said](VornCamera& camera) {
+        const TraceCapture trace(said);
+        return readImage(camera, plan, *clock, *transferring).failure == nullptr;
+    };
+    const auto taken = worker_.run(probe, options_.watchdog.command);
+    if (!taken || *taken || said->read().find("LIBUSB_ERROR_PIPE") == std::string::npos)
+        return std::nullopt;
+    return explainStall(nodesOfCamera(options_.listIndex));
+}
+
+Error Session::cancelled(const ExposurePlan& plan, double exposedSeconds)
 {
     const auto closed =
         call([shutter = info_.caps.hasShutter](VornCamera& camera) { return camera.abortExposure() || !shutter; });
-    Error error{ErrorKind::CANCELLED, "stopped; no picture was taken", ""};
+    Error error{ErrorKind::CANCELLED,
+                "stopped after " + secondsText(exposedSeconds) + " of " + secondsText(plan.seconds) +
+                    " s; no picture was taken",
+                ""};
     if (!closed.value_or(false))
         error.advice = "The shutter could not be closed.";
     return error;

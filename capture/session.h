@@ -4,6 +4,7 @@
 #include <atomic>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "capture/camera_worker.h"
@@ -78,6 +79,11 @@ public:
     /// Errors: FAILED, DEVICE_LOST, TIMEOUT.
     Status operate(const std::string& complaint, const std::function<bool(VornCamera&)>& work);
 
+    /// Finds out whether the image endpoint of a register camera (IIDC) is halted: after one stalled transfer it stays
+    /// so, in later programs too, and no call of the library ends that. Takes the shortest picture. @return the error
+    /// that says so and how to cure it, or nothing, also for other families and a camera that does not answer
+    std::optional<Error> findStall();
+
     /// @return the error of a request that needs what this camera does not have: "Vorn K12 has no filter wheel".
     Error lacks(const std::string& what) const;
 
@@ -104,7 +110,7 @@ private:
     Result<Frame> readOut(const ExposurePlan& plan, Integration integration, const CancelToken* cancel,
                           const ProgressCallback& progress);
     Error abandon(const std::string& complaint, const std::string& failure);
-    Error cancelled();
+    Error cancelled(const ExposurePlan& plan, double exposedSeconds);
 
     SessionOptions options_;
     CameraWorker worker_;
