@@ -58,6 +58,13 @@ TEST_F(Accessories, MonitorWritesOneObjectALineAndDrawsTheCurve)
     EXPECT_EQ(contents("curve.png").substr(1, 3), "PNG");
 }
 
+TEST_F(Accessories, ATargetThatIsNotReachedHasAStatusOfItsOwn)
+{
+    const Outcome outcome = simulated("--camera k12", "cool -q --timeout 3 0");
+    EXPECT_EQ(outcome.status, 6);
+    EXPECT_EQ(outcome.err.find("vornctl: the sensor has not settled at 0.0 degC in 3 s; it is at "), 0U) << outcome.err;
+}
+
 class Sequence : public CommandLine {};
 
 TEST_F(Sequence, NamesTellNumberFilterAndTemperatureAndTheHeaderTheFilter)
@@ -83,6 +90,24 @@ TEST_F(Sequence, GoesToStandardOutputWhole)
 }
 
 class Doctor : public CommandLine {};
+
+TEST_F(Doctor, TellsAHaltedEndpointWithItsCure)
+{
+    const Outcome outcome = script("--camera XRM --fault exposure=1,endpoint=0x81,error=PIPE", R"(
+        for i in 1 2; do
+            "$VORNCTL" expose -q -t 0.01 -o a.fits 2>said-$i && exit 99
+        done
+        "$VORNCTL" --json doctor)");
+    EXPECT_EQ(outcome.status, 1);
+    for (const char* said : {"said-1", "said-2"}) {
+        EXPECT_NE(contents(said).find("is halted: no program gets one"), std::string::npos) << contents(said);
+        EXPECT_NE(contents(said).find("echo 0 >authorized"), std::string::npos) << contents(said);
+    }
+    const auto finding = nlohmann::json::parse(outcome.out)["findings"][1];
+    EXPECT_EQ(finding["level"], "problem");
+    EXPECT_NE(finding["text"].get<std::string>().find("halted"), std::string::npos);
+    EXPECT_NE(finding["cure"].get<std::string>().find("plug it in again"), std::string::npos);
+}
 
 TEST_F(Doctor, FindsWhatIsWrongAndSaysWhatToType)
 {

@@ -58,6 +58,77 @@ TEST_F(Arguments, NonsenseGetsOneLineAndNoFile)
     EXPECT_TRUE(names().empty());
 }
 
+TEST_F(Arguments, NumbersAreTakenUpToTheirLimitsAndRefusedWithThem)
+{
+    struct Row {
+        const char* before;
+        std::vector<const char*> allowed;  ///< then only the camera is missing
+        std::vector<const char*> refused;
+        const char* says;
+        const char* after = "";
+    };
+    const Row rows[] = {
+        {"info --timeout", {"0.1", "1e6"}, {"0.09", "1000001", "x", ""}, "--timeout cannot be"},
+        {"expose -t", {"0", "86400"}, {"86400.1", "-0.1", "0x10", "1 "}, "from 0 to 86400"},
+        {"expose -t 1 --bin", {"1", "3x1"}, {"0", "1x", "x2", "1.5"}, "binning"},
+        {"expose -t 1 --count", {"1", "1000000"}, {"0", "1000001", "1.5", "1e3"}, "a whole number from 1 to 1000000"},
+        {"expose -t 1 --interval", {"0", "1000000"}, {"-1", "1000001"}, "a number from 0 to 1000000"},
+        {"expose -t 1 --focal-length", {"0.1", "1000000"}, {"0.09", "1e7"}, "a number from 0.1 to 1000000"},
+        {"expose -t 1 --aperture", {"0.1", "1000000"}, {"0", "nan"}, "a number from 0.1 to 1000000"},
+        {"expose -t 1 --filter", {"1", "255"}, {"0", "256", "-1"}, "position, from 1"},
+        {"guide x+", {"1", "60000"}, {"0.2", "60001"}, "MILLISECONDS cannot be"},
+        {"guide", {"1", "4"}, {"0", "5"}, "relay's number 1 to 4", " 100"},
+        {"gpio --set", {"0", "0xffff"}, {"65536", "0b2"}, "from 0 to 65535"},
+        {"gain --gain", {"0", "63"}, {"64", "-1", "1.5"}, "--gain cannot be"},
+        {"gain --offset", {"0", "512"}, {"513"}, "a whole number from 0 to 512"},
+        {"cool --", {"-60", "40"}, {"-60.1", "40.1", "inf"}, "CELSIUS cannot be"},
+        {"cool 0 --ramp", {"0.01", "1000"}, {"0", "1001"}, "a number from 0.01 to 1000"},
+        {"monitor --interval", {"0.1", "1000000"}, {"0", "0.05"}, "a number from 0.1 to 1000000"},
+        {"monitor --count", {"0", "1000000"}, {"-1", "2.5"}, "a whole number from 0 to 1000000"},
+    };
+    for (const Row& row : rows) {
+        const auto command = [&row](const char* value) {
+            return std::string(row.before) + " '" + value + "'" + row.after;
+        };
+        for (const char* value : row.allowed)
+            EXPECT_TRUE(vornctl(command(value)).refused(3, "no camera is attached")) << command(value);
+        for (const char* value : row.refused)
+            EXPECT_TRUE(vornctl(command(value)).refused(2, row.says)) << command(value);
+    }
+    EXPECT_TRUE(names().empty());
+}
+
+TEST_F(Arguments, NamesOfFilesSayWhatIsWritten)
+{
+    for (const char* allowed :
+         {"-o a.fits", "-o a.FIT", "-o a.fts", "-o a", "-o dir.d/a", "-o 'a-10.2C'", "--png a.png"})
+        EXPECT_EQ(vornctl(std::string("expose -t 1 ") + allowed).out, "") << allowed;
+    constexpr std::pair<const char*, const char*> REFUSED[] = {
+        {"-o x.jpg", "\"x.jpg\" would not be a jpg file: -o writes FITS"},
+        {"-o k.fits.xz", "\"k.fits.xz\" would not be a xz file"},
+        {"-o a.png", "--png FILE.png"},
+        {"--png a.fits", "--png writes PNG"}};
+    for (const auto& [arguments, says] : REFUSED)
+        EXPECT_TRUE(vornctl(std::string("expose -t 1 ") + arguments).refused(2, says)) << arguments;
+    EXPECT_TRUE(vornctl("monitor --plot a.jpg").refused(2, ".png or .svg"));
+}
+
+TEST_F(Arguments, WhatCannotBeWrittenToStandardOutputIsAFailure)
+{
+    for (const char* command :
+         {"list", "--json list", "info", "--json info", "status", "--json status", "doctor", "--json doctor",
+          "--json monitor --count 2", "--json expose -t 0 -f -o a.fits", "expose -t 0 -o -", "--help"}) {
+        const Outcome full = script("--camera XRM", std::string("\"$VORNCTL\" ") + command + " >/dev/full");
+        EXPECT_EQ(full.status, 1) << command;
+        EXPECT_NE(full.err.find("cannot write to standard output: No space left"), std::string::npos) << full.err;
+        EXPECT_EQ(full.err.find("reader"), std::string::npos) << full.err;
+    }
+    const Outcome ended =
+        script("--camera XRM", "{ sleep 0.3; \"$VORNCTL\" list; echo $? >status; } | true; cat status");
+    EXPECT_EQ(ended.out, "1\n");
+    EXPECT_NE(ended.err.find("The program that reads it has ended"), std::string::npos) << ended.err;
+}
+
 TEST_F(Arguments, HelpAndVersionAreNoErrors)
 {
     for (const char* arguments : {"--help", "expose --help", "--version"}) {

@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+
+#include "capture/output_file.h"
 
 namespace vornctl {
 namespace {
@@ -72,6 +75,24 @@ int leave(const Error& error)
         std::_Exit(status);
     }
     return status;
+}
+
+Error withForce(Error error)
+{
+    if (error.text.ends_with(" exists already"))
+        error.advice = "Choose another name, or replace it with --force.";
+    return error;
+}
+
+vorncapture::Status flushOutput()
+{
+    static int failure = 0;
+    errno = 0;
+    if (failure == 0 && (std::fflush(stdout) != 0 || std::ferror(stdout) != 0))
+        failure = errno != 0 ? errno : EIO;
+    if (failure != 0)
+        return vorncapture::standardOutputError(failure);
+    return vorncapture::Done{};
 }
 
 void note(const std::string& text)

@@ -30,6 +30,12 @@ int report(const vorncapture::Error& error);
 /// instead of waiting with it. @return the exit status the error stands for
 int leave(const vorncapture::Error& error);
 
+/// @return the error of a file that is in the way, with the option that helps.
+vorncapture::Error withForce(vorncapture::Error error);
+
+/// Hands on what was printed to standard output. Error: FILE_ERROR, also when an earlier attempt failed.
+vorncapture::Status flushOutput();
+
 /// Tells something worth knowing on standard error.
 void note(const std::string& text);
 

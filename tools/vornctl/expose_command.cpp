@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 #include "camera_access.h"
 #include "capture/accessories.h"
@@ -15,6 +16,7 @@
 #include "capture/fits_writer.h"
 #include "capture/output_file.h"
 #include "capture/png_writer.h"
+#include "capture/text.h"
 #include "commands.h"
 #include "console.h"
 #include "reports.h"
@@ -82,14 +84,25 @@ Status checkOutputs(const Outputs& outputs, bool force)
         if (path.empty() || path == STANDARD_OUTPUT)
             continue;
         const Status status = vorncapture::OutputFile(path, force).check();
-        if (status.ok())
-            continue;
-        Error error = status.error();
-        if (!error.advice.empty())
-            error.advice = "Choose another name, or replace it with --force.";
-        return error;
+        if (!status.ok())
+            return withForce(status.error());
     }
     return Done{};
+}
+
+/// Refuses names that promise another kind of file than the one that is written. Without an ending, and with one that
+/// begins with a digit ("m31-{temp}" makes such), everything goes.
+Status checkEnding(const std::string& path, const std::vector<std::string>& endings, const std::string& advice)
+{
+    const size_t dot = path.find_last_of("./");
+    const std::string ending =
+        dot == std::string::npos || path[dot] == '/' ? "" : vorncapture::foldedName(path.substr(dot));
+    if (ending.size() < 2 || ending[1] < 'a' || ending[1] > 'z')
+        return Done{};
+    if (std::find(endings.begin(), endings.end(), ending) != endings.end())
+        return Done{};
+    return Error{ErrorKind::BAD_REQUEST, "\"" + path + "\" would not be a " + ending.substr(1) + " file: " + advice,
+                 ""};
 }
 
 Status checkUsage(const Options& options)
@@ -103,6 +116,13 @@ Status checkUsage(const Options& options)
         if (isatty(STDOUT_FILENO) != 0)
             return refuse("standard output is a terminal; add | PROGRAM or > FILE after -o -");
     }
+    Status named = checkEnding(options.fitsPath, {".fits", ".fit", ".fts"},
+                               "-o writes FITS, to a name that ends in .fits, .fit or .fts; --png FILE.png writes a "
+                               "picture to look at");
+    if (named.ok())
+        named = checkEnding(options.pngPath, {".png"}, "--png writes PNG, to a name that ends in .png");
+    if (!named.ok())
+        return named;
     if (!options.seconds && options.kind != FrameKind::BIAS)
         return refuse("give an exposure time: --time SECONDS (only --type bias needs none)");
     if (options.kind == FrameKind::BIAS && options.seconds.value_or(0.0) > 0.0)
@@ -124,7 +144,7 @@ Status writeFiles(const Frame& frame, const Outputs& outputs, bool force)
     return Done{};
 }
 
-void tellOutcome(const Frame& frame, const Outputs& outputs, unsigned int number, const Options& options)
+Status tellOutcome(const Frame& frame, const Outputs& outputs, unsigned int number, const Options& options)
 {
     ordered_json json = describeFrame(frame);
     if (options.json) {
@@ -132,22 +152,21 @@ void tellOutcome(const Frame& frame, const Outputs& outputs, unsigned int number
         json["fits"] = outputs.fits.empty() ? ordered_json() : ordered_json(outputs.fits);
         json["png"] = outputs.png.empty() ? ordered_json() : ordered_json(outputs.png);
         (void)std::printf("%s\n", json.dump().c_str());
-        (void)std::fflush(stdout);
-        return;
+        return flushOutput();
     }
     for (const std::string& path : {outputs.fits, outputs.png}) {
         if (!path.empty() && path != STANDARD_OUTPUT)
             (void)std::printf("%s\n", path.c_str());
     }
-    (void)std::fflush(stdout);
-    if (options.quiet)
-        return;
+    if (Status told = flushOutput(); !told.ok() || options.quiet)
+        return told;
     (void)std::fprintf(stderr, "%s: %u x %u pixels, %.6g s", frame.camera.name.c_str(), frame.width, frame.height,
                        frame.exposureSeconds);
     if (frame.telemetry.ccdCelsius())
         (void)std::fprintf(stderr, ", %.1f degC", *frame.telemetry.ccdCelsius());
     (void)std::fprintf(stderr, ", values %s to %s, mean %.1f\n", json["values"]["min"].dump().c_str(),
                        json["values"]["max"].dump().c_str(), json["values"]["mean"].get<double>());
+    return Done{};
 }
 
 /// Waits between two pictures. @return false when the wish to stop came.
@@ -199,8 +218,7 @@ Status takeOne(Opened& camera, const Options& options, unsigned int number, cons
         return written;
     for (size_t i = 0; i < frame.notes.size() && !options.quiet && number == 1; ++i)
         note(frame.notes[i]);
-    tellOutcome(frame, outputs.value(), number, options);
-    return Done{};
+    return tellOutcome(frame, outputs.value(), number, options);
 }
 
 Status takeAll(Opened& camera, const Options& options, const WantedFilter& wanted)

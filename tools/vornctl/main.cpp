@@ -3,15 +3,20 @@
 /// Command line of vornctl: what can be asked, and what is refused before any camera is touched.
 #include <array>
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <functional>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include <vornccd.h>
 
+#include "capture/text.h"
 #include "commands.h"
 #include "console.h"
 #include "options.h"
@@ -21,19 +26,37 @@ namespace {
 using vornctl::Options;
 
 constexpr double LONGEST_WAIT_SECONDS = 1e6;
+constexpr double MOST_PICTURES = 1e6;
 
-/// A check that says what is allowed in the digits that people write.
-CLI::Validator within(double low, double high)
+template <typename Number>
+struct Plain {
+    using Type = Number;
+};
+template <typename Number>
+struct Plain<std::optional<Number>> {
+    using Type = Number;
+};
+
+/// Adds an option whose value is a number from @p low to @p high; a type without fractions wants a whole one. What is
+/// refused, is refused with the numbers that are allowed.
+template <typename Target>
+CLI::Option* addNumber(CLI::App& command, const std::string& name, Target& target, double low, double high,
+                       const std::string& help)
 {
-    return {[low, high](std::string& text) -> std::string {
-                double value = 0.0;
-                if (CLI::detail::lexical_cast(text, value) && value >= low && value <= high)
-                    return "";
-                std::array<char, 80> allowed = {};
-                (void)std::snprintf(allowed.data(), allowed.size(), "give a number from %.9g to %.9g", low, high);
-                return "\"" + text + "\" does not do: " + allowed.data();
-            },
-            ""};
+    using Number = typename Plain<Target>::Type;
+    const std::string shown = name.substr(name.find_last_of(',') + 1);
+    const auto read = [=, &target](const std::string& text) {
+        const auto number = vorncapture::parseNumber<Number>(text);
+        const double value = number ? static_cast<double>(*number) : std::nan("");
+        if (!(value >= low && value <= high)) {
+            std::array<char, 80> allowed = {};
+            (void)std::snprintf(allowed.data(), allowed.size(), ": give a %s from %.9g to %.9g",
+                                std::is_integral_v<Number> ? "whole number" : "number", low, high);
+            throw CLI::ValidationError(shown + " cannot be \"" + text + "\"" + allowed.data());
+        }
+        target = *number;
+    };
+    return command.add_option_function<std::string>(name, read, help);
 }
 
 void addDeviceOption(CLI::App& command, Options& options)
@@ -44,8 +67,8 @@ void addDeviceOption(CLI::App& command, Options& options)
                     "place on the bus "
                     "(1:2 as lsusb has it, or the port 1-2.3)")
         ->type_name("CAMERA");
-    command.add_option("--timeout", options.timeoutSeconds, "longest time to wait for the camera")
-        ->check(within(0.1, LONGEST_WAIT_SECONDS))
+    addNumber(command, "--timeout", options.timeoutSeconds, 0.1, LONGEST_WAIT_SECONDS,
+              "longest time to wait for the camera")
         ->type_name("SECONDS");
 }
 
@@ -125,9 +148,9 @@ Command addGuide(CLI::App& app, Asked& asked)
     addRead(*command, "DIRECTION", asked.guide.relay, vornctl::parseDirection, "x+, x-, y+ or y-; relay 1 to 4")
         ->required()
         ->each([&asked](const std::string& text) { asked.guide.direction = text; });
-    command->add_option("MILLISECONDS", asked.guideMilliseconds, "how long, 1 to 60000")
-        ->required()
-        ->check(within(1.0, vorncapture::LONGEST_PULSE_SECONDS * 1000.0));
+    addNumber(*command, "MILLISECONDS", asked.guideMilliseconds, 1.0, vorncapture::LONGEST_PULSE_SECONDS * 1000.0,
+              "how long, 1 to 60000")
+        ->required();
     return {command, [&asked] {
                 asked.guide.seconds = asked.guideMilliseconds / 1000.0;
                 return vornctl::guideCommand(asked.options, asked.guide);
@@ -149,8 +172,8 @@ Command addGain(CLI::App& app, Asked& asked)
 {
     CLI::App* command = addCommand(app, asked, "gain", "tell or set gain and offset of the readout",
                                    "  vornctl gain\n  vornctl gain --gain 20 --offset 100");
-    command->add_option("--gain", asked.gain.gain, "0 to 63")->check(within(0.0, 63.0));
-    command->add_option("--offset", asked.gain.offset, "0 to 512")->check(within(0.0, 512.0));
+    addNumber(*command, "--gain", asked.gain.gain, 0.0, vorncapture::LARGEST_GAIN, "0 to 63")->type_name("N");
+    addNumber(*command, "--offset", asked.gain.offset, 0.0, vorncapture::LARGEST_OFFSET, "0 to 512")->type_name("N");
     return {command, [&asked] { return vornctl::gainCommand(asked.options, asked.gain); }};
 }
 
@@ -160,11 +183,11 @@ Command addCool(CLI::App& app, Asked& asked)
                                    "  vornctl cool -10\n"
                                    "  vornctl cool -20 --ramp 3     at most 3 degrees a minute\n"
                                    "  vornctl cool -10 --no-wait    only give the order");
-    command->add_option("CELSIUS", asked.cooling.targetCelsius, "target in degrees Celsius")
-        ->required()
-        ->check(within(vorncapture::LOWEST_TARGET_CELSIUS, vorncapture::HIGHEST_TARGET_CELSIUS));
-    command->add_option("--ramp", asked.cooling.perMinute, "lower the set-point evenly, so many degrees a minute")
-        ->check(within(0.01, 1000.0))
+    addNumber(*command, "CELSIUS", asked.cooling.targetCelsius, vorncapture::LOWEST_TARGET_CELSIUS,
+              vorncapture::HIGHEST_TARGET_CELSIUS, "target in degrees Celsius")
+        ->required();
+    addNumber(*command, "--ramp", asked.cooling.perMinute, 0.01, 1000.0,
+              "lower the set-point evenly, so many degrees a minute")
         ->type_name("DEGREES");
     command->add_flag("--no-wait", asked.noWait, "do not wait; a ramp is still gone through");
     return {command, [&asked] {
@@ -196,14 +219,17 @@ Command addMonitor(CLI::App& app, Asked& asked)
 {
     CLI::App* command = addCommand(app, asked, "monitor", "tell the same again and again until Ctrl-C",
                                    "  vornctl monitor --interval 10\n"
-                                   "  vornctl monitor --json --count 60 --plot cooling.png");
-    command->add_option("--interval", asked.monitor.intervalSeconds, "time between two readings")
-        ->check(within(0.1, LONGEST_WAIT_SECONDS))
+                                   "  vornctl monitor --json --count 60 --plot cooling.svg");
+    addNumber(*command, "--interval", asked.monitor.intervalSeconds, 0.1, LONGEST_WAIT_SECONDS,
+              "time between two readings")
         ->type_name("SECONDS")
-        ->capture_default_str();
-    command->add_option("--count", asked.monitor.count, "number of readings; 0: until Ctrl-C");
-    command->add_option("--plot", asked.monitor.plotPath, "draw temperature, target and power at the end")
-        ->type_name("FILE.png");
+        ->default_str("5");
+    addNumber(*command, "--count", asked.monitor.count, 0.0, MOST_PICTURES, "number of readings; 0: until Ctrl-C")
+        ->type_name("N");
+    command
+        ->add_option("--plot", asked.monitor.plotPath,
+                     "draw temperature, target and power at the end, as PNG or SVG by the name's ending")
+        ->type_name("FILE");
     command->add_flag("-f,--force", asked.options.force, "replace an existing file");
     return {command, [&asked] { return vornctl::monitorCommand(asked.options, asked.monitor); }};
 }
@@ -244,12 +270,10 @@ void addObservationOptions(CLI::App& expose, vorncapture::Observation& observati
     expose.add_option("--telescope", observation.telescope, "through what")
         ->type_name("NAME")
         ->envname("VORNCTL_TELESCOPE");
-    expose.add_option("--focal-length", observation.focalLengthMm, "of the telescope")
-        ->check(within(0.1, LONGEST_MM))
+    addNumber(expose, "--focal-length", observation.focalLengthMm, 0.1, LONGEST_MM, "of the telescope")
         ->type_name("MM")
         ->envname("VORNCTL_FOCAL_LENGTH");
-    expose.add_option("--aperture", observation.apertureMm, "diameter of its opening")
-        ->check(within(0.1, LONGEST_MM))
+    addNumber(expose, "--aperture", observation.apertureMm, 0.1, LONGEST_MM, "diameter of its opening")
         ->type_name("MM")
         ->envname("VORNCTL_APERTURE");
 }
@@ -274,12 +298,11 @@ Command addExpose(CLI::App& app, Asked& asked)
                      "FITS file; - is standard output; without -o and --png: vorn-DATE-TIME.fits")
         ->type_name("FILE.fits");
     command->add_option("--png", options.pngPath, "automatically stretched picture")->type_name("FILE.png");
-    command->add_option("-n,--count", options.count, "number of pictures")
-        ->check(within(1.0, 1e6))
+    addNumber(*command, "-n,--count", options.count, 1.0, MOST_PICTURES, "number of pictures")
         ->type_name("N")
-        ->capture_default_str();
-    command->add_option("--interval", options.intervalSeconds, "from the start of one picture to that of the next")
-        ->check(within(0.0, LONGEST_WAIT_SECONDS))
+        ->default_str("1");
+    addNumber(*command, "--interval", options.intervalSeconds, 0.0, LONGEST_WAIT_SECONDS,
+              "from the start of one picture to that of the next")
         ->type_name("SECONDS");
     command->add_flag("--warm", options.warmAtEnd, "start the camera's warm-up at the end, also after an error");
     command->add_flag("-f,--force", options.force, "replace existing files");
@@ -357,8 +380,12 @@ int run(int argc, char** argv)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0)
-            return app.exit(error);  // help or version
+        if (error.get_exit_code() == 0) {  // help or version
+            std::ostringstream text;
+            (void)app.exit(error, text);
+            (void)std::fputs(text.str().c_str(), stdout);
+            return vornctl::EXIT_OK;
+        }
         const std::string problem = problemOf(error, app, commands, argc > 1 ? argv[1] : "");
         const auto given = app.get_subcommands();
         const std::string helped = given.empty() ? "vornctl" : "vornctl " + given.front()->get_name();
@@ -377,8 +404,15 @@ int run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
+    // A reader of standard output that has ended is told as any other trouble with it, with the camera closed in order.
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    // Nothing that is printed at once is longer, so that it fails in flushOutput(), which knows why.
+    static std::array<char, size_t{1} << 16> buffer;
+    (void)std::setvbuf(stdout, buffer.data(), _IOFBF, buffer.size());
     try {
-        return run(argc, argv);
+        const int status = run(argc, argv);
+        const auto told = vornctl::flushOutput();
+        return status == vornctl::EXIT_OK && !told.ok() ? vornctl::report(told.error()) : status;
     } catch (const std::exception& error) {  // memory that ran out, above all
         (void)std::fprintf(stderr, "vornctl: %s\n", error.what());
         return vornctl::EXIT_FAILED;

@@ -2,11 +2,11 @@
 #include "options.h"
 
 #include <charconv>
-#include <cmath>
 #include <optional>
 #include <string_view>
 #include <vector>
 
+#include "capture/exposure_plan.h"
 #include "capture/text.h"
 
 namespace vornctl {
@@ -44,8 +44,8 @@ Error refuse(const std::string& text)
 Status parseSeconds(const std::string& text, ExposureRequest& request)
 {
     const auto seconds = parseNumber<double>(text);
-    if (!seconds || !std::isfinite(*seconds) || *seconds < 0.0)
-        return refuse("\"" + text + "\" is no exposure time: give seconds, 0 or more");
+    if (!seconds || !(*seconds >= 0.0) || *seconds > vorncapture::LONGEST_EXPOSURE_SECONDS)
+        return refuse("\"" + text + "\" is no exposure time: give seconds, from 0 to 86400 (a day)");
     request.seconds = *seconds;
     return Done{};
 }

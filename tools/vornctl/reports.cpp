@@ -222,7 +222,6 @@ void printStatusLine(const Telemetry& telemetry, const std::optional<vorncapture
         }
         (void)std::printf("%s\n", line.c_str());
     }
-    (void)std::fflush(stdout);
 }
 
 }  // namespace vornctl

@@ -36,7 +36,7 @@ void print(const std::vector<Field>& fields, bool json);
 void printStatus(const vorncapture::CameraInfo& info, const vorncapture::Telemetry& telemetry,
                  const std::optional<vorncapture::WheelStatus>& wheel, double elapsed, bool json);
 
-/// Prints the same in one line or one JSON object, as `monitor` does, and hands it on at once.
+/// Prints the same in one line or one JSON object, as `monitor` does.
 void printStatusLine(const vorncapture::Telemetry& telemetry, const std::optional<vorncapture::WheelStatus>& wheel,
                      double elapsed, bool json);
 
