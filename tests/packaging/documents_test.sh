@@ -43,4 +43,28 @@ for document in "$@"; do
     done <"$here/links"
     echo "$document: $(grep -c '^#@' "$here/commands.sh") blocks"
 done
+# Each text that a failure leaves has its row, and each row a text that the library has.
+grep -rhoE '"(No error|Device|Invalid|Unsupported|Operation|Failed)[^"%]*"' "$SOURCE/src" | tr -d '"' | grep -v '[!:\\]' |
+    sort -u >"$here/texts"
+sed -n '/^| text/,/^$/s/^| \([^|]*\) |.*/\1/p' "$SOURCE/docs/errors.md" | sed '1d; s/, Failed/\nFailed/g' |
+    sort -u >"$here/rows"
+diff "$here/texts" "$here/rows" || { echo "errors.md (>) and the library's texts (<) differ"; failed=1; }
+
+# options PROGRAM COMMAND...: the options that the help of a program and its commands shows
+options() {
+    program=$1
+    shift
+    for command in "" "$@"; do
+        # shellcheck disable=SC2086  # no command is no argument
+        "$program" $command --help
+    done | sed -nE 's/^  (-[a-z],)?(--[a-z-]+).*/\2/p' | sort -u
+}
+for page in "vornctl list info expose status monitor cool warm filter shutter guide gpio gain doctor" \
+    "vornsim list run usbip"; do
+    # shellcheck disable=SC2086  # program and commands
+    set -- $page
+    options "$@" >"$here/helped"
+    grep -oE -- '\*--[a-z][a-z-]+' "$SOURCE/docs/man/$1.1.scd" | tr -d '*' | sort -u >"$here/described"
+    diff "$here/helped" "$here/described" || { echo "the help (<) and the manual page (>) of $1 differ"; failed=1; }
+done
 exit $failed
