@@ -3,8 +3,8 @@
 // from the pauses that the cameras demand (those pass in virtual time). The library is the unmodified shared one; the
 // functions of libusb are those of the test seam.
 #include "bus.h"
+#include "camera_impl.h"
 #include "device/families/camera_catalogue.h"
-#include "lifecycle/camera_impl.h"
 #include "simulated.h"
 
 #include <benchmark/benchmark.h>

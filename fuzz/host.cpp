@@ -6,7 +6,7 @@
 #include <memory>
 
 #include "input_usb.h"
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
 #include "targets.h"
 
 namespace vornfuzz {

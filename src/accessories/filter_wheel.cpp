@@ -1,11 +1,25 @@
 // SPDX-License-Identifier: MIT
 #include "accessories/filter_status.h"
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
+#include "family.h"
 #include "trace/trace.h"
-#include "transport/commands.h"
-#include "transport/wire.h"
+#include "transport/device_lock.h"
 
 using namespace vornccd;
+
+namespace {
+
+/// Commands the wheel to position @p index. @return true when the camera acknowledged it.
+bool turnFilterWheel(VornCameraImpl& camera, unsigned index)
+{
+    bool accepted = false;
+    const bool sent = functionsOf(camera.type).turnFilterWheel(camera, index, accepted);
+    if (sent && !accepted)
+        TRACE_DETAIL("%s    failed to set filter\n");
+    return sent && accepted;
+}
+
+}  // namespace
 
 bool VornCameraImpl::getFilterWheelStatus(unsigned int* filterCount, bool* moving, unsigned int* current,
                                           unsigned int* target)
@@ -20,7 +34,7 @@ bool VornCameraImpl::getFilterWheelStatus(unsigned int* filterCount, bool* movin
     {
         DeviceLock held(*this);
         FilterStatus status;
-        ok = readFilterStatus(status);
+        ok = functionsOf(type).readFilterStatus(*this, status);
         if (ok && filterCount != nullptr) {
             *filterCount = status.count;
             TRACE_DETAIL("%s    filter count: %d\n", status.count);
@@ -44,29 +58,6 @@ bool VornCameraImpl::getFilterWheelStatus(unsigned int* filterCount, bool* movin
     return ok;
 }
 
-/// Count, moving, current, target: on STANDARD the low byte of each word counts, on ADVANCED each is big-endian.
-bool VornCameraImpl::readFilterStatus(FilterStatus& status)
-{
-    uint8_t reply[8] = {};
-    switch (type) {
-        case STANDARD:
-            if (!sendCommand(CMD_GET_FILTER_STATUS, nullptr, reply, 0, sizeof reply))
-                return false;
-            status = {reply[0], reply[2] != 0, reply[4], reply[6]};
-            return true;
-        case ADVANCED:
-            if (!sendCommand(CMD_GET_FILTER_STATUS, nullptr, reply, 0, sizeof reply))
-                return false;
-            status = {getBe16(reply, 0), getBe16(reply, 2) != 0, getBe16(reply, 4), getBe16(reply, 6)};
-            return true;
-        case CLASSIC:
-        case QUICKER:
-        case IIDC:  // no wheel in these families
-            break;
-    }
-    return false;
-}
-
 bool VornCameraImpl::setFilter(unsigned int index)
 {
     TRACE_ENTER("%s-> VornCameraImpl::setFilter(%d)\n", index);
@@ -78,37 +69,10 @@ bool VornCameraImpl::setFilter(unsigned int index)
     bool ok = false;
     {
         DeviceLock held(*this);
-        ok = moveFilterWheel(index);
+        ok = turnFilterWheel(*this, index);
     }
     if (!ok)
         lastError = "Failed to set filter";
     TRACE_EXIT("%s<- VornCameraImpl::setFilter %d\n", ok);
     return ok;
-}
-
-/// Commands the wheel to position @p index. @return true when the camera acknowledged it.
-bool VornCameraImpl::moveFilterWheel(unsigned int index)
-{
-    uint8_t reply[2] = {};
-    bool sent = false;
-    bool accepted = false;
-    switch (type) {
-        case STANDARD:
-            sent = sendCommand(CMD_SET_FILTER, static_cast<uint16_t>(index), reply, sizeof reply);
-            accepted = reply[0] != 0;
-            break;
-        case ADVANCED: {
-            const uint8_t payload[2] = {0, static_cast<uint8_t>(index)};  // deliberate: low 8 bits only
-            sent = sendCommand(CMD_SET_FILTER, payload, reply, sizeof payload, sizeof reply);
-            accepted = getBe16(reply, 0) != 0;
-            break;
-        }
-        case CLASSIC:
-        case QUICKER:
-        case IIDC:  // no wheel in these families
-            break;
-    }
-    if (sent && !accepted)
-        TRACE_DETAIL("%s    failed to set filter\n");
-    return sent && accepted;
 }

@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "accessories/gpio.h"
+
+#include "camera_impl.h"
+#include "family_facts.h"
 #include "trace/trace.h"
 #include "transport/commands.h"
-#include "transport/wire.h"
+#include "transport/device_lock.h"
 
 using namespace vornccd;
 
@@ -17,7 +20,7 @@ bool VornCameraImpl::setGPIODirection(unsigned short directionMask)
     bool ok = false;
     {
         DeviceLock held(*this);
-        ok = sendGpioMask(CMD_SET_GPIO_DIRECTION, directionMask);
+        ok = factsOf(type).hasGpioPort && sendValue<CMD_SET_GPIO_DIRECTION>(*this, directionMask);
     }
     if (!ok)
         lastError = "Failed to set GPIO direction";
@@ -36,27 +39,12 @@ bool VornCameraImpl::setGPIO(unsigned short levels)
     bool ok = false;
     {
         DeviceLock held(*this);
-        ok = sendGpioMask(CMD_SET_GPIO, levels);
+        ok = factsOf(type).hasGpioPort && sendValue<CMD_SET_GPIO>(*this, levels);
     }
     if (!ok)
         lastError = "Failed to set GPIO";
     TRACE_EXIT("%s<- VornCameraImpl::setGPIO %d\n", ok);
     return ok;
-}
-
-/// Low byte first on STANDARD, high byte first on ADVANCED: the 16-bit form knows both.
-bool VornCameraImpl::sendGpioMask(unsigned cmd, unsigned mask)
-{
-    switch (type) {
-        case STANDARD:
-        case ADVANCED:
-            return sendCommand(cmd, static_cast<uint16_t>(mask));
-        case CLASSIC:
-        case QUICKER:
-        case IIDC:
-            break;
-    }
-    return false;
 }
 
 bool VornCameraImpl::getGPIO(unsigned short* levels)
@@ -70,20 +58,11 @@ bool VornCameraImpl::getGPIO(unsigned short* levels)
     bool ok = false;
     {
         DeviceLock held(*this);
-        uint8_t reply[4] = {};  // line count (2), levels (2)
-        switch (type) {
-            case STANDARD:
-                ok = sendCommand(CMD_GET_GPIO, nullptr, reply, 0, sizeof reply);
-                *levels = getLe16(reply, 2);  // deliberate: stored after a failure too
-                break;
-            case ADVANCED:
-                ok = sendCommand(CMD_GET_GPIO, nullptr, reply, 0, sizeof reply);
-                *levels = getBe16(reply, 2);
-                break;
-            case CLASSIC:
-            case QUICKER:
-            case IIDC:
-                break;
+        if (factsOf(type).hasGpioPort) {
+            uint8_t reply[CMD_GET_GPIO.replyLength] = {};
+            ok = ask<CMD_GET_GPIO>(*this, reply);
+            // deliberate: stored after a failure too
+            *levels = static_cast<unsigned short>(unpack(reply, gpioLevels(factsOf(type).payloadOrder)));
         }
     }
     if (!ok)

@@ -1,7 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "accessories/guide_relays.h"
+
+#include "camera_impl.h"
+#include "family.h"
 #include "trace/trace.h"
 #include "transport/commands.h"
+#include "transport/device_lock.h"
 #include "transport/pause.h"
 
 using namespace vornccd;
@@ -9,19 +13,18 @@ using namespace vornccd;
 namespace {
 
 constexpr long RELAY_PAUSE_US = 5000;
-constexpr unsigned REGISTER_CONTROL = 2;  // QUICKER: relays in the low four bits
 
 /// Two relays of one axis, of which at most one may be closed; the first has precedence.
 struct RelayPair {
     unsigned firstBit;
-    Command firstCommand;
+    bool (*closeFirst)(VornCameraImpl& camera);
     unsigned secondBit;
-    Command secondCommand;
+    bool (*closeSecond)(VornCameraImpl& camera);
 };
 
 constexpr RelayPair RELAY_PAIRS[] = {
-    {0x1, CMD_GUIDE_RELAY_1, 0x2, CMD_GUIDE_RELAY_2},
-    {0x4, CMD_GUIDE_RELAY_3, 0x8, CMD_GUIDE_RELAY_4},
+    {0x1, send<CMD_GUIDE_RELAY_1>, 0x2, send<CMD_GUIDE_RELAY_2>},
+    {0x4, send<CMD_GUIDE_RELAY_3>, 0x8, send<CMD_GUIDE_RELAY_4>},
 };
 
 }  // namespace
@@ -37,21 +40,7 @@ bool VornCameraImpl::setGuideRelays(unsigned short relayMask)
     bool ok = false;
     {
         DeviceLock held(*this);
-        switch (type) {
-            case QUICKER:
-                // Kept: exposures write the same register and must not end a pulse. deliberate: both bits of a pair
-                // pass.
-                guideRelayState = relayMask & 0x0F;
-                ok = spiWrite(REGISTER_CONTROL, guideRelayState);
-                break;
-            case STANDARD:
-            case ADVANCED:
-                ok = switchGuideRelays(relayMask);
-                break;
-            case CLASSIC:
-            case IIDC:
-                break;
-        }
+        ok = functionsOf(type).setGuideRelays(*this, relayMask);
     }
     if (!ok)
         lastError = "Failed to set guide relays";
@@ -59,15 +48,14 @@ bool VornCameraImpl::setGuideRelays(unsigned short relayMask)
     return ok;
 }
 
-/// Opens all relays, then closes one of each pair at most. A failure leaves the relays as they are then.
-bool VornCameraImpl::switchGuideRelays(unsigned relayMask)
+bool vornccd::switchGuideRelays(VornCameraImpl& camera, unsigned relayMask)
 {
-    bool ok = sendCommand(CMD_GUIDE_RELAYS_OFF);
+    bool ok = send<CMD_GUIDE_RELAYS_OFF>(camera);
     for (const RelayPair& pair : RELAY_PAIRS) {
         if (!ok || (relayMask & (pair.firstBit | pair.secondBit)) == 0)
             continue;
         sleepms(RELAY_PAUSE_US);
-        ok = sendCommand((relayMask & pair.firstBit) != 0 ? pair.firstCommand : pair.secondCommand);
+        ok = (relayMask & pair.firstBit) != 0 ? pair.closeFirst(camera) : pair.closeSecond(camera);
     }
     return ok;
 }

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 // Switches that only record how later exposures are made. Asking for the value already set succeeds on every family.
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
+#include "family_facts.h"
 #include "trace/trace.h"
+
+using namespace vornccd;
 
 bool VornCameraImpl::setPreviewMode(bool enable)
 {
@@ -10,7 +13,7 @@ bool VornCameraImpl::setPreviewMode(bool enable)
     if (enable == previewMode) {
         TRACE_DETAIL("%s    not changed\n");
         ok = true;
-    } else if (type == STANDARD || type == CLASSIC || type == ADVANCED) {
+    } else if (factsOf(type).hasPreviewMode) {
         previewMode = enable;
         ok = true;
     } else {
@@ -23,7 +26,7 @@ bool VornCameraImpl::setPreviewMode(bool enable)
 bool VornCameraImpl::set8BitMode(bool enable)
 {
     TRACE_ENTER("%s-> VornCameraImpl::set8BitMode(%d)\n", enable);
-    const bool ok = enable == eightBitMode || type == ADVANCED;
+    const bool ok = enable == eightBitMode || factsOf(type).has8BitMode;
     if (ok)
         eightBitMode = enable;
     else
@@ -36,7 +39,7 @@ bool VornCameraImpl::setDarkFrameMode(bool enable)
 {
     TRACE_ENTER("%s-> VornCameraImpl::setDarkFrameMode(%d)\n", enable);
     // deliberate: a refusal leaves lastError as it was.
-    const bool ok = enable == darkFrameMode || type == STANDARD;
+    const bool ok = enable == darkFrameMode || factsOf(type).hasDarkFrameMode;
     if (ok)
         darkFrameMode = enable;
     TRACE_EXIT("%s<- VornCameraImpl::setDarkFrameMode %d\n", ok);

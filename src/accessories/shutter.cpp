@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
+#include "family_facts.h"
 #include "trace/trace.h"
 #include "transport/commands.h"
+#include "transport/device_lock.h"
 
 using namespace vornccd;
 
@@ -16,16 +18,7 @@ bool VornCameraImpl::setShutter(bool open)
     bool ok = false;
     {
         DeviceLock held(*this);
-        switch (type) {
-            case STANDARD:
-                ok = sendCommand(CMD_SET_SHUTTER, static_cast<uint16_t>(open ? 1 : 0));
-                break;
-            case CLASSIC:
-            case QUICKER:
-            case IIDC:
-            case ADVANCED:
-                break;
-        }
+        ok = factsOf(type).hasShutterCommand && sendValue<CMD_SET_SHUTTER>(*this, open ? SHUTTER_OPEN : SHUTTER_CLOSED);
     }
     if (!ok)
         lastError = "Failed to set shutter";

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
+#include "family_facts.h"
 #include "trace/trace.h"
+
+using namespace vornccd;
 
 namespace {
 
@@ -14,26 +17,6 @@ void store(T* output, const V& value)
 {
     if (output != nullptr)
         *output = value;
-}
-
-/// Stores the longest short exposure in seconds; a type outside the enumeration leaves @p output as it was.
-void storeMaxShortExposure(CAMERA_TYPE type, double* output)
-{
-    switch (type) {
-        case CLASSIC:
-            store(output, 2.46);
-            return;
-        case STANDARD:
-        case ADVANCED:
-            store(output, 3.0);
-            return;
-        case QUICKER:
-            store(output, 1.398);
-            return;
-        case IIDC:
-            store(output, 0.5);
-            return;
-    }
 }
 
 }  // namespace
@@ -81,9 +64,10 @@ bool VornCameraImpl::getCapabilities(const char** outName, CAMERA_TYPE* outType,
     store(outColour, colour);
     store(outOffsetX, offsetX);
     store(outOffsetY, offsetY);
-    store(outSupportsLongExposure, type != IIDC);
+    store(outSupportsLongExposure, factsOf(type).supportsLongExposure);
     store(outMinShortExposure, pixelCountX == SLOW_SENSOR_WIDTH ? SLOW_SENSOR_MIN_SECONDS : MIN_SECONDS);
-    storeMaxShortExposure(type, outMaxShortExposure);
+    if (isFamily(type))  // else it is not known
+        store(outMaxShortExposure, factsOf(type).maxShortSeconds);
     TRACE_EXIT("%s<- VornCameraImpl::getCapabilities 1\n");
     return true;
 }

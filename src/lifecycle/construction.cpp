@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
+#include "family_facts.h"
 #include "trace/trace.h"
 
 #include <atomic>
 #include <cinttypes>
+
+using namespace vornccd;
 
 int VornHostBulkTimeout = 30000;
 
@@ -15,7 +18,7 @@ VornCameraImpl::VornCameraImpl(libusb_device* usbDevice, const char* displayName
 {
     TRACE_ENTER("%s-> VornCameraImpl::VornCameraImpl(..., %s, %d)\n", name, type);
     (void)pthread_mutex_init(&mutex, nullptr);
-    if (type == QUICKER) {
+    if (factsOf(type).hasQuickerDelays) {
         TRACE_DETAIL("%s    quickerStartExposureDelay = %" PRId64 "\n", quickerStartExposureDelay);
         TRACE_DETAIL("%s    quickerReadCCDDelay = %" PRId64 "\n", quickerReadCCDDelay);
     }
@@ -37,10 +40,10 @@ bool VornCameraImpl::setParam(PARAM_TYPE param, long value)
     if (param == MAX_PACKET_SIZE) {
         maxPacketSize = value;
         TRACE_DETAIL("%s    maxPacketSize = %" PRId64 "\n", maxPacketSize);
-    } else if (param == QUICKER_START_EXPOSURE_DELAY && type == QUICKER) {
+    } else if (param == QUICKER_START_EXPOSURE_DELAY && factsOf(type).hasQuickerDelays) {
         quickerStartExposureDelay = value;
         TRACE_DETAIL("%s    quickerStartExposureDelay = %" PRId64 "\n", quickerStartExposureDelay);
-    } else if (param == QUICKER_READ_CCD_DELAY && type == QUICKER) {
+    } else if (param == QUICKER_READ_CCD_DELAY && factsOf(type).hasQuickerDelays) {
         quickerReadCCDDelay = value;
         TRACE_DETAIL("%s    quickerReadCCDDelay = %" PRId64 "\n", quickerReadCCDDelay);
     } else {
@@ -59,10 +62,10 @@ long VornCameraImpl::getParam(PARAM_TYPE param)
     if (param == MAX_PACKET_SIZE) {
         value = static_cast<long>(maxPacketSize);
         TRACE_DETAIL("%s    maxPacketSize = %ld\n", value);
-    } else if (param == QUICKER_START_EXPOSURE_DELAY && type == QUICKER) {
+    } else if (param == QUICKER_START_EXPOSURE_DELAY && factsOf(type).hasQuickerDelays) {
         value = static_cast<long>(quickerStartExposureDelay);
         TRACE_DETAIL("%s    quickerStartExposureDelay = %ld\n", value);
-    } else if (param == QUICKER_READ_CCD_DELAY && type == QUICKER) {
+    } else if (param == QUICKER_READ_CCD_DELAY && factsOf(type).hasQuickerDelays) {
         value = static_cast<long>(quickerReadCCDDelay);
         TRACE_DETAIL("%s    quickerReadCCDDelay = %ld\n", value);
     } else {

@@ -32,10 +32,8 @@ AdvancedDescription decodeAdvancedDescription(std::span<const uint8_t> bytes)
     const auto lowByte = [&reader] { return reader.be16() & 0xFF; };
     takeString(description.model, lowByte);
     takeString(description.manufacturer, lowByte);
-    StreamDescription& items = description.items;
-    for (unsigned* item : {&items.flags, &items.pixelCountX, &items.pixelCountY, &items.pixelWidth, &items.pixelHeight,
-                           &items.maxBinX, &items.maxBinY, &items.wellCapacity})
-        *item = reader.be16();
+    for (unsigned StreamDescription::*item : DESCRIPTION_ITEMS)
+        description.items.*item = reader.be16();
     return description;
 }
 

@@ -52,6 +52,12 @@ struct StreamDescription {
     unsigned wellCapacity = 0;
 };
 
+/// The items in the order in which they come, 16 bits each.
+inline constexpr unsigned StreamDescription::*DESCRIPTION_ITEMS[] = {
+    &StreamDescription::flags,      &StreamDescription::pixelCountX, &StreamDescription::pixelCountY,
+    &StreamDescription::pixelWidth, &StreamDescription::pixelHeight, &StreamDescription::maxBinX,
+    &StreamDescription::maxBinY,    &StreamDescription::wellCapacity};
+
 constexpr size_t ADVANCED_DESCRIPTION_LENGTH = 128;
 constexpr size_t ADVANCED_STRING_MAX = 80;
 

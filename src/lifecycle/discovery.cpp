@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
 #include "lifecycle/model_table.h"
 #include "trace/trace.h"
 

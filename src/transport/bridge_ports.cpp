@@ -1,24 +1,12 @@
 // SPDX-License-Identifier: MIT
 // Ports and single lines of the bridge.
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
 #include "trace/trace.h"
 #include "transport/bridge.h"
-
-#include <algorithm>
 
 using namespace vornccd;
 
 namespace {
-
-// The state request carries six zero bytes behind the port block.
-using PortStatePayload = std::array<uint8_t, 16>;
-
-PortStatePayload statePayload(const PortBlock& block)
-{
-    PortStatePayload payload = {};
-    std::copy(block.begin(), block.end(), payload.begin());
-    return payload;
-}
 
 /// The block that sets or clears one line.
 PortBlock lineBlock(unsigned line, unsigned value)
@@ -33,7 +21,7 @@ bool VornCameraImpl::setPortDirection(unsigned port, unsigned dir)
 {
     TRACE_ENTER("%s-> VornCameraImpl::setPortDirection(%d, 0x%02x)\n", port, dir);
     const PortBlock block = portBlock(port, 0x00, static_cast<uint8_t>(dir));
-    const bool ok = bulkTransfer(BRIDGE_SET_PORT_DIRECTION, false, 0, 0, 0, block.data(), nullptr, block.size(), 0);
+    const bool ok = exchange(*this, {.code = BRIDGE_SET_PORT_DIRECTION, .payload = block});
     TRACE_EXIT("%s<- VornCameraImpl::setPortDirection %d\n", ok);
     return ok;
 }
@@ -41,8 +29,8 @@ bool VornCameraImpl::setPortDirection(unsigned port, unsigned dir)
 bool VornCameraImpl::setPortState(unsigned port, unsigned state)
 {
     TRACE_ENTER("%s-> VornCameraImpl::setPortState(%d, 0x%02x)\n", port, state);
-    const PortStatePayload payload = statePayload(portBlock(port, 0x00, static_cast<uint8_t>(state)));
-    const bool ok = bulkTransfer(BRIDGE_SET_PORT_STATE, false, 0, 0, 0, payload.data(), nullptr, payload.size(), 0);
+    const PortStatePayload payload = portStatePayload(portBlock(port, 0x00, static_cast<uint8_t>(state)));
+    const bool ok = exchange(*this, {.code = BRIDGE_SET_PORT_STATE, .payload = payload});
     TRACE_EXIT("%s<- VornCameraImpl::setPortState %d\n", ok);
     return ok;
 }
@@ -51,7 +39,7 @@ bool VornCameraImpl::setIODir(unsigned line, unsigned output)
 {
     TRACE_ENTER("%s-> VornCameraImpl::setIODir(%d, %d)\n", line, output);
     const PortBlock block = lineBlock(line, output);
-    const bool ok = bulkTransfer(BRIDGE_SET_PORT_DIRECTION, false, 0, 0, 0, block.data(), nullptr, block.size(), 0);
+    const bool ok = exchange(*this, {.code = BRIDGE_SET_PORT_DIRECTION, .payload = block});
     TRACE_EXIT("%s<- VornCameraImpl::setIODir %d\n", ok);
     return ok;
 }
@@ -60,7 +48,7 @@ bool VornCameraImpl::getIOState(unsigned line, unsigned* state)
 {
     TRACE_ENTER("%s-> VornCameraImpl::getIOState(%d)\n", line);
     std::array<uint8_t, PORT_COUNT> ports = {};
-    const bool ok = bulkTransfer(BRIDGE_GET_PORT_STATE, false, 0, 0, 0, nullptr, ports.data(), 0, ports.size());
+    const bool ok = exchange(*this, {.code = BRIDGE_GET_PORT_STATE, .reply = ports});
     if (ok && line >> 3 < PORT_COUNT)
         *state = static_cast<unsigned>(ports[line >> 3]) >> (line & 7) & 1U;
     TRACE_EXIT("%s<- VornCameraImpl::getIOState %d %d\n", ok, *state);
@@ -70,8 +58,8 @@ bool VornCameraImpl::getIOState(unsigned line, unsigned* state)
 bool VornCameraImpl::setIOState(unsigned line, unsigned value)
 {
     TRACE_ENTER("%s-> VornCameraImpl::setIOState(%d, %d)\n", line, value);
-    const PortStatePayload payload = statePayload(lineBlock(line, value));
-    const bool ok = bulkTransfer(BRIDGE_SET_PORT_STATE, false, 0, 0, 0, payload.data(), nullptr, payload.size(), 0);
+    const PortStatePayload payload = portStatePayload(lineBlock(line, value));
+    const bool ok = exchange(*this, {.code = BRIDGE_SET_PORT_STATE, .payload = payload});
     TRACE_EXIT("%s<- VornCameraImpl::setIOState %d\n", ok);
     return ok;
 }

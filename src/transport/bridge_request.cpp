@@ -1,10 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
+#include "family.h"
+#include "family_facts.h"
 #include "trace/trace.h"
 #include "transport/bridge.h"
+#include "transport/bulk.h"
 #include "transport/heap_bytes.h"
 #include "transport/waveforms.h"
-#include "transport/wire.h"
 
 #include <algorithm>
 #include <atomic>
@@ -15,43 +17,43 @@ using namespace vornccd;
 
 namespace {
 
-// Request header, little-endian: 0 code, 1 sequence, 2 direction flag, 3 sub-code, 4 value (2), 6 index (2),
-// 8 reply length (4), 12 payload length (4); the payload follows.
-constexpr unsigned HEADER_LENGTH = 16;
-
 // A reply carries one leading byte without information and three trailing ones.
 constexpr unsigned REPLY_LEAD = 1;
 constexpr unsigned REPLY_EXTRA = 4;
 
-// Tags the requests of all cameras; the bridge does not look at it and replies do not carry it.
+// Numbers the requests of all cameras; the bridge ignores it and replies do not carry it.
 std::atomic<uint8_t> transactionNumber{0};
 
-constexpr unsigned TIMEOUT_PARALLEL = 0;
-constexpr unsigned TIMEOUT_I2C = 1;
+// A 16-bit item of what a camera offers, as one word or as a word for each of its bytes
+constexpr Field DATA_WORD = le16At(0);
+constexpr Field LOW_DATA_BYTE = byteAt(0);
+constexpr Field HIGH_DATA_BYTE = byteAt(2);
 
 }  // namespace
 
 bool VornCameraImpl::bulkTransfer(unsigned request, bool flag, unsigned subcode, unsigned value, unsigned index,
                                   const uint8_t* out, uint8_t* in, unsigned outLength, unsigned inLength)
 {
-    constexpr unsigned LONGEST = std::numeric_limits<unsigned>::max() - HEADER_LENGTH;
+    constexpr unsigned HEADER = REQUEST_HEADER_LENGTH;
+    constexpr unsigned LONGEST = std::numeric_limits<unsigned>::max() - HEADER;
     if (outLength > LONGEST || inLength > LONGEST)
         return false;
 
-    HeapBytes frame = uninitialisedBytes(uint64_t{outLength} + HEADER_LENGTH);
+    HeapBytes frame = uninitialisedBytes(uint64_t{outLength} + HEADER);
     if (!frame)
         return false;
-    frame[0] = static_cast<uint8_t>(request);
-    frame[1] = transactionNumber.fetch_add(1, std::memory_order_relaxed);
-    frame[2] = flag ? 0xFF : 0x00;
-    frame[3] = static_cast<uint8_t>(subcode);
-    putLe16(frame.get(), 4, value);
-    putLe16(frame.get(), 6, index);
-    putLe32(frame.get(), 8, inLength);
-    putLe32(frame.get(), 12, outLength);
+    const std::span header(frame.get(), HEADER);
+    pack(header, REQUEST_CODE, request);
+    pack(header, REQUEST_SEQUENCE, transactionNumber.fetch_add(1, std::memory_order_relaxed));
+    pack(header, REQUEST_FLAG, flag ? 0xFF : 0x00);
+    pack(header, REQUEST_SUBCODE, subcode);
+    pack(header, REQUEST_VALUE, value);
+    pack(header, REQUEST_INDEX, index);
+    pack(header, REQUEST_REPLY_LENGTH, inLength);
+    pack(header, REQUEST_PAYLOAD_LENGTH, outLength);
     if (outLength != 0)
-        std::memcpy(&frame[HEADER_LENGTH], out, outLength);
-    const bool sent = bulkWrite(EP_BRIDGE_OUT, outLength + HEADER_LENGTH, frame.get());
+        std::memcpy(&frame[HEADER], out, outLength);
+    const bool sent = bulkWrite(EP_BRIDGE_OUT, outLength + HEADER, frame.get());
     frame.reset();
     if (!sent)
         return false;
@@ -69,7 +71,7 @@ bool VornCameraImpl::bulkTransfer(unsigned request, bool flag, unsigned subcode,
 bool VornCameraImpl::setParTimeout(unsigned ms)
 {
     TRACE_ENTER("%s-> VornCameraImpl::setParTimeout(%d)\n", ms);
-    const bool ok = bulkTransfer(BRIDGE_SET_TIMEOUT, false, TIMEOUT_PARALLEL, ms, 0, nullptr, nullptr, 0, 0);
+    const bool ok = exchange(*this, {.code = BRIDGE_SET_TIMEOUT, .subcode = TIMEOUT_PARALLEL, .value = ms});
     TRACE_EXIT("%s<- VornCameraImpl::setParTimeout %d\n", ok);
     return ok;
 }
@@ -77,7 +79,7 @@ bool VornCameraImpl::setParTimeout(unsigned ms)
 bool VornCameraImpl::i2cSetTimeout(unsigned ms)
 {
     TRACE_ENTER("%s-> VornCameraImpl::i2cSetTimeout(%d)\n", ms);
-    const bool ok = bulkTransfer(BRIDGE_SET_TIMEOUT, false, TIMEOUT_I2C, ms, 0, nullptr, nullptr, 0, 0);
+    const bool ok = exchange(*this, {.code = BRIDGE_SET_TIMEOUT, .subcode = TIMEOUT_I2C, .value = ms});
     TRACE_EXIT("%s<- VornCameraImpl::i2cSetTimeout %d\n", ok);
     return ok;
 }
@@ -85,8 +87,8 @@ bool VornCameraImpl::i2cSetTimeout(unsigned ms)
 bool VornCameraImpl::parInit(const uint8_t* table)
 {
     TRACE_ENTER("%s-> VornCameraImpl::parInit(...)\n");
-    const auto length = static_cast<unsigned>(waveformLength(table[0]));
-    const bool ok = bulkTransfer(BRIDGE_PAR_INIT, true, 0, 0, 0, table, nullptr, length, 0);
+    const bool ok =
+        exchange(*this, {.code = BRIDGE_PAR_INIT, .flag = true, .payload = {table, waveformLength(table[0])}});
     TRACE_EXIT("%s<- VornCameraImpl::parInit %d\n", ok);
     return ok;
 }
@@ -95,9 +97,9 @@ bool VornCameraImpl::parInit(unsigned mode)
 {
     TRACE_ENTER("%s-> VornCameraImpl::parInit(%d)\n", mode);
     bool ok = false;
-    if (mode == 1)
+    if (mode == WAVEFORM_MODE_1)
         ok = parInit(GpifMode1);
-    else if (mode == 9)
+    else if (mode == WAVEFORM_MODE_9)
         ok = parInit(GpifMode9);
     TRACE_EXIT("%s<- VornCameraImpl::parInit %d\n", ok);
     return ok;
@@ -108,17 +110,17 @@ bool VornCameraImpl::parIn(uint8_t* buffer, unsigned n)
     if (n == std::numeric_limits<unsigned>::max())
         return false;
     const int64_t total = int64_t{n} + 1;
-    const int64_t limit = chunkLimit();
+    const int64_t limit = chunkLimit(*this);
     // Only the last transfer brings the bridge's trailing byte, for which the caller has no room. Zeros, since the copy
-    // below is made also of a partly filled buffer. Taken before the request: a request that nobody can read the
-    // answer of would leave it in the bridge.
+    // below is made also of a partly filled buffer. Taken before the request: without a buffer to read them into, the
+    // data would stay in the bridge.
     HeapBytes last = zeroedBytes(static_cast<uint64_t>(std::min(total, limit)));
-    if (!last || !bulkTransfer(BRIDGE_PAR_IN, false, 0, n >> 16, n & 0xFFFF, nullptr, nullptr, 0, 0))
+    if (!last || !exchange(*this, {.code = BRIDGE_PAR_IN, .value = n >> 16, .index = n & 0xFFFF}))
         return false;
     int64_t received = 0;
     while (total - received > limit) {
         int transferred = 0;
-        const bool ok = bulkReadOnce(EP_PAR_IN, static_cast<int>(limit), buffer + received, transferred);
+        const bool ok = bulkReadOnce(*this, EP_PAR_IN, static_cast<int>(limit), buffer + received, transferred);
         received += transferred;
         if (!ok) {
             std::memset(buffer + received, 0, static_cast<size_t>(n - received));
@@ -133,36 +135,26 @@ bool VornCameraImpl::parIn(uint8_t* buffer, unsigned n)
 
 bool VornCameraImpl::parOut(const uint8_t* data, unsigned n)
 {
-    return bulkWrite(EP_PAR_OUT, n, data) && bulkTransfer(BRIDGE_PAR_OUT, true, 0, 0, 0, nullptr, nullptr, 0, 0);
+    return bulkWrite(EP_PAR_OUT, n, data) && exchange(*this, {.code = BRIDGE_PAR_OUT, .flag = true});
 }
 
 bool VornCameraImpl::getData(uint8_t* buffer, unsigned n)
 {
-    switch (type) {
-        case STANDARD:
-        case CLASSIC:
-            return parIn(buffer, n);
-        case ADVANCED:
-            return bulkTransfer(BRIDGE_SPI, false, 2, 3, 1, buffer, buffer, n, n);
-        case QUICKER:
-        case IIDC:
-            break;
-    }
-    assertionFailed("Assertion failed (%s, %d)\n", 623);
+    return functionsOf(type).readData(*this, buffer, n);
 }
 
 bool VornCameraImpl::getData(unsigned* value)
 {
-    if (type == CLASSIC) {
-        uint8_t word[4] = {};  // each data byte in the low half of a 16-bit word
-        const bool ok = getData(word, sizeof word);
-        *value = word[0] | static_cast<unsigned>(word[2]) << 8;
+    if (factsOf(type).bytesComeAsWords) {
+        uint8_t words[4] = {};
+        const bool ok = getData(words, sizeof words);
+        *value = unpack(words, LOW_DATA_BYTE) | unpack(words, HIGH_DATA_BYTE) << 8;
         return ok;
     }
     uint8_t word[2];
-    putLe16(word, 0, *value);
+    pack(word, DATA_WORD, *value);
     const bool ok = getData(word, sizeof word);
-    *value = (*value & 0xFFFF0000U) | getLe16(word, 0);
+    *value = (*value & 0xFFFF0000U) | unpack(word, DATA_WORD);
     return ok;
 }
 

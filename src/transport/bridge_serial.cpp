@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The bridge's serial buses: I2C with the configuration EEPROM, and SPI.
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
+#include "family_facts.h"
 #include "trace/trace.h"
 #include "transport/bridge.h"
 #include "transport/heap_bytes.h"
@@ -10,10 +11,21 @@
 
 using namespace vornccd;
 
+namespace {
+
+constexpr unsigned I2C_READ = 1;  // bit 0 of the address byte
+
+// Port 0, bits 5 to 7: data, clock, select
+constexpr uint8_t SPI_LINES = 0xE0;
+constexpr uint8_t SPI_STATE_KEPT = 0x1F;
+constexpr uint8_t SPI_DIRECTION_KEPT = 0x0F;
+
+}  // namespace
+
 bool VornCameraImpl::i2cSetSpeed(unsigned speed)
 {
     TRACE_ENTER("%s-> VornCameraImpl::i2cSetSpeed(%d)\n", speed);
-    const bool ok = bulkTransfer(BRIDGE_I2C_SPEED, false, speed, 0, 0, nullptr, nullptr, 0, 0);
+    const bool ok = exchange(*this, {.code = BRIDGE_I2C_SPEED, .subcode = speed});
     TRACE_EXIT("%s<- VornCameraImpl::i2cSetSpeed %d\n", ok);
     return ok;
 }
@@ -27,7 +39,7 @@ bool VornCameraImpl::i2cWrite(unsigned address, const uint8_t* data, unsigned n)
         payload[0] = static_cast<uint8_t>(address << 1);
         if (n != 0)
             std::memcpy(&payload[1], data, n);
-        ok = bulkTransfer(BRIDGE_I2C, true, 0, 0, 1, payload.get(), nullptr, n + 1, 0);
+        ok = exchange(*this, {.code = BRIDGE_I2C, .flag = true, .index = I2C_INDEX, .payload = {payload.get(), n + 1}});
     }
     TRACE_EXIT("%s<- VornCameraImpl::i2cWrite %d\n", ok);
     return ok;
@@ -36,8 +48,9 @@ bool VornCameraImpl::i2cWrite(unsigned address, const uint8_t* data, unsigned n)
 bool VornCameraImpl::i2cRead(unsigned address, uint8_t* buffer, unsigned n)
 {
     TRACE_ENTER("%s-> VornCameraImpl::i2cRead(%d, ..., %d)\n", address, n);
-    const auto payload = static_cast<uint8_t>((address << 1) + 1);
-    const bool ok = bulkTransfer(BRIDGE_I2C, true, 0, 0, 1, &payload, buffer, 1, n);
+    const uint8_t payload[] = {static_cast<uint8_t>((address << 1) + I2C_READ)};
+    const bool ok = exchange(
+        *this, {.code = BRIDGE_I2C, .flag = true, .index = I2C_INDEX, .payload = payload, .reply = {buffer, n}});
     TRACE_EXIT("%s<- VornCameraImpl::i2cRead %d %s\n", ok, _d(buffer, n));
     return ok;
 }
@@ -55,26 +68,12 @@ bool VornCameraImpl::eepRead(unsigned address, uint8_t* buffer, unsigned n)
 bool VornCameraImpl::spiInit()
 {
     TRACE_ENTER("%s-> VornCameraImpl::spiInit()\n");
-    // Port 0, bits 5 to 7: data, clock, select; the clock rests high for QUICKER, low for ADVANCED.
-    uint8_t idle = 0;
-    switch (type) {
-        case QUICKER:
-            idle = 0xC0;
-            break;
-        case ADVANCED:
-            idle = 0x80;
-            break;
-        case CLASSIC:
-        case STANDARD:
-        case IIDC:
-            assertionFailed("Assertion failed (%s, %d)\n", 564);
-    }
-    const PortBlock block = portBlock(0, 0x1F, idle);
-    std::array<uint8_t, 16> state = {};
-    std::memcpy(state.data(), block.data(), block.size());
-    const PortBlock direction = portBlock(0, 0x0F, 0xE0);
-    bool ok = bulkTransfer(BRIDGE_SET_PORT_STATE, false, 0, 0, 0, state.data(), nullptr, state.size(), 0);
-    ok = ok && bulkTransfer(BRIDGE_SET_PORT_DIRECTION, false, 0, 0, 0, direction.data(), nullptr, direction.size(), 0);
+    if (!factsOf(type).hasSpi)
+        assertionFailed("Assertion failed (%s, %d)\n", 564);
+    const PortStatePayload idle = portStatePayload(portBlock(0, SPI_STATE_KEPT, factsOf(type).spiIdle));
+    const PortBlock outputs = portBlock(0, SPI_DIRECTION_KEPT, SPI_LINES);
+    const bool ok = exchange(*this, {.code = BRIDGE_SET_PORT_STATE, .payload = idle}) &&
+                    exchange(*this, {.code = BRIDGE_SET_PORT_DIRECTION, .payload = outputs});
     TRACE_EXIT("%s<- VornCameraImpl::spiInit %d\n", ok);
     return ok;
 }
@@ -82,12 +81,13 @@ bool VornCameraImpl::spiInit()
 bool VornCameraImpl::spiWrite(unsigned channel, unsigned value)
 {
     TRACE_ENTER("%s-> VornCameraImpl::spiWrite(%d, 0x%02x)\n", channel, value);
-    if (type != QUICKER)
+    if (!factsOf(type).hasSpiRegisters)
         assertionFailed("Assertion failed (%s, %d)\n", 586);
     const uint8_t word[2] = {static_cast<uint8_t>((value >> 8 & 0x0F) | channel << 4),
                              static_cast<uint8_t>(value & 0xFF)};
     uint8_t answer[2];  // carries nothing
-    const bool ok = bulkTransfer(BRIDGE_SPI, false, 1, 0, 1, word, answer, sizeof word, sizeof answer);
+    const bool ok = exchange(
+        *this, {.code = BRIDGE_SPI, .subcode = SPI_REGISTER, .index = SPI_INDEX, .payload = word, .reply = answer});
     TRACE_EXIT("%s<- VornCameraImpl::spiWrite %d\n", ok);
     return ok;
 }

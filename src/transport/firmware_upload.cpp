@@ -1,17 +1,21 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
 #include "trace/trace.h"
-#include "transport/wire.h"
+#include "transport/control_requests.h"
+#include "transport/layout.h"
+
+#include <span>
 
 using namespace vornccd;
 
 namespace {
 
-constexpr uint8_t VENDOR_OUT = 0x40;
-constexpr uint8_t LOAD_REQUEST = 0xA0;    // served by the chip itself, with or without a program
-constexpr uint16_t CPU_CONTROL = 0xE600;  // 1 halts the CPU, 0 starts it
-constexpr unsigned CONTROL_TIMEOUT_MS = 3000;
-constexpr size_t RECORD_HEADER_LENGTH = 3;  // length, address (little-endian)
+// A record of the table; its data follow.
+constexpr size_t RECORD_HEADER_LENGTH = 3;
+constexpr Field RECORD_LENGTH = byteAt(0);  // of the data; 0 is the end mark
+constexpr Field RECORD_ADDRESS = le16At(1);
+static_assert(covers({RECORD_LENGTH, RECORD_ADDRESS}, RECORD_HEADER_LENGTH));
+
 constexpr size_t TABLE_LENGTH = sizeof FIRMWARE;
 
 bool writeMemory(libusb_device_handle* handle, uint16_t address, uint8_t* data, uint16_t length)
@@ -24,7 +28,12 @@ bool writeMemory(libusb_device_handle* handle, uint16_t address, uint8_t* data, 
 /// anything over the table.
 size_t recordLength(size_t cursor)
 {
-    return cursor < TABLE_LENGTH ? FIRMWARE[cursor] : 0;
+    return cursor < TABLE_LENGTH ? unpack(std::span(FIRMWARE).subspan(cursor), RECORD_LENGTH) : 0;
+}
+
+uint16_t recordAddress(size_t cursor)
+{
+    return static_cast<uint16_t>(unpack(std::span(FIRMWARE).subspan(cursor), RECORD_ADDRESS));
 }
 
 }  // namespace
@@ -41,12 +50,12 @@ bool VornCameraImpl::writeFW()
         const size_t length = recordLength(cursor);
         const size_t next = cursor + RECORD_HEADER_LENGTH + length;
         // A record that runs over the end of the table is not sent.
-        ok = next <= TABLE_LENGTH &&
-             writeMemory(handle, getLe16(FIRMWARE, cursor + 1), &FIRMWARE[cursor + RECORD_HEADER_LENGTH],
-                         static_cast<uint16_t>(length));
+        ok =
+            next <= TABLE_LENGTH && writeMemory(handle, recordAddress(cursor), &FIRMWARE[cursor + RECORD_HEADER_LENGTH],
+                                                static_cast<uint16_t>(length));
         cursor = next;
     }
-    // deliberate: the cursor is past a failed record, so a failure of the last one goes unmentioned.
+    // deliberate: the cursor is past a failed record, so a failure of the last one is not traced.
     if (recordLength(cursor) != 0)
         TRACE_DETAIL("%s    incomplete firmware upload\n");
 

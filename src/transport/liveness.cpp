@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: MIT
-// Starting the camera's application, asking whether it lives, and draining what it left behind.
-#include "lifecycle/camera_impl.h"
+// Starting the camera's application, asking whether it answers, and draining what it left.
+#include "transport/liveness.h"
+
+#include "camera_impl.h"
+#include "family.h"
+#include "family_facts.h"
 #include "trace/trace.h"
-#include "transport/bridge.h"
 #include "transport/commands.h"
 #include "transport/heap_bytes.h"
 #include "transport/pause.h"
-#include "transport/wire.h"
 
 #include <atomic>
 #include <cinttypes>
@@ -17,14 +19,9 @@ namespace {
 
 constexpr unsigned APPINIT_POLLS = 64;
 constexpr long APPINIT_PAUSE_US = 10000;
+constexpr uint8_t APPINIT_DONE = 'I';
 
 constexpr unsigned PING_FIRST_COUNTER = 100;
-constexpr unsigned PING_TRIES_STANDARD = 5;
-constexpr long PING_PAUSE_STANDARD_US = 20000;
-constexpr unsigned PING_TRIES_CLASSIC = 10;
-constexpr long PING_PAUSE_CLASSIC_US = 50000;
-
-constexpr uint8_t pingOut[2] = {0x00, 0x7B};
 
 constexpr uint32_t FLUSH_TIMEOUT_MS = 100;
 constexpr unsigned FLUSH_BLOCK_LENGTH = 200000;
@@ -34,29 +31,18 @@ constexpr unsigned FLUSH_BLOCK_LENGTH = 200000;
 bool VornCameraImpl::appInit()
 {
     TRACE_ENTER("%s-> VornCameraImpl::appInit()\n");
-    unsigned statusLength = 0;
-    switch (type) {
-        case STANDARD:
-        case CLASSIC:
-            statusLength = 2;
-            break;
-        case ADVANCED:
-            statusLength = 1;
-            break;
-        case QUICKER:
-        case IIDC:
-            assertionFailed("Assertion failed (%s, %d)\n", 703);
-    }
+    if (refusesCommands(type))
+        assertionFailed("Assertion failed (%s, %d)\n", 703);
     uint8_t status[2] = {};
-    bool ok = sendCommand(CMD_APPINIT);
+    bool ok = send<CMD_APPINIT>(*this);
     {
         QuietTrace quiet;
-        for (unsigned poll = 0; ok && poll < APPINIT_POLLS && status[0] != 'I'; ++poll) {
+        for (unsigned poll = 0; ok && poll < APPINIT_POLLS && status[0] != APPINIT_DONE; ++poll) {
             sleepms(APPINIT_PAUSE_US);
-            ok = getData(status, statusLength);
+            ok = getData(status, factsOf(type).appInitStatusLength);
         }
     }
-    ok = ok && status[0] == 'I';
+    ok = ok && status[0] == APPINIT_DONE;
     if (ok)
         TRACE_DETAIL("%s    APPINIT completed\n");
     else
@@ -68,68 +54,22 @@ bool VornCameraImpl::appInit()
 bool VornCameraImpl::ping()
 {
     TRACE_ENTER("%s-> VornCameraImpl::ping()\n");
-    bool ok = false;
-    switch (type) {
-        case QUICKER:
-            ok = pingQuicker();
-            break;
-        case ADVANCED:
-            ok = pingAdvanced();
-            break;
-        case STANDARD:
-            ok = pingCounting(CMD_PING, PING_TRIES_STANDARD, PING_PAUSE_STANDARD_US, 1);
-            break;
-        case CLASSIC:  // answers the counter as it is
-            ok = pingCounting(CMD_PING_CLASSIC, PING_TRIES_CLASSIC, PING_PAUSE_CLASSIC_US, 0);
-            break;
-        case IIDC:
-            assertionFailed("Assertion failed (%s, %d)\n", 842);
-    }
+    const bool ok = functionsOf(type).ping(*this);
     TRACE_EXIT("%s<- VornCameraImpl::ping %d\n", ok);
     return ok;
 }
 
-bool VornCameraImpl::pingQuicker()
+bool vornccd::pingCounting(VornCameraImpl& camera, const CountingPing& ping)
 {
-    uint8_t productId[2] = {};
-    (void)eepRead(EEPROM_PRODUCT_ID, productId, sizeof productId);  // deliberate: only the value counts
-    const uint16_t value = getLe16(productId, 0);
-    if (value != 0xDF2E && value != 0xDF2F)
-        return false;
-    TRACE_DETAIL("%s    ping ok\n");
-    return true;
-}
-
-bool VornCameraImpl::pingAdvanced()
-{
-    uint8_t reply[2] = {};
-    (void)sendCommand(CMD_KERNEL_PING, pingOut, reply, sizeof pingOut, sizeof reply);  // the reply tells
-    const bool kernelAlive = reply[0] == pingOut[0] && reply[1] == pingOut[1];
-    if (kernelAlive)
-        TRACE_DETAIL("%s    kernel ping ok\n");
-    else
-        TRACE_DETAIL("%s    kernel ping failed (%d %d)\n", pingOut[1], reply[1]);
-
-    const bool sent = sendCommand(CMD_PING, pingOut, reply, sizeof pingOut, sizeof reply);
-    const bool applicationAlive = sent && reply[0] == pingOut[0] && reply[1] == pingOut[1] + 1;
-    if (applicationAlive)
-        TRACE_DETAIL("%s    application ping ok\n");
-    else
-        TRACE_DETAIL("%s    application ping failed (%d %d)\n", pingOut[1], reply[1]);
-    return kernelAlive && applicationAlive;
-}
-
-bool VornCameraImpl::pingCounting(unsigned cmd, unsigned tries, long pauseUs, unsigned increment)
-{
-    for (unsigned i = 0; i < tries; ++i) {
-        const auto counter = static_cast<uint8_t>(PING_FIRST_COUNTER + i);
+    for (unsigned i = 0; i < ping.tries; ++i) {
+        const uint8_t counter[] = {static_cast<uint8_t>(PING_FIRST_COUNTER + i)};
         uint8_t reply[2] = {};
-        TRACE_DETAIL("%s    ping -> %d\n", counter);
-        const bool sent = sendCommand(cmd, &counter, nullptr, sizeof counter, 0);
-        sleepms(pauseUs);
-        (void)parIn(reply, sizeof reply);  // a failed read leaves no counter in the reply
+        TRACE_DETAIL("%s    ping -> %d\n", counter[0]);
+        const bool sent = camera.sendCommand(ping.code, counter, nullptr, sizeof counter, 0);
+        sleepms(ping.pauseUs);
+        (void)camera.parIn(reply, sizeof reply);  // a failed read leaves no counter in the reply
         TRACE_DETAIL("%s    ping <- %d\n", reply[0]);
-        if (sent && reply[0] == counter + increment)
+        if (sent && reply[0] == counter[0] + ping.increment)
             return true;
     }
     return false;
@@ -140,7 +80,7 @@ void VornCameraImpl::flush()
     TRACE_ENTER("%s-> VornCameraImpl::flush()\n");
     int64_t count = 0;
     timeout = FLUSH_TIMEOUT_MS;
-    if (type == QUICKER) {
+    if (factsOf(type).flushesBlocks) {
         HeapBytes block = uninitialisedBytes(FLUSH_BLOCK_LENGTH);
         while (block && parIn(block.get(), FLUSH_BLOCK_LENGTH))
             count += FLUSH_BLOCK_LENGTH;

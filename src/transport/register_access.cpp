@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
 #include "trace/trace.h"
-#include "transport/wire.h"
+#include "transport/control_requests.h"
+#include "transport/layout.h"
 
 #include <bit>
 
@@ -9,11 +10,7 @@ using namespace vornccd;
 
 namespace {
 
-constexpr uint8_t VENDOR_IN = 0xC0;
-constexpr uint8_t VENDOR_OUT = 0x40;
-constexpr uint8_t REGISTER_REQUEST = 127;
-constexpr unsigned CONTROL_TIMEOUT_MS = 3000;
-constexpr uint16_t REGISTER_LENGTH = 4;
+constexpr Field REGISTER_VALUE = le32At(0);
 
 /// One register over endpoint 0. Only the low 32 bits of the address travel.
 int transferRegister(libusb_device_handle* handle, uint8_t requestType, uint64_t address, uint8_t* bytes)
@@ -29,13 +26,13 @@ int transferRegister(libusb_device_handle* handle, uint8_t requestType, uint64_t
 uint32_t VornCameraImpl::readRegister(uint64_t address)
 {
     uint8_t bytes[REGISTER_LENGTH] = {};  // a short transfer reads as zeros
-    return transferRegister(handle, VENDOR_IN, address, bytes) < 0 ? 0 : getLe32(bytes, 0);
+    return transferRegister(handle, VENDOR_IN, address, bytes) < 0 ? 0 : unpack(bytes, REGISTER_VALUE);
 }
 
 void VornCameraImpl::writeRegister(uint64_t address, uint32_t value)
 {
     uint8_t bytes[REGISTER_LENGTH];
-    putLe32(bytes, 0, value);
+    pack(bytes, REGISTER_VALUE, value);
     (void)transferRegister(handle, VENDOR_OUT, address, bytes);  // deliberate: callers do not learn of a failure
 }
 

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: MIT
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
 #include "trace/trace.h"
+#include "transport/bulk.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+
+using namespace vornccd;
 
 namespace {
 
@@ -12,17 +15,17 @@ constexpr int64_t PACKET_LENGTH = 512;
 
 }  // namespace
 
-int64_t VornCameraImpl::chunkLimit() const
+int64_t vornccd::chunkLimit(const VornCameraImpl& camera)
 {
     constexpr int64_t LARGEST = std::numeric_limits<int>::max() / PACKET_LENGTH * PACKET_LENGTH;
-    return maxPacketSize < 1 ? PACKET_LENGTH : std::min<int64_t>(maxPacketSize, LARGEST);
+    return camera.maxPacketSize < 1 ? PACKET_LENGTH : std::min<int64_t>(camera.maxPacketSize, LARGEST);
 }
 
-bool VornCameraImpl::bulkReadOnce(unsigned endpoint, int length, uint8_t* buffer, int& transferred)
+bool vornccd::bulkReadOnce(VornCameraImpl& camera, unsigned endpoint, int length, uint8_t* buffer, int& transferred)
 {
     transferred = 0;
-    const int result =
-        libusb_bulk_transfer(handle, static_cast<unsigned char>(endpoint), buffer, length, &transferred, timeout);
+    const int result = libusb_bulk_transfer(camera.handle, static_cast<unsigned char>(endpoint), buffer, length,
+                                            &transferred, camera.timeout);
     if (result < 0)
         TRACE_DETAIL("%s    libusb_bulk_transfer -> %s\n", libusb_error_name(result));
     return result >= 0;
@@ -30,7 +33,7 @@ bool VornCameraImpl::bulkReadOnce(unsigned endpoint, int length, uint8_t* buffer
 
 bool VornCameraImpl::bulkRead(unsigned endpoint, unsigned length, uint8_t* buffer)
 {
-    const int64_t limit = chunkLimit();
+    const int64_t limit = chunkLimit(*this);
     int64_t remaining = length;
     uint8_t* cursor = buffer;
     if (handle == nullptr)
@@ -38,7 +41,7 @@ bool VornCameraImpl::bulkRead(unsigned endpoint, unsigned length, uint8_t* buffe
     // A short transfer is no error: the rest is asked for again. Only libusb can end this loop early.
     while (remaining > 0) {
         int transferred = 0;
-        if (!bulkReadOnce(endpoint, static_cast<int>(std::min(remaining, limit)), cursor, transferred))
+        if (!bulkReadOnce(*this, endpoint, static_cast<int>(std::min(remaining, limit)), cursor, transferred))
             return false;
         remaining -= transferred;
         cursor += transferred;
@@ -77,7 +80,7 @@ void VornCameraImpl::lock()
 void VornCameraImpl::unlock()
 {
     TRACE_DETAIL("%s    unlock()\n");
-    // Releasing a mutex that nobody holds is undefined; some callers release without having taken, so the flag decides.
+    // The contract lets callers release what they have not taken.
     if (lockHeld.exchange(false))
         (void)pthread_mutex_unlock(&mutex);
 }

@@ -6,10 +6,14 @@
 
 namespace vornccd {
 
-// Waveform tables of the bridge's parallel interface, sent byte for byte. Bit 7 of the first byte tells the length.
+// Waveform tables of the bridge's parallel interface, sent byte for byte. Bit 7 of the first byte gives the length.
 // ParInitQFastData, the fifth, is exported.
 constexpr size_t WAVEFORM_LENGTH = 152;
 constexpr size_t WAVEFORM_LONG_LENGTH = 172;
+
+// Modes of parInit()
+constexpr unsigned WAVEFORM_MODE_1 = 1;
+constexpr unsigned WAVEFORM_MODE_9 = 9;
 
 extern const uint8_t GpifMode1[WAVEFORM_LONG_LENGTH];
 extern const uint8_t GpifMode9[WAVEFORM_LENGTH];         // STANDARD

@@ -8,7 +8,7 @@
 #include <thread>
 #include <utility>
 
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
 
 namespace vorntest {
 

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "lifecycle/camera_impl.h"
+#include "camera_impl.h"
 #include "script.h"
 
 /// One operation as a value for tables: CALL(setFilter(3)).

@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "camera_impl.h"
 #include "device/families/camera_catalogue.h"
-#include "lifecycle/camera_impl.h"
 #include "simulated.h"
 
 namespace vorntest {

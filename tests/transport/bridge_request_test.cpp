@@ -5,6 +5,7 @@
 
 #include "family_steps.h"
 #include "opened_camera.h"
+#include "transport/layout.h"
 #include "transport/wire.h"
 
 namespace {
@@ -171,6 +172,32 @@ TEST(BridgeDeathTest, PrimitivesOfOtherFamiliesEndTheProcess)
                     "Assertion failed \\(vornccdusb, " + std::to_string(row.line) + "\\)");
     }
 }
+
+// A field is read and written at its place, in its width and order, and nothing beside it; outside the bytes it is 0.
+static_assert([] {
+    using namespace vornccd;
+    const uint8_t bytes[] = {0x01, 0x82, 0x03, 0x84, 0x05};
+    const bool reads = unpack(bytes, byteAt(1)) == 0x82 && unpack(bytes, le16At(1)) == 0x0382 &&
+                       unpack(bytes, be16At(1)) == 0x8203 && unpack(bytes, le32At(1)) == 0x05840382 &&
+                       unpack(bytes, be16At(3)) == 0x8405 && unpack(bytes, be16At(4)) == 0;
+    uint8_t written[7] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
+    pack(written, byteAt(0), 0x1FF);
+    pack(written, be16At(1), 0x54321);
+    pack(written, le16At(3), 0x98765);
+    pack(written, le32At(4), 1);  // does not fit
+    const uint8_t expected[] = {0xFF, 0x43, 0x21, 0x65, 0x87, 0xEE, 0xEE};
+    for (size_t i = 0; i < sizeof expected; i++) {
+        if (written[i] != expected[i])
+            return false;
+    }
+    return reads;
+}());
+
+// A layout's fields follow one another and fill its bytes.
+static_assert(vornccd::covers({vornccd::byteAt(0), vornccd::be16At(1)}, 3));
+static_assert(!vornccd::covers({vornccd::byteAt(0), vornccd::be16At(1)}, 4));
+static_assert(!vornccd::covers({vornccd::byteAt(0), vornccd::be16At(2)}, 4));
+static_assert(!vornccd::covers({vornccd::byteAt(0), vornccd::be16At(0)}, 2));
 
 // Past the end of a reply there are zeros; a constant expression may not even look there.
 static_assert([] {

@@ -1,5 +1,10 @@
 // SPDX-License-Identifier: MIT
+/// @file camera_impl.h
+/// What hosts and the rooms of the library know of a camera: operations, named primitives, fields. Helpers belong to
+/// the files that use them.
 #pragma once
+
+#include "readout_region.h"
 
 #include "vornccd.h"
 
@@ -8,24 +13,6 @@
 
 #include <atomic>
 #include <cstdint>
-
-/// Keeps a member of the exported class inside the library.
-#define VORNCCD_LOCAL __attribute__((visibility("hidden")))
-
-namespace vornccd {
-struct StreamDescription;
-struct FilterStatus;
-}  // namespace vornccd
-
-/// Region and binning of the last readCCD(), in sensor pixels.
-struct ReadoutRegion {
-    uint32_t x = 0;
-    uint32_t y = 0;
-    uint32_t width = 0;
-    uint32_t height = 0;
-    uint32_t binX = 0;
-    uint32_t binY = 0;
-};
 
 /// The one implementation of VornCamera, for all five families.
 class VORNCCD_API VornCameraImpl : public VornCamera {
@@ -227,119 +214,7 @@ public:
     std::atomic<const char*> lastError{"No error"};  ///< always a literal
 
 private:
-    /// How one attempt to open ended.
-    enum class OpenOutcome { OPENED, FAILED, RETRY };
-
-    /// How asking for the gain record ended.
-    enum class GainPoll { ANSWERED, FAILED, NO_RESPONSE };
-
-    // transport/usb_transport.cpp
-    /// Largest chunk of one libusb call. A host may have set anything: below one byte one packet is asked for, and what
-    /// does not fit libusb's signed length is cut to whole packets.
-    VORNCCD_LOCAL int64_t chunkLimit() const;
-    /// One libusb call on the open camera, which may bring less than @p length bytes. @p transferred is set also after
-    /// a failure.
-    VORNCCD_LOCAL bool bulkReadOnce(unsigned endpoint, int length, uint8_t* buffer, int& transferred);
-
-    // lifecycle/open.cpp
-    VORNCCD_LOCAL OpenOutcome openOnce();
-    VORNCCD_LOCAL bool claimInterface();
-    VORNCCD_LOCAL bool bringUpBridge(bool ok);
-    VORNCCD_LOCAL bool readProductId(uint32_t* productId);
-    VORNCCD_LOCAL OpenOutcome failOpen();
-
-    // lifecycle/identify_<family>.cpp: each gets the running success flag and returns it
-    VORNCCD_LOCAL bool identifyStandard(bool ok, uint32_t productId);
-    VORNCCD_LOCAL bool identifyAdvanced(bool ok);
-    VORNCCD_LOCAL bool identifyQuicker(bool ok);
-    VORNCCD_LOCAL bool identifyIidc(bool ok);
-    VORNCCD_LOCAL bool identifyClassic(bool ok);
-    VORNCCD_LOCAL bool connectClassic(bool ok);
-
-    // lifecycle/identify_common.cpp
-    VORNCCD_LOCAL bool readDescriptionStream(bool ok, vornccd::StreamDescription& description);
-    VORNCCD_LOCAL void storeStreamDescription(const vornccd::StreamDescription& description);
-    VORNCCD_LOCAL void traceStreamDescription(const vornccd::StreamDescription& description);
-    VORNCCD_LOCAL bool identifyEquipment(bool ok, size_t maxPowerOffset, size_t minPowerOffset);
-    VORNCCD_LOCAL bool learnTempSensorType(bool ok);
-    VORNCCD_LOCAL void storeCooler(unsigned capabilities, uint32_t maxPower, uint32_t minPower);
-    VORNCCD_LOCAL bool readSerialNumber();
-    VORNCCD_LOCAL bool setLineDirections();
-    VORNCCD_LOCAL bool waitForFilterWheel(bool ok);
-
-    // transport/bridge_request.cpp, command_protocol.cpp, liveness.cpp
-    VORNCCD_LOCAL bool sendStandard(unsigned cmd, const uint8_t* payload, uint8_t* reply, unsigned payloadLength,
-                                    unsigned replyLength);
-    VORNCCD_LOCAL bool sendClassic(unsigned cmd, const uint8_t* payload, uint8_t* reply, unsigned payloadLength,
-                                   unsigned replyLength);
-    VORNCCD_LOCAL bool sendAdvanced(unsigned cmd, const uint8_t* payload, uint8_t* reply, unsigned payloadLength,
-                                    unsigned replyLength);
-    VORNCCD_LOCAL bool pingQuicker();
-    VORNCCD_LOCAL bool pingAdvanced();
-    VORNCCD_LOCAL bool pingCounting(unsigned cmd, unsigned tries, long pauseUs, unsigned increment);
-
-    // exposure/exposure_control.cpp
-    VORNCCD_LOCAL bool startQuicker();
-    VORNCCD_LOCAL bool startStandard();
-    VORNCCD_LOCAL bool startAdvanced();
-    VORNCCD_LOCAL bool prepareAndStart();
-
-    // exposure/readout.cpp
-    VORNCCD_LOCAL bool regionIsValid(const ReadoutRegion& region) const;
-    VORNCCD_LOCAL bool beginReadout(const ReadoutRegion& region, bool longExposure);
-    VORNCCD_LOCAL void raiseParTimeout();
-    VORNCCD_LOCAL bool finishReadout(bool ok);
-    VORNCCD_LOCAL void writeQuickerBinning(const ReadoutRegion& region);
-    VORNCCD_LOCAL bool endLongExposureQuicker(const ReadoutRegion& region);
-    VORNCCD_LOCAL bool endLongExposureStandard(const ReadoutRegion& region);
-    VORNCCD_LOCAL bool endLongExposureClassic(const ReadoutRegion& region);
-    VORNCCD_LOCAL bool endLongExposureAdvanced(const ReadoutRegion& region);
-    VORNCCD_LOCAL bool exposeShortQuicker(const ReadoutRegion& region, double seconds);
-    VORNCCD_LOCAL bool exposeShortStandard(const ReadoutRegion& region, double seconds);
-    VORNCCD_LOCAL bool exposeShortClassic(const ReadoutRegion& region, double seconds);
-    VORNCCD_LOCAL bool exposeShortAdvanced(const ReadoutRegion& region, double seconds);
-    VORNCCD_LOCAL bool sendReadout(const uint8_t* payload, unsigned length);
-
-    // exposure/readout_iidc.cpp
-    VORNCCD_LOCAL const char* refusalIidc(const ReadoutRegion& region, double seconds) const;
-    VORNCCD_LOCAL bool exposeShortIidc(const ReadoutRegion& region, double seconds);
-    VORNCCD_LOCAL void traceIidcReadBack();
-
-    // exposure/image_transfer.cpp
-    VORNCCD_LOCAL bool transferPlain(uint16_t* buffer, uint64_t length);
-    VORNCCD_LOCAL bool transferWords(uint16_t* buffer, uint32_t pixels);
-    VORNCCD_LOCAL bool transferAdvanced(uint16_t* buffer, uint32_t pixels);
-    VORNCCD_LOCAL bool transferQuicker(uint16_t* buffer);
-    VORNCCD_LOCAL bool transferIidc(uint16_t* buffer);
-
-    // accessories
-    VORNCCD_LOCAL bool readTemperature(unsigned sensor, float* currentTemp);
-    VORNCCD_LOCAL bool readCoolingStatus(COOLING_STATE* state, float* targetTemp, float* power);
-    VORNCCD_LOCAL bool sendCoolingTarget(float targetTemp);
-    VORNCCD_LOCAL bool readFilterStatus(vornccd::FilterStatus& status);
-    VORNCCD_LOCAL bool moveFilterWheel(unsigned index);
-    VORNCCD_LOCAL bool switchGuideRelays(unsigned relayMask);
-    VORNCCD_LOCAL bool sendGpioMask(unsigned cmd, unsigned mask);
-    VORNCCD_LOCAL GainPoll pollGainRecord(uint8_t* record);
-    VORNCCD_LOCAL GainPoll pollStableGainRecord(uint8_t* record);
-    VORNCCD_LOCAL bool failGainPoll();
-
-    /// True while somebody holds the mutex: makes a release that nobody has a right to harmless.
+    /// True while somebody holds the mutex: releasing one that nobody holds is undefined, and some callers release
+    /// without having taken it.
     std::atomic<bool> lockHeld{false};
 };
-
-namespace vornccd {
-
-/// Holds a camera's lock for a scope.
-class DeviceLock {
-public:
-    explicit DeviceLock(VornCameraImpl& camera) : camera_(camera) { camera_.lock(); }
-    ~DeviceLock() { camera_.unlock(); }
-    DeviceLock(const DeviceLock&) = delete;
-    DeviceLock& operator=(const DeviceLock&) = delete;
-
-private:
-    VornCameraImpl& camera_;
-};
-
-}  // namespace vornccd
