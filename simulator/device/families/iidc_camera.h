@@ -4,6 +4,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -47,7 +48,7 @@ private:
 
     enum class Capture { IDLE, EXPOSING, SENDING };
 
-    bool readRegister(uint16_t offset, uint32_t& value);
+    std::optional<uint32_t> readRegister(uint16_t offset);
     bool writeRegister(uint16_t offset, uint32_t value);
     void writeFeatureValue(Feature& feature, float value);
     void setFrameRate(float wanted);

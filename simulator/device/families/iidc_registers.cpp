@@ -109,67 +109,51 @@ ControlResult IidcCamera::vendorRequest(const SetupPacket& setup, std::span<uint
     }
     if (clock_.nowUs() < readyAtUs_)
         log_.complain("register " + hex(setup.value) + " accessed while the camera initialises itself");
-    uint32_t value = 0;
-    if (!reading) {
-        value = readLe32(data, 0);
-        return writeRegister(setup.value, value) ? ControlResult{TransferStatus::OK, REGISTER_LENGTH} : REFUSED;
-    }
-    if (!readRegister(setup.value, value))
+    if (!reading)
+        return writeRegister(setup.value, readLe32(data, 0)) ? ControlResult{TransferStatus::OK, REGISTER_LENGTH}
+                                                             : REFUSED;
+    const std::optional<uint32_t> value = readRegister(setup.value);
+    if (!value)
         return REFUSED;
-    for (size_t i = 0; i < REGISTER_LENGTH; ++i)
-        data[i] = static_cast<uint8_t>(value >> (8 * i));
+    writeLe16(data, 0, *value & 0xFFFF);
+    writeLe16(data, 2, *value >> 16);
     return {TransferStatus::OK, REGISTER_LENGTH};
 }
 
-bool IidcCamera::readRegister(uint16_t offset, uint32_t& value)
+std::optional<uint32_t> IidcCamera::readRegister(uint16_t offset)
 {
     for (const Feature& feature : features_) {
-        if (offset == feature.control) {
-            value = feature.word;
-            return true;
-        }
+        if (offset == feature.control)
+            return feature.word;
         const float absolute[3] = {feature.minimum, feature.maximum, feature.value};
-        if (offset >= feature.absolute && offset < feature.absolute + sizeof absolute) {
-            value = std::bit_cast<uint32_t>(absolute[(offset - feature.absolute) / REGISTER_LENGTH]);
-            return true;
-        }
+        if (offset >= feature.absolute && offset < feature.absolute + sizeof absolute)
+            return std::bit_cast<uint32_t>(absolute[(offset - feature.absolute) / REGISTER_LENGTH]);
     }
     switch (offset) {
         case REG_INITIALISE:
-            value = 0;
-            break;
+            return 0;
         case REG_MODE:
-            value = mode_ << SELECTOR_SHIFT;
-            break;
+            return mode_ << SELECTOR_SHIFT;
         case REG_FORMAT:
-            value = format_ << SELECTOR_SHIFT;
-            break;
+            return format_ << SELECTOR_SHIFT;
         case REG_ONE_SHOT:
-            value = capture_ == Capture::EXPOSING && clock_.nowUs() < exposedAtUs_ ? TOP_BIT : 0;
-            break;
+            return capture_ == Capture::EXPOSING && clock_.nowUs() < exposedAtUs_ ? TOP_BIT : 0;
         case REG_ERROR:
-            value = videoModeSupported() ? 0 : TOP_BIT;
-            break;
+            return videoModeSupported() ? 0 : TOP_BIT;
         case REG_TEMPERATURE:
-            value = FEATURE_PRESENT | static_cast<uint32_t>(std::lround((celsius() + ZERO_CELSIUS_K) * 10.0));
-            break;
+            return FEATURE_PRESENT | static_cast<uint32_t>(std::lround((celsius() + ZERO_CELSIUS_K) * 10.0));
         case REG_UP_TIME:
-            value = UP_TIME_RUNNING | static_cast<uint32_t>((clock_.nowUs() - poweredAtUs_) / 1000000);
-            break;
+            return UP_TIME_RUNNING | static_cast<uint32_t>((clock_.nowUs() - poweredAtUs_) / 1000000);
         case REG_SERIAL:
-            value = serialNumber_;
-            break;
+            return serialNumber_;
         case REG_BOARD:
-            value = BOARD_WORD;
-            break;
+            return BOARD_WORD;
         case REG_VERSION:
-            value = VERSION_WORD;
-            break;
+            return VERSION_WORD;
         default:
             log_.complain("read of unknown register " + hex(offset));
-            return false;
+            return std::nullopt;
     }
-    return true;
 }
 
 bool IidcCamera::writeRegister(uint16_t offset, uint32_t value)
