@@ -45,8 +45,9 @@ struct Command {
     Handler serve;
 };
 
-/// A camera whose controller takes commands. The families differ in how commands and answers travel and in how numbers
-/// are written; what most of them understand is served here.
+/// A camera whose controller takes commands. Codes and lengths stand here from the device's side of the wire; that they
+/// stand in the library as well is on purpose, so that one misunderstanding cannot hide in both. The families differ in
+/// how commands and answers travel and in how numbers are written; what most of them understand is served here.
 class CommandCamera : public BridgedCamera {
 protected:
     static constexpr uint8_t START_APPLICATION = 44;
