@@ -44,7 +44,7 @@ cairo_status_t append(void* bytes, const unsigned char* data, unsigned int lengt
     return CAIRO_STATUS_SUCCESS;
 }
 
-enum class Align { LEFT, CENTRE, RIGHT };
+enum class Align { START, MIDDLE, END };
 
 /// A drawing in the making; cairo keeps its first failure to the end.
 class Drawing {
@@ -88,8 +88,8 @@ public:
         cairo_set_font_size(cairo_.get(), size);
         cairo_text_extents(cairo_.get(), letters.c_str(), &extents);
         cairo_font_extents(cairo_.get(), &font);
-        if (align != Align::LEFT)
-            x -= extents.x_advance * (align == Align::RIGHT ? 1.0 : 0.5);
+        if (align != Align::START)
+            x -= extents.x_advance * (align == Align::END ? 1.0 : 0.5);
         colour(INK);
         cairo_move_to(cairo_.get(), x, y + (font.ascent - font.descent) / 2.0);
         cairo_show_text(cairo_.get(), letters.c_str());
@@ -213,20 +213,20 @@ void drawScales(Drawing& drawing, const CoolingCurve& curve, const Axis& time, c
     for (int i = 0; i <= celsius.stepCount(); ++i) {
         const double y = row(celsius.part(celsius.at(i)));
         drawing.line(LEFT, y, RIGHT, y, GRID, 1.0);
-        drawing.text(LEFT - 8.0, y, label(celsius.at(i), celsius.step), Align::RIGHT);
+        drawing.text(LEFT - 8.0, y, label(celsius.at(i), celsius.step), Align::END);
     }
     for (const auto& [seconds, text] : timeScale(curve.start, time.high)) {
         const double x = column(time.part(seconds));
         drawing.line(x, TOP, x, BOTTOM, GRID, 1.0);
-        drawing.text(x, BOTTOM + 14.0, text, Align::CENTRE);
+        drawing.text(x, BOTTOM + 14.0, text, Align::MIDDLE);
     }
     for (int percent = 0; percent <= 100; percent += 25)
-        drawing.text(RIGHT + 8.0, row(percent / 100.0), std::to_string(percent), Align::LEFT);
+        drawing.text(RIGHT + 8.0, row(percent / 100.0), std::to_string(percent), Align::START);
     drawing.line(LEFT, TOP, LEFT, BOTTOM, INK, 1.0);
     drawing.line(LEFT, BOTTOM, RIGHT, BOTTOM, INK, 1.0);
-    drawing.text(LEFT - 8.0, TOP - 18.0, "\u00b0C", Align::RIGHT);
-    drawing.text(RIGHT + 8.0, TOP - 18.0, "%", Align::LEFT);
-    drawing.text((LEFT + RIGHT) / 2.0, HEIGHT - 18.0, "time of day, UTC", Align::CENTRE);
+    drawing.text(LEFT - 8.0, TOP - 18.0, "\u00b0C", Align::END);
+    drawing.text(RIGHT + 8.0, TOP - 18.0, "%", Align::START);
+    drawing.text((LEFT + RIGHT) / 2.0, HEIGHT - 18.0, "time of day, UTC", Align::MIDDLE);
 }
 
 void drawTitleAndLegend(Drawing& drawing, const CoolingCurve& curve, double lastSeconds)
@@ -234,7 +234,7 @@ void drawTitleAndLegend(Drawing& drawing, const CoolingCurve& curve, double last
     constexpr size_t DATE_LENGTH = 10;
     const std::string first = fitsDate(curve.start).substr(0, DATE_LENGTH);
     const std::string last = fitsDate(later(curve.start, lastSeconds)).substr(0, DATE_LENGTH);
-    drawing.text(LEFT, 20.0, curve.camera + ", " + first + (first == last ? "" : " to " + last), Align::LEFT,
+    drawing.text(LEFT, 20.0, curve.camera + ", " + first + (first == last ? "" : " to " + last), Align::START,
                  TITLE_SIZE);
     constexpr double SAMPLE_LENGTH = 24.0;
     double x = LEFT;
@@ -244,7 +244,7 @@ void drawTitleAndLegend(Drawing& drawing, const CoolingCurve& curve, double last
         if (!drawn)
             continue;
         drawing.line(x, TOP - 18.0, x + SAMPLE_LENGTH, TOP - 18.0, series.colour, 3.0);
-        x = drawing.text(x + SAMPLE_LENGTH + 6.0, TOP - 18.0, series.name, Align::LEFT) + 20.0;
+        x = drawing.text(x + SAMPLE_LENGTH + 6.0, TOP - 18.0, series.name, Align::START) + 20.0;
     }
 }
 
