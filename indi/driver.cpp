@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <cstdlib>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -54,12 +55,11 @@ public:
         (void)vorncapture::TraceCapture().finish();  // takes its place before there are other threads
         startEventQueue();
         addNewCameras();
-        running_ = true;
         addTimer(BUS_PERIOD_MS, watchBus, this);
     }
 
-    /// Runs whenever the process ends by itself: at the end of its input, and after a signal.
-    ~Driver()
+    /// Stops all cameras and ends the process.
+    [[noreturn]] void stop()
     {
         // Shared with threads that may come too late.
         struct Count {
@@ -120,17 +120,30 @@ private:
         if (device != nullptr)
             return;
         device = new VornCcd(names_, name, [this](const std::string& other) { add(other); });
-        if (running_)
-            device->ISGetProperties(nullptr);
+        device->ISGetProperties(nullptr);  // shows it to clients that have asked before
     }
 
     CameraNames names_;
     std::map<std::string, VornCcd*> devices_;  ///< never destroyed: threads of theirs may outlive all else
     std::string bus_;
-    bool running_ = false;  ///< whether clients may have asked for properties already
 };
 
-const Driver DRIVER;
+Driver* driver = nullptr;
+
+/// Runs whenever the process ends by itself: at the end of its input, and after a signal.
+void stopDriver()
+{
+    driver->stop();
+}
+
+void startDriver(void* /*unused*/)
+{
+    driver = new Driver;  // never destroyed: threads may outlive all else
+    (void)std::atexit(stopDriver);
+}
+
+// Before main() other parts of the program may not be ready; the event loop is the first to run after it has begun.
+[[maybe_unused]] const int STARTED = addTimer(0, startDriver, nullptr);
 
 }  // namespace
 }  // namespace vornindi

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstring>
@@ -270,6 +271,13 @@ void VornCcd::addFITSKeywords(INDI::CCDChip* chip)
     const auto has = [&cards](const char* key) {
         return std::any_of(cards.begin(), cards.end(), [key](const FitsCard& card) { return card.key == key; });
     };
+    for (const char* key : {"OBJECT", "OBSERVER"}) {
+        std::array<char, FLEN_VALUE> value{};
+        int absent = 0;
+        if (fits_read_key_str(file, key, value.data(), nullptr, &absent) == 0 &&
+            std::strcmp(value.data(), "Unknown") == 0)
+            fits_delete_key(file, key, &absent);
+    }
     for (const char* key : {"BAYERPAT", "XBAYROFF", "YBAYROFF", "DARKTIME", "CCD-TEMP"}) {
         int absent = 0;
         if (!has(key))

@@ -7,7 +7,7 @@ BUILD_PACKAGES="g++ cmake ninja-build pkg-config libusb-1.0-0-dev libcairo2-dev 
 
 # For the tests besides.
 TEST_PACKAGES="libgtest-dev libgmock-dev python3-minimal clang-14 llvm-14 libclang-rt-14-dev binutils fitsverify
-    abigail-tools appstream doxygen scdoc sdcc sdcc-ucsim"
+    abigail-tools appstream doxygen scdoc libindi-dev indi-bin python3 iproute2 sdcc sdcc-ucsim"
 
 # To drive the simulated cameras on a real kernel; without them that test is skipped.
 KERNEL_PACKAGES="qemu-system-x86 busybox-static cpio usbip libusbredirparser-dev"

@@ -3,6 +3,7 @@
 import base64
 import os
 import shutil
+import signal
 import socket
 import subprocess
 import tempfile
@@ -160,7 +161,7 @@ class Client:
 
     def disconnect(self, device):
         self.set(device, "CONNECTION", DISCONNECT="On")
-        self.wait(lambda: not self.has(device, "CCD_EXPOSURE"), f"{device} disconnected")
+        self.wait(lambda: not self.has(device, "CAMERA_INFO"), f"{device} disconnected")  # the last to go
 
     def expose(self, device, seconds):
         """@return the picture."""
@@ -171,6 +172,7 @@ class Client:
         return Fits(self.pictures[device][-1])
 
     def close(self):
+        self.socket.shutdown(socket.SHUT_RDWR)
         self.socket.close()
 
 
@@ -179,17 +181,18 @@ class Server:
 
     port = 17600
 
-    def __init__(self, bin_directory, *cameras, options=(), environment=None, keep=False):
+    def __init__(self, bin_directory, *cameras, options=(), environment=None, before=None, home=None):
         Server.port += 1
         self.port = Server.port
         self.bin = bin_directory
-        self.home = tempfile.mkdtemp(prefix="indi-")
+        self.home = home or tempfile.mkdtemp(prefix="indi-")
         self.log = os.path.join(self.home, "cameras.log")
         self.driver_log = os.path.join(self.home, "driver.log")
         server = ["indiserver", "-v", "-p", str(self.port), "-u", os.path.join(self.home, "socket"), "-r", "0", "-m",
                   "600", os.path.join(bin_directory, "indi_vorn_ccd")]
-        if keep:  # cameras outlast the server, as real ones do
-            server = ["sh", "-c", '"$@" & echo $! >"$HOME/server.pid"; wait; touch "$HOME/over"; sleep 5', "sh"] + server
+        # The cameras outlast the server, as real ones do.
+        server = ["sh", "-c", f'{before or ":"}; "$@" & echo $! >"$HOME/pid"; wait; touch "$HOME/over"; sleep 3', "sh"
+                  ] + server
         command = [os.path.join(bin_directory, "vornsim"), "run", "--log", self.log]
         for camera in cameras:
             command += ["--camera", camera]
@@ -228,10 +231,20 @@ class Server:
                 continue
         return None
 
+    def end_server(self):
+        """Ends the server alone. @return seconds until the driver is gone as well"""
+        pid = self.driver_pid()
+        with open(os.path.join(self.home, "pid"), encoding="ascii") as file:
+            os.kill(int(file.read()), signal.SIGTERM)
+        start = time.monotonic()
+        while os.path.exists(f"/proc/{pid}") and time.monotonic() < start + LIMIT:
+            time.sleep(0.01)
+        return time.monotonic() - start
+
     def stop(self):
-        """Ends the server. @return what the driver wrote"""
+        """Ends everything. @return what the driver wrote"""
         if self.process.poll() is None:
-            self.process.terminate()
+            os.killpg(self.process.pid, signal.SIGTERM)
         self.process.wait(20)
         text = self.driver_text()
         shutil.rmtree(self.home, ignore_errors=True)
