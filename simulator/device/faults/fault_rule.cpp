@@ -154,7 +154,7 @@ constexpr std::array<Field, 12> FIELDS = {{
 
 std::string quoted(std::string_view text)
 {
-    return "\"" + std::string(text) + "\"";
+    return std::string(1, '"').append(text) + '"';
 }
 
 std::string unknownField(std::string_view name)
