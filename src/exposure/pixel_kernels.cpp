@@ -19,7 +19,7 @@ struct RowPart {
 };
 
 // The frame is one run of samples to the rows of a window: a row that starts beyond the frame's right edge goes on in
-// the next row, and only what lies behind the last sample is cut.
+// the next row, and only what lies after the last sample is cut.
 RowPart rowPart(const FrameWindow& window, uint64_t row)
 {
     const uint64_t total = window.frameWidth * window.frameHeight;

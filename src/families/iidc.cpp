@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// IIDC cameras: no bridge and no commands, but registers behind control transfers. A register transfer that fails is
-// not noticed; the frame arrives on an endpoint of its own when the camera has it.
+// IIDC cameras: no bridge and no commands, but registers that control transfers read and write. A register transfer
+// that fails is not noticed; the frame arrives on an endpoint of its own when the camera has it.
 #include "exposure/image_transfer.h"
 #include "exposure/stopwatch.h"
 #include "family.h"

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "lifecycle/description.h"
 
+#include "transport/layout.h"
 #include "transport/wire.h"
+
+#include <algorithm>
 
 namespace vornccd {
 
@@ -19,41 +22,52 @@ void takeString(std::array<char, N>& text, Next next)
     }
 }
 
+/// The bits of a signed number of type T as those of a 32-bit one.
+template <typename T>
+constexpr uint32_t signExtended(uint32_t bits)
+{
+    return static_cast<uint32_t>(static_cast<T>(bits));
+}
+
+constexpr uint32_t PRECHARGE_STEP = 32;
+
 }  // namespace
 
 AdvancedDescription decodeAdvancedDescription(std::span<const uint8_t> bytes)
 {
-    ByteReader reader(bytes);
     AdvancedDescription description;
-    (void)reader.u8();
-    description.versionMinor = reader.u8();
-    (void)reader.u8();
-    description.versionMajor = reader.u8();
+    description.versionMajor = unpack(bytes, ADVANCED_VERSION_MAJOR);
+    description.versionMinor = unpack(bytes, ADVANCED_VERSION_MINOR);
+    ByteReader reader(bytes.subspan(std::min(ADVANCED_STRINGS, bytes.size())));
     const auto lowByte = [&reader] { return reader.be16() & 0xFF; };
     takeString(description.model, lowByte);
     takeString(description.manufacturer, lowByte);
-    for (unsigned StreamDescription::*item : DESCRIPTION_ITEMS)
-        description.items.*item = reader.be16();
+    size_t offset = 0;
+    for (unsigned StreamDescription::*item : DESCRIPTION_ITEMS) {
+        description.items.*item = unpack(reader.rest(), be16At(offset));
+        offset += sizeof(uint16_t);
+    }
     return description;
 }
 
 QuickerDescription decodeQuickerDescription(std::span<const uint8_t> bytes)
 {
-    ByteReader reader(bytes);
     QuickerDescription description;
-    description.versionMinor = reader.u8();
-    description.versionMajor = reader.u8();
+    description.versionMinor = unpack(bytes, QUICKER_VERSION_MINOR);
+    description.versionMajor = unpack(bytes, QUICKER_VERSION_MAJOR);
+    ByteReader reader(bytes.subspan(std::min(QUICKER_STRINGS, bytes.size())));
     const auto character = [&reader] { return reader.u8(); };
     takeString(description.model, character);
     takeString(description.manufacturer, character);
-    description.flags = reader.u8();
-    description.pixelCountX = static_cast<uint32_t>(static_cast<int16_t>(reader.le16()));
-    description.pixelCountY = static_cast<uint32_t>(static_cast<int16_t>(reader.le16()));
-    description.pixelWidth = reader.u8();
-    description.pixelHeight = reader.u8();
-    description.maxBinX = reader.u8();
-    description.maxBinY = reader.u8();
-    description.prechargeOffset = static_cast<uint32_t>(static_cast<int8_t>(reader.u8()) * 32);
+    const std::span<const uint8_t> items = reader.rest();
+    description.flags = unpack(items, QUICKER_FLAGS);
+    description.pixelCountX = signExtended<int16_t>(unpack(items, QUICKER_PIXEL_COUNT_X));
+    description.pixelCountY = signExtended<int16_t>(unpack(items, QUICKER_PIXEL_COUNT_Y));
+    description.pixelWidth = unpack(items, QUICKER_PIXEL_WIDTH);
+    description.pixelHeight = unpack(items, QUICKER_PIXEL_HEIGHT);
+    description.maxBinX = unpack(items, QUICKER_MAX_BIN_X);
+    description.maxBinY = unpack(items, QUICKER_MAX_BIN_Y);
+    description.prechargeOffset = signExtended<int8_t>(unpack(items, QUICKER_PRECHARGE_CODE)) * PRECHARGE_STEP;
     return description;
 }
 

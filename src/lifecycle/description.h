@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 /// @file description.h
-/// What cameras say about themselves: decoders from bytes to values. Nothing here touches a camera.
+/// Descriptions that cameras send of themselves: decoders from bytes to values. Nothing here touches a camera.
 #pragma once
+
+#include "transport/layout.h"
 
 #include "vornccd.h"
 
@@ -58,42 +60,60 @@ inline constexpr unsigned StreamDescription::*DESCRIPTION_ITEMS[] = {
     &StreamDescription::pixelWidth, &StreamDescription::pixelHeight, &StreamDescription::maxBinX,
     &StreamDescription::maxBinY,    &StreamDescription::wellCapacity};
 
-constexpr size_t ADVANCED_DESCRIPTION_LENGTH = 128;
 constexpr size_t ADVANCED_STRING_MAX = 80;
+
+// Where an ADVANCED description begins: the version, then model and manufacturer, one character a 16-bit unit, in its
+// second byte, each ended by a unit whose second byte is 0. DESCRIPTION_ITEMS follow, big-endian.
+constexpr Field ADVANCED_VERSION_MINOR = byteAt(1);
+constexpr Field ADVANCED_VERSION_MAJOR = byteAt(3);
+constexpr size_t ADVANCED_STRINGS = 4;
 
 /// Description of an ADVANCED camera. Fields beyond the end of the reply are 0, strings are always terminated.
 struct AdvancedDescription {
-    uint8_t versionMajor = 0;
-    uint8_t versionMinor = 0;
+    uint32_t versionMajor = 0;
+    uint32_t versionMinor = 0;
     std::array<char, ADVANCED_STRING_MAX + 1> model = {};
     std::array<char, ADVANCED_STRING_MAX + 1> manufacturer = {};
     StreamDescription items;
 };
 
-/// 0 -, 1 version minor, 2 -, 3 version major, 4 model and manufacturer (one character a 16-bit unit, in its second
-/// byte, ended by a unit whose second byte is 0), then eight 16-bit words, big-endian.
 AdvancedDescription decodeAdvancedDescription(std::span<const uint8_t> bytes);
 
 constexpr size_t QUICKER_DESCRIPTION_LENGTH = 64;
 
+// Where a QUICKER description begins: the version, then model and manufacturer, each ended by a zero.
+constexpr Field QUICKER_VERSION_MINOR = byteAt(0);
+constexpr Field QUICKER_VERSION_MAJOR = byteAt(1);
+constexpr size_t QUICKER_STRINGS = 2;
+// What follows the texts
+constexpr Field QUICKER_FLAGS = byteAt(0);
+constexpr Field QUICKER_PIXEL_COUNT_X = le16At(1);  // signed
+constexpr Field QUICKER_PIXEL_COUNT_Y = le16At(3);  // signed
+constexpr Field QUICKER_PIXEL_WIDTH = byteAt(5);
+constexpr Field QUICKER_PIXEL_HEIGHT = byteAt(6);
+constexpr Field QUICKER_MAX_BIN_X = byteAt(7);
+constexpr Field QUICKER_MAX_BIN_Y = byteAt(8);
+constexpr Field QUICKER_PRECHARGE_CODE = byteAt(9);  // signed
+static_assert(covers({QUICKER_FLAGS, QUICKER_PIXEL_COUNT_X, QUICKER_PIXEL_COUNT_Y, QUICKER_PIXEL_WIDTH,
+                      QUICKER_PIXEL_HEIGHT, QUICKER_MAX_BIN_X, QUICKER_MAX_BIN_Y, QUICKER_PRECHARGE_CODE},
+                     10));
+
 /// Description of a QUICKER camera. Fields beyond the end are 0, strings are always terminated.
 struct QuickerDescription {
-    uint8_t versionMajor = 0;
-    uint8_t versionMinor = 0;
+    uint32_t versionMajor = 0;
+    uint32_t versionMinor = 0;
     std::array<char, QUICKER_DESCRIPTION_LENGTH + 1> model = {};
     std::array<char, QUICKER_DESCRIPTION_LENGTH + 1> manufacturer = {};
-    uint8_t flags = 0;
+    uint32_t flags = 0;
     uint32_t pixelCountX = 0;  ///< sign-extended from 16 bits
     uint32_t pixelCountY = 0;
-    uint8_t pixelWidth = 0;   ///< tenths of a micrometre
-    uint8_t pixelHeight = 0;  ///< tenths of a micrometre
-    uint8_t maxBinX = 0;
-    uint8_t maxBinY = 0;
+    uint32_t pixelWidth = 0;   ///< tenths of a micrometre
+    uint32_t pixelHeight = 0;  ///< tenths of a micrometre
+    uint32_t maxBinX = 0;
+    uint32_t maxBinY = 0;
     uint32_t prechargeOffset = 0;  ///< 32 times the sign-extended code
 };
 
-/// 0 version minor, 1 version major, 2 model and manufacturer (NUL-terminated), then flags (1), pixel counts (2 + 2,
-/// little-endian), pixel sizes (1 + 1), binning (1 + 1), precharge offset code (1).
 QuickerDescription decodeQuickerDescription(std::span<const uint8_t> bytes);
 
 /// Cooler kind of a capability word, and its name for the trace; the first bit set of 0x10, 0x08, 0x04, 0x01 decides.

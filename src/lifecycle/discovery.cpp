@@ -21,6 +21,32 @@ const CameraModel& findModel(uint16_t productId)
     return *model;
 }
 
+/// @return whether there is a libusb context; the next call tries again after a failure.
+bool haveContext()
+{
+    if (context != nullptr)
+        return true;
+    const int result = libusb_init(&context);
+    if (result >= 0)
+        return true;
+    context = nullptr;
+    TRACE_DETAIL("%s    libusb_init -> %s\n", libusb_error_name(result));
+    return false;
+}
+
+/// @return a new camera object, or null when @p device is no camera of ours or there is no memory for it.
+VornCamera* cameraOn(libusb_device* device)
+{
+    libusb_device_descriptor descriptor = {};
+    if (libusb_get_device_descriptor(device, &descriptor) < 0)
+        return nullptr;
+    const CameraModel& model = findModel(descriptor.idProduct);
+    if (model.type == 0)
+        return nullptr;
+    TRACE_DETAIL("%s    '%s' [0x%x, 0x%x] found...\n", model.name, descriptor.idVendor, descriptor.idProduct);
+    return new (std::nothrow) VornCameraImpl(device, model.name, static_cast<CAMERA_TYPE>(model.type));
+}
+
 }  // namespace
 
 VornCamera::~VornCamera() = default;
@@ -30,14 +56,9 @@ int VornCamera::list(VornCamera** cameras, int max)
     if (max < 1)
         assertionFailed("Assertion \"max>0\" failed (%s, %d)\n", 283);
     TRACE_ENTER("%s-> VornCamera::list(...)\n");
-    if (context == nullptr) {
-        const int result = libusb_init(&context);
-        if (result < 0) {
-            context = nullptr;  // the next call tries again
-            TRACE_DETAIL("%s    libusb_init -> %s\n", libusb_error_name(result));
-            TRACE_EXIT("%s<- VornCamera::list 00\n");
-            return 0;
-        }
+    if (!haveContext()) {
+        TRACE_EXIT("%s<- VornCamera::list 00\n");
+        return 0;
     }
     // deliberate: the list is never freed, nor are the references taken below ever dropped; a host's cameras stay
     // valid whatever it does.
@@ -50,14 +71,7 @@ int VornCamera::list(VornCamera** cameras, int max)
     }
     int count = 0;
     for (ssize_t i = 0; i < deviceCount && count < max; ++i) {
-        libusb_device_descriptor descriptor = {};
-        if (libusb_get_device_descriptor(devices[i], &descriptor) < 0)
-            continue;
-        const CameraModel& model = findModel(descriptor.idProduct);
-        if (model.type == 0)
-            continue;
-        TRACE_DETAIL("%s    '%s' [0x%x, 0x%x] found...\n", model.name, descriptor.idVendor, descriptor.idProduct);
-        auto* camera = new (std::nothrow) VornCameraImpl(devices[i], model.name, static_cast<CAMERA_TYPE>(model.type));
+        VornCamera* camera = cameraOn(devices[i]);
         if (camera == nullptr)
             continue;
         cameras[count++] = camera;

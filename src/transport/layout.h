@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// @file layout.h
 /// Fixed layouts as tables: a named field a number, with its place, width and byte order. Packers and decoders use the
-/// fields, and whoever reads a conversation finds each byte in them.
+/// fields, and a reader of a conversation finds each byte there.
 #pragma once
 
 #include "family_facts.h"
@@ -37,15 +37,13 @@ constexpr Field le32At(size_t offset)
     return {offset, 4, ByteOrder::LITTLE};
 }
 
-/// The number in @p field of @p bytes; 0 when the field does not fit.
+/// The number in @p field of @p bytes. Bytes past the end read as 0, so that a truncated reply can do no harm.
 constexpr uint32_t unpack(std::span<const uint8_t> bytes, const Field& field)
 {
-    if (field.offset + field.width > bytes.size())
-        return 0;
     uint32_t value = 0;
     for (size_t i = 0; i < field.width; ++i) {
-        const size_t fromHigh = field.order == ByteOrder::BIG ? i : field.width - 1 - i;
-        value = value << 8 | bytes[field.offset + fromHigh];
+        const size_t position = field.offset + (field.order == ByteOrder::BIG ? i : field.width - 1 - i);
+        value = value << 8 | (position < bytes.size() ? bytes[position] : 0U);
     }
     return value;
 }

@@ -26,16 +26,14 @@ public:
     explicit constexpr ByteReader(std::span<const uint8_t> bytes) : bytes_(bytes) {}
 
     constexpr uint8_t u8() { return position_ < bytes_.size() ? bytes_[position_++] : uint8_t{0}; }
-    constexpr uint16_t le16()
-    {
-        const uint8_t low = u8();
-        return static_cast<uint16_t>(low | u8() << 8);
-    }
     constexpr uint16_t be16()
     {
         const uint8_t high = u8();
         return static_cast<uint16_t>(high << 8 | u8());
     }
+
+    /// What has not been read.
+    constexpr std::span<const uint8_t> rest() const { return bytes_.subspan(position_); }
 
 private:
     std::span<const uint8_t> bytes_;

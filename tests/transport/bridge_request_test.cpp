@@ -173,13 +173,14 @@ TEST(BridgeDeathTest, PrimitivesOfOtherFamiliesEndTheProcess)
     }
 }
 
-// A field is read and written at its place, in its width and order, and nothing beside it; outside the bytes it is 0.
+// A field is read and written at its place, in its width and order, and nothing beside it; past the end there are
+// zeros.
 static_assert([] {
     using namespace vornccd;
     const uint8_t bytes[] = {0x01, 0x82, 0x03, 0x84, 0x05};
     const bool reads = unpack(bytes, byteAt(1)) == 0x82 && unpack(bytes, le16At(1)) == 0x0382 &&
                        unpack(bytes, be16At(1)) == 0x8203 && unpack(bytes, le32At(1)) == 0x05840382 &&
-                       unpack(bytes, be16At(3)) == 0x8405 && unpack(bytes, be16At(4)) == 0;
+                       unpack(bytes, be16At(3)) == 0x8405 && unpack(bytes, be16At(4)) == 0x0500;
     uint8_t written[7] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
     pack(written, byteAt(0), 0x1FF);
     pack(written, be16At(1), 0x54321);
@@ -203,7 +204,8 @@ static_assert(!vornccd::covers({vornccd::byteAt(0), vornccd::be16At(0)}, 2));
 static_assert([] {
     const uint8_t bytes[] = {1, 0x80, 0xFF};
     vornccd::ByteReader reader(bytes);
-    return reader.be16() == 0x0180 && reader.le16() == 0xFF;
+    const bool reads = reader.be16() == 0x0180 && reader.rest().size() == 1 && reader.be16() == 0xFF00;
+    return reads && reader.u8() == 0 && reader.rest().empty();
 }());
 
 // The tables that cameras are given stand byte by byte in their openings.
