@@ -7,13 +7,14 @@ BUILD_PACKAGES="g++ cmake ninja-build pkg-config libusb-1.0-0-dev libcairo2-dev 
 
 # For the tests besides.
 TEST_PACKAGES="libgtest-dev libgmock-dev python3-minimal clang-14 llvm-14 libclang-rt-14-dev binutils fitsverify
-    abigail-tools appstream doxygen scdoc libindi-dev indi-bin python3 iproute2 sdcc sdcc-ucsim"
+    abigail-tools appstream doxygen scdoc libindi-dev indi-bin python3 iproute2 sdcc sdcc-ucsim pybind11-dev python3-dev
+    python3-numpy python3-pytest python3-astropy python3-sep mypy"
 
 # To drive the simulated cameras on a real kernel; without them that test is skipped.
 KERNEL_PACKAGES="qemu-system-x86 busybox-static cpio usbip libusbredirparser-dev"
 
 # For tests/long.sh besides.
-LONG_PACKAGES="valgrind debhelper debootstrap libusbredirparser-dev lintian python3-clang-14"
+LONG_PACKAGES="valgrind debhelper debootstrap libusbredirparser-dev lintian python3-clang-14 dh-python"
 
 # What tests/architectures.sh installs into a Debian of its own for the architecture ARCH, besides what packages need.
 ARCH_PACKAGES="build-essential crossbuild-essential-ARCH file libgmock-dev:ARCH libgtest-dev:ARCH
