@@ -7,7 +7,7 @@
 set -eu
 cd "$(dirname "$0")"
 . scripts/dependencies.sh
-jobs=$(nproc)
+jobs=$(($(nproc) + 2)) # as ninja does: some tests wait for programs most of the time
 
 # configure PRESET
 configure() {
