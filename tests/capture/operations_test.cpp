@@ -234,8 +234,13 @@ TEST(Cooling, IsNotGivenUpWhileTheSensorMovesOrTheCoolerRegulates)
         ReachWatch watch(row.target);
         double hopeless = 0.0;
         for (double seconds = 0.0; seconds <= 400.0 && hopeless == 0.0; seconds += 1.0) {
-            watch.add(seconds, row.target, {.celsius = {row.celsiusAt(seconds)}, .coolerPowerPercent = row.power});
-            watch.add(seconds, row.target, {.celsius = {std::nullopt}, .coolerPowerPercent = row.power});
+            Telemetry reading;
+            reading.coolerPowerPercent = row.power;
+            for (const std::optional<double> celsius :
+                 {std::optional<double>(row.celsiusAt(seconds)), std::optional<double>()}) {
+                reading.celsius = {celsius};
+                watch.add(seconds, row.target, reading);
+            }
             hopeless = watch.obstacle() ? seconds : 0.0;
         }
         EXPECT_EQ(hopeless, row.hopelessFrom) << row.target << " with " << row.power << " %: " << row.celsiusAt(100.0);
