@@ -223,7 +223,8 @@ Result<ExposurePlan> planExposure(const CameraInfo& camera, const ExposureReques
     if (!status.ok())
         return status.error();
     if (request.dark && !camera.caps.hasShutter)
-        plan.notes.push_back("this camera has no shutter: cover the telescope for a dark frame");
+        plan.warnings.push_back("this camera has no shutter: cover the telescope for a dark frame");
+    plan.notes.insert(plan.notes.end(), plan.warnings.begin(), plan.warnings.end());
     return plan;
 }
 

@@ -27,12 +27,13 @@ struct ExposurePlan {
     Region region;           ///< sensor pixels that the picture shows; a whole number of binned pixels
     unsigned int width = 0;  ///< of the picture
     unsigned int height = 0;
-    Region asked;                    ///< region given to readCCD()
-    uint32_t transferCount = 0;      ///< number of values given to getImage()
-    size_t bufferCount = 0;          ///< values that the buffer of getImage() must hold
-    size_t rowStride = 0;            ///< values from one row to the next in that buffer
-    size_t firstValue = 0;           ///< index of the picture's first value in it
-    std::vector<std::string> notes;  ///< what the caller should know: one line each, may be empty
+    Region asked;                       ///< region given to readCCD()
+    uint32_t transferCount = 0;         ///< number of values given to getImage()
+    size_t bufferCount = 0;             ///< values that the buffer of getImage() must hold
+    size_t rowStride = 0;               ///< values from one row to the next in that buffer
+    size_t firstValue = 0;              ///< index of the picture's first value in it
+    std::vector<std::string> warnings;  ///< those of the notes whose matter spoils the picture unless one acts
+    std::vector<std::string> notes;     ///< what the caller should know: one line each, may be empty
 };
 
 /// Checks @p request against the camera and plans it. Touches no camera.

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -14,7 +15,9 @@
 #include <tuple>
 #include <utility>
 
+#include "capture/ascii_text.h"
 #include "capture/output_file.h"
+#include "capture/text.h"
 
 namespace vorncapture {
 namespace {
@@ -24,12 +27,15 @@ namespace {
 class FitsFile {
 public:
     /// @param length bytes that the file will take up, about; more is allowed
-    explicit FitsFile(size_t length) : size_(length)
+    /// @param compress whether the picture goes compressed into an extension, as in files called .fits.fz
+    FitsFile(size_t length, bool compress) : size_(length)
     {
         bytes_ = std::malloc(size_);
         if (bytes_ == nullptr)
             status_ = MEMORY_ALLOCATION;
         fits_create_memfile(&file_, &bytes_, &size_, BLOCK_BYTES, std::realloc, &status_);
+        if (compress)
+            fits_set_compression_type(file_, RICE_1, &status_);  // without loss
     }
 
     ~FitsFile()
@@ -51,11 +57,10 @@ public:
 
     void card(const FitsCard& card)
     {
-        // The FITS library shortens a text that does not fit.
         const char* key = card.key.c_str();
         const char* comment = card.comment.c_str();
         if (const auto* text = std::get_if<std::string>(&card.value))
-            fits_write_key_str(file_, key, text->c_str(), comment, &status_);
+            fits_write_key_longstr(file_, key, text->c_str(), comment, &status_);
         else if (const auto* whole = std::get_if<long long>(&card.value))
             fits_write_key_lng(file_, key, *whole, comment, &status_);
         else
@@ -101,11 +106,7 @@ class Cards {
 public:
     void text(const char* key, std::string_view value, const char* comment)
     {
-        // FITS allows plain ASCII only.
-        std::string plain(value);
-        for (char& letter : plain)
-            letter = letter < ' ' || letter > '~' ? '?' : letter;
-        cards_.push_back({key, plain, comment});
+        cards_.push_back({key, toAscii(value), comment});
     }
 
     void number(const char* key, long long value, const char* comment) { cards_.push_back({key, value, comment}); }
@@ -133,6 +134,11 @@ std::string frameType(const Frame& frame)
 void addTime(Cards& header, const Frame& frame)
 {
     header.text("DATE-OBS", fitsDate(frame.start), "UTC start of the exposure");
+    const auto after = [&frame](double part) {
+        return frame.start + std::chrono::microseconds(std::llround(frame.exposureSeconds * part * 1e6));
+    };
+    header.text("DATE-AVG", fitsDate(after(0.5)), "UTC middle of the exposure");
+    header.text("DATE-END", fitsDate(after(1.0)), "UTC end of the exposure");
     header.number("EXPTIME", frame.exposureSeconds, 6, "[s] integration time that was made");
     header.number("EXPOSURE", frame.exposureSeconds, 6, "[s] the same");
     if (frame.request.dark)
@@ -158,6 +164,42 @@ void addCamera(Cards& header, const Frame& frame)
         header.number("OFFSET", static_cast<long long>(*telemetry.offset), "offset setting of the camera");
 }
 
+/// @return "+41 16 09.0" or "00 42 44.3": whole units, minutes and seconds.
+std::string sexagesimal(double value, bool sign)
+{
+    const long long tenths = std::llround(std::abs(value) * 36000.0);
+    std::array<char, 48> text = {};
+    (void)std::snprintf(text.data(), text.size(), "%s%02lld %02lld %02lld.%lld",
+                        !sign         ? ""
+                        : value < 0.0 ? "-"
+                                      : "+",
+                        tenths / 36000, tenths / 600 % 60, tenths / 10 % 60, tenths % 10);
+    return text.data();
+}
+
+void addPlaces(Cards& header, const Observation& observation)
+{
+    if (observation.rightAscensionHours)
+        header.text("OBJCTRA", sexagesimal(*observation.rightAscensionHours, false),
+                    "[hms] right ascension as asked for");
+    if (observation.declinationDegrees)
+        header.text("OBJCTDEC", sexagesimal(*observation.declinationDegrees, true), "[dms] declination as asked for");
+    if (observation.siteLatitudeDegrees)
+        header.text("SITELAT", sexagesimal(*observation.siteLatitudeDegrees, true), "[dms] latitude, north positive");
+    if (observation.siteLongitudeDegrees)
+        header.text("SITELONG", sexagesimal(*observation.siteLongitudeDegrees, true), "[dms] longitude, east positive");
+}
+
+void addKeywords(Cards& header, const Observation& observation)
+{
+    for (const auto& [key, value] : observation.keywords) {
+        if (const auto whole = parseNumber<long long>(value))
+            header.number(key.c_str(), *whole, "");
+        else
+            header.text(key.c_str(), value, "");
+    }
+}
+
 void addObservation(Cards& header, const Observation& observation)
 {
     const std::tuple<const char*, const std::string&, const char*> texts[] = {
@@ -168,6 +210,7 @@ void addObservation(Cards& header, const Observation& observation)
         if (!value.empty())
             header.text(key, value, comment);
     }
+    addPlaces(header, observation);
     if (observation.focalLengthMm > 0.0)
         header.number("FOCALLEN", observation.focalLengthMm, 1, "[mm] focal length");
     if (observation.apertureMm > 0.0)
@@ -189,7 +232,13 @@ void addGeometry(Cards& header, const Frame& frame)
     }
     header.number("XORGSUBF", static_cast<long long>(frame.region.x / binX), "first column, in binned pixels");
     header.number("YORGSUBF", static_cast<long long>(frame.region.y / binY), "first row, in binned pixels");
-    header.text("ROWORDER", "TOP-DOWN", "the first row stored is the top one");
+    header.text("ROWORDER", "TOP-DOWN", "first row is the first read; flip to display");
+    const std::string mode = std::string(frame.request.preview ? "Preview" : "Normal") +
+                             (frame.request.eightBit || frame.camera.family == IIDC ? " 8-bit" : "");
+    header.text("READOUTM", mode, "readout mode");
+    // A register camera's bytes are the high ones of its values.
+    const long long saturation = frame.request.eightBit ? 0xFF : frame.camera.family == IIDC ? 0xFF00 : 0xFFFF;
+    header.number("SATURATE", saturation, "[adu] value of a pixel that cannot say more");
     if (frame.bayer()) {
         header.text("BAYERPAT", "RGGB", "colour filter pattern");
         header.number("XBAYROFF", static_cast<long long>(frame.bayerX()), "phase of the pattern in X");
@@ -198,11 +247,11 @@ void addGeometry(Cards& header, const Frame& frame)
 }
 
 /// Makes the file and hands its bytes to @p write.
-Status makeFile(const Frame& frame, const std::string& creator,
+Status makeFile(const Frame& frame, const std::string& creator, bool compress,
                 const std::function<Status(std::span<const uint8_t>)>& write)
 {
     constexpr size_t HEADER_BYTES = 1 << 16;
-    FitsFile fits(frame.pixels.size() * sizeof(uint16_t) + HEADER_BYTES);
+    FitsFile fits(frame.pixels.size() * sizeof(uint16_t) + HEADER_BYTES, compress);
     fits.image(frame.width, frame.height);
     for (const FitsCard& card : fitsCards(frame, creator))
         fits.card(card);
@@ -217,6 +266,30 @@ Status makeFile(const Frame& frame, const std::string& creator,
 
 }  // namespace
 
+Result<std::pair<std::string, std::string>> parseKeyword(const std::string& text)
+{
+    constexpr const char* LETTERS = "ABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-_";
+    constexpr size_t LONGEST = 8;
+    const size_t equals = text.find('=');
+    std::string key = text.substr(0, equals);
+    for (char& letter : key)
+        letter = letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
+    if (equals == std::string::npos || key.empty() || key.size() > LONGEST ||
+        key.find_first_not_of(LETTERS) != key.npos)
+        return Error{ErrorKind::BAD_REQUEST,
+                     "\"" + text +
+                         "\" is no keyword: give NAME=VALUE, with a name of up to eight letters A to Z, digits, "
+                         "- and _",
+                     ""};
+    for (const char* own : {"SIMPLE", "BITPIX", "NAXIS", "EXTEND", "BZERO", "BSCALE", "END", "CHECKSUM", "DATASUM",
+                            "DATE", "CONTINUE", "COMMENT", "HISTORY", "XTENSION", "PCOUNT", "GCOUNT", "HIERARCH"}) {
+        if (key == own || (key.starts_with("NAXIS") && std::string(own) == "NAXIS"))
+            return Error{ErrorKind::BAD_REQUEST,
+                         "the keyword " + key + " says how a FITS file is laid out; it is not free", ""};
+    }
+    return std::pair{key, text.substr(equals + 1)};
+}
+
 std::vector<FitsCard> fitsCards(const Frame& frame, const std::string& creator)
 {
     Cards header;
@@ -224,6 +297,7 @@ std::vector<FitsCard> fitsCards(const Frame& frame, const std::string& creator)
     addCamera(header, frame);
     addGeometry(header, frame);
     addObservation(header, frame.observation);
+    addKeywords(header, frame.observation);
     header.text("SWCREATE", creator, "program that wrote this file");
     return header.finish();
 }
@@ -248,12 +322,14 @@ Status writeFits(const Frame& frame, const std::string& path, const std::string&
     Status possible = output.check();
     if (!possible.ok())
         return possible;
-    return makeFile(frame, creator, [&output](std::span<const uint8_t> bytes) { return output.write(bytes); });
+    const bool compress = foldedName(path).ends_with(".fz");
+    return makeFile(frame, creator, compress,
+                    [&output](std::span<const uint8_t> bytes) { return output.write(bytes); });
 }
 
 Status streamFits(const Frame& frame, const std::string& creator)
 {
-    return makeFile(frame, creator, writeStandardOutput);
+    return makeFile(frame, creator, false, writeStandardOutput);
 }
 
 }  // namespace vorncapture

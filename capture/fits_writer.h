@@ -26,6 +26,7 @@ std::vector<FitsCard> fitsCards(const Frame& frame, const std::string& creator);
 /// Writes a picture as a FITS file: unsigned 16-bit values, rows in readout order, with the keywords that astronomical
 /// programs look for. What is not known about the picture is left out.
 /// @param creator name and version of the program, for the keyword SWCREATE
+/// @param path a name that ends in .fz gives a file whose picture is compressed without loss
 /// @param overwrite whether an existing file may be replaced
 /// Error: FILE_ERROR; then there is no new file and no piece of one.
 Status writeFits(const Frame& frame, const std::string& path, const std::string& creator, bool overwrite);

@@ -43,6 +43,7 @@ struct Frame {
     std::string filterName = {};                        ///< empty: it has none
     Observation observation = {};
     std::vector<std::string> notes;
+    std::vector<std::string> warnings = {};  ///< those of the notes whose matter spoils the picture unless one acts
 
     /// @return true when the picture keeps the sensor's Bayer pattern: a colour sensor, unbinned.
     bool bayer() const { return camera.caps.colour == COLOUR_RGGB && request.binX == 1 && request.binY == 1; }

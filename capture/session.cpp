@@ -118,7 +118,9 @@ std::string secondsText(double seconds)
 
 double rounded(double seconds, double step)
 {
-    return std::round(seconds / step) * step;
+    // Divided, since 100000 times a hundred-thousandth is 0.09999999999999999 further on.
+    const double steps = std::round(1.0 / step);
+    return std::round(seconds * steps) / steps;
 }
 
 Clock::Utc earlier(Clock::Utc moment, double seconds)
@@ -336,6 +338,7 @@ Result<Frame> Session::readOut(const ExposurePlan& plan, Integration integration
     frame.region = plan.region;
     frame.telemetry = std::move(integration.telemetry);
     frame.notes = plan.notes;
+    frame.warnings = plan.warnings;
     if (plan.longExposure) {
         const double made = readout->endSeconds - integration.beginSeconds + integration.leadSeconds;
         frame.exposureSeconds = rounded(made, TIMING_STEP_SECONDS);

@@ -114,6 +114,11 @@ Frame sampleFrame()
     frame.filter = 2;
     frame.filterName = "Ha";
     frame.observation = {"M 31", "J. Doe", "Newton", 1000.0, 200.0};
+    frame.observation.rightAscensionHours = 42.0 / 60.0 + 44.3 / 3600.0;
+    frame.observation.declinationDegrees = -0.5;
+    frame.observation.siteLatitudeDegrees = 48.0 + 12.5 / 60.0;
+    frame.observation.siteLongitudeDegrees = -(16.0 + 22.0 / 60.0);
+    frame.observation.keywords = {{"RUN", "7"}, {"SEEING", "fair"}};
     return frame;
 }
 
@@ -136,15 +141,41 @@ TEST_F(Files, FitsHoldsPixelsAndWhatIsKnownOfThem)
     const FitsFile fits = readFits(name);
     EXPECT_EQ(fits.pixels, sampleFrame().pixels);
     EXPECT_TRUE(fits.intact);
-    EXPECT_EQ(header(fits),
-              "APTDIA=200.0 BAYERPAT=RGGB BITPIX=16 BSCALE=1 BZERO=32768 CAMSER=4711 CCD-TEMP=-10.25 "
-              "DATE-OBS=2024-02-29T23:59:58.999 EXPOSURE=2.500000 EXPTIME=2.500000 FILTER=Ha FOCALLEN=1000.0 GAIN=17 "
-              "IMAGETYP=Light Frame "
-              "INSTRUME=Vorn K12 NAXIS=2 NAXIS1=3 NAXIS2=2 OBJECT=M 31 OBSERVER=J. Doe OFFSET=230 PIXSIZE1=6.4500 "
-              "PIXSIZE2=5.5000 "
-              "ROWORDER=TOP-DOWN SET-TEMP=-10.50 SWCREATE=tester 1.0 TELESCOP=Newton XBAYROFF=1 XBINNING=1 XORGSUBF=4 "
-              "XPIXSZ=6.4500 "
-              "YBAYROFF=1 YBINNING=1 YORGSUBF=7 YPIXSZ=5.5000 ");
+    EXPECT_EQ(
+        header(fits),
+        "APTDIA=200.0 BAYERPAT=RGGB BITPIX=16 BSCALE=1 BZERO=32768 CAMSER=4711 CCD-TEMP=-10.25 "
+        "DATE-AVG=2024-03-01T00:00:00.249 DATE-END=2024-03-01T00:00:01.499 DATE-OBS=2024-02-29T23:59:58.999 "
+        "EXPOSURE=2.500000 EXPTIME=2.500000 FILTER=Ha FOCALLEN=1000.0 GAIN=17 "
+        "IMAGETYP=Light Frame "
+        "INSTRUME=Vorn K12 NAXIS=2 NAXIS1=3 NAXIS2=2 OBJCTDEC=-00 30 00.0 OBJCTRA=00 42 44.3 OBJECT=M 31 OBSERVER=J. "
+        "Doe "
+        "OFFSET=230 PIXSIZE1=6.4500 PIXSIZE2=5.5000 READOUTM=Normal ROWORDER=TOP-DOWN RUN=7 SATURATE=65535 SEEING=fair "
+        "SET-TEMP=-10.50 SITELAT=+48 12 30.0 SITELONG=-16 22 00.0 SWCREATE=tester 1.0 TELESCOP=Newton XBAYROFF=1 "
+        "XBINNING=1 XORGSUBF=4 "
+        "XPIXSZ=6.4500 "
+        "YBAYROFF=1 YBINNING=1 YORGSUBF=7 YPIXSZ=5.5000 ");
+}
+
+TEST_F(Files, FitsKeepsLongAndForeignTextsAndIsCompressedByName)
+{
+    Frame frame = sampleFrame();
+    frame.observation.object = "\u03a3 2398 \u2013 Barnard, M\u00fcller's \xff" + std::string(100, 'x') + "end";
+    ASSERT_TRUE(writeFits(frame, path("a.fits.fz"), "tester", false).ok());
+    ASSERT_TRUE(writeFits(frame, path("a.fits"), "tester", false).ok());
+    const FitsFile fits = readFits(path("a.fits"));
+    EXPECT_EQ(fits.keys.at("OBJECT"), "Sigma 2398 - Barnard, Mueller's ?" + std::string(100, 'x') + "end");
+    EXPECT_TRUE(fits.intact);
+    EXPECT_NE(contents("a.fits.fz").find("ZCMPTYPE= 'RICE_1"), std::string::npos);
+    EXPECT_EQ(readFits(path("a.fits.fz")).pixels, frame.pixels);
+}
+
+TEST(FitsKeyword, IsANameThatIsFreeAndAValue)
+{
+    EXPECT_EQ(parseKeyword("run-1_a=x=y").value(), (std::pair<std::string, std::string>("RUN-1_A", "x=y")));
+    EXPECT_EQ(parseKeyword("EMPTY=").value().second, "");
+    for (const char* nonsense :
+         {"", "=x", "name", "TOOLONGNAME=1", "a b=1", "\u00e4=1", "NAXIS1=5", "end=1", "Simple=T"})
+        EXPECT_FALSE(parseKeyword(nonsense).ok()) << nonsense;
 }
 
 TEST_F(Files, FitsLeavesOutWhatIsUnknownOrNoLongerTrue)
@@ -153,15 +184,18 @@ TEST_F(Files, FitsLeavesOutWhatIsUnknownOrNoLongerTrue)
     frame.request.binX = 2;
     frame.request.binY = 3;
     frame.request.dark = true;
+    frame.request.preview = frame.request.eightBit = true;
     frame.region = {4, 9, 6, 6};
     frame.telemetry = {};
     frame.filter.reset();
     frame.observation = {};
     ASSERT_TRUE(writeFits(frame, path("a.fits"), "tester", false).ok());
     EXPECT_EQ(header(readFits(path("a.fits"))),
-              "BITPIX=16 BSCALE=1 BZERO=32768 CAMSER=4711 DARKTIME=2.500000 DATE-OBS=2024-02-29T23:59:58.999 "
+              "BITPIX=16 BSCALE=1 BZERO=32768 CAMSER=4711 DARKTIME=2.500000 "
+              "DATE-AVG=2024-03-01T00:00:00.249 DATE-END=2024-03-01T00:00:01.499 DATE-OBS=2024-02-29T23:59:58.999 "
               "EXPOSURE=2.500000 EXPTIME=2.500000 IMAGETYP=Dark Frame INSTRUME=Vorn K12 NAXIS=2 NAXIS1=3 NAXIS2=2 "
-              "PIXSIZE1=6.4500 PIXSIZE2=5.5000 ROWORDER=TOP-DOWN SWCREATE=tester XBINNING=2 XORGSUBF=2 "
+              "PIXSIZE1=6.4500 PIXSIZE2=5.5000 READOUTM=Preview 8-bit ROWORDER=TOP-DOWN SATURATE=255 SWCREATE=tester "
+              "XBINNING=2 XORGSUBF=2 "
               "XPIXSZ=12.9000 YBINNING=3 YORGSUBF=3 YPIXSZ=16.5000 ");
 }
 
