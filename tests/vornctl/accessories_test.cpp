@@ -32,7 +32,7 @@ TEST_F(Accessories, ASignalOpensTheGuideRelays)
         // A second look at the camera would be refused as long as the first one has it.
         const Outcome outcome = script("--camera k12", R"(
             rm -f trace
-            "$VORNCTL" guide y- 60000 --trace 2>trace &
+            env --default-signal=INT "$VORNCTL" guide y- 60000 --trace 2>trace &
             i=0; until grep -q 'setGuideRelays 1' trace || [ $i -gt 300 ]; do sleep 0.05; i=$((i + 1)); done
             kill -)" + name + " $!; wait $!");
         EXPECT_EQ(outcome.status, status);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 
 #include "command_run.h"
 
@@ -53,7 +54,7 @@ TEST_F(Arguments, NonsenseGetsOneLineAndNoFile)
         SCOPED_TRACE(row.arguments);
         const Outcome outcome = vornctl(row.arguments);
         EXPECT_TRUE(outcome.refused(row.status, row.says));
-        EXPECT_EQ(outcome.out, "");
+        EXPECT_EQ(outcome.out.empty(), row.arguments != std::string("expose -t 1 -o - --json"));
     }
     EXPECT_TRUE(names().empty());
 }
@@ -131,11 +132,39 @@ TEST_F(Arguments, WhatCannotBeWrittenToStandardOutputIsAFailure)
 
 TEST_F(Arguments, HelpAndVersionAreNoErrors)
 {
-    for (const char* arguments : {"--help", "expose --help", "--version"}) {
+    for (const char* arguments :
+         {"--help", "--version", "list --help", "expose --help", "monitor --help", "gpio --help"}) {
         const Outcome outcome = vornctl(arguments);
         EXPECT_EQ(outcome.status, 0);
         EXPECT_NE(outcome.out, "");
         EXPECT_EQ(outcome.err, "");
+        std::istringstream lines(outcome.out);
+        for (std::string line; std::getline(lines, line);)
+            EXPECT_LE(line.size(), 80U) << line;
+    }
+}
+
+TEST_F(Arguments, SlipsOfTheKeyboardAreAnsweredWithWhatIsNear)
+{
+    constexpr std::pair<const char*, const char*> ROWS[] = {
+        {"exopse -t 1", "did you mean \"expose\"?"},
+        {"statsu --help", "did you mean \"status\"?"},
+        {"plot --help", "\"plot\" is no command"},
+        {"expose -t 1 --ouput a.fits", "did you mean \"--output\"?"},
+    };
+    for (const auto& [arguments, says] : ROWS)
+        EXPECT_TRUE(vornctl(arguments).refused(2, says)) << arguments;
+}
+
+TEST_F(Arguments, ErrorsAreJsonWhereResultsWouldBe)
+{
+    for (const auto& [arguments, status] :
+         {std::pair{"--json info", 3}, {"expose -t x --json", 2}, {"--json plot", 2}}) {
+        const Outcome outcome = vornctl(arguments);
+        EXPECT_EQ(outcome.status, status) << arguments;
+        const auto error = nlohmann::json::parse(outcome.out)["error"];
+        EXPECT_EQ(error["status"], status);
+        EXPECT_NE(outcome.err.find(error["text"].get<std::string>()), std::string::npos) << outcome.err;
     }
 }
 

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <sstream>
 
 #include "command_run.h"
 
@@ -85,20 +86,70 @@ class Stopping : public CommandLine {};
 
 TEST_F(Stopping, SignalsCloseTheShutterAndLeaveNoFile)
 {
-    // The exposure has begun when the log says so; a minute of it is never waited for. A shell lets its background
-    // jobs ignore the keyboard's interrupt, and vornctl takes it back.
+    // The exposure has begun when the log says so; a minute of it is never waited for. A shell lets
+    // its background jobs ignore the keyboard's interrupt, which env undoes.
     const std::pair<std::string, int> signals[] = {{"INT", 130}, {"TERM", 143}};
     for (const auto& [name, status] : signals) {
         const Outcome outcome = script("--camera k12 --log log", R"(
-            "$VORNCTL" expose -t 60 -o a.fits --png a.png &
+            env --default-signal=INT "$VORNCTL" expose -t 60 -o a.fits --png a.png &
             i=0; until grep -q 'shutter open' log || [ $i -gt 300 ]; do sleep 0.05; i=$((i + 1)); done
             "$VORNCTL" info 2>busy && exit 99
             kill -)" + name + " $!; wait $!");
-        EXPECT_TRUE(outcome.refused(status, ""));
+        EXPECT_TRUE(outcome.refused(status, "of 60.0 s; no picture was taken")) << "after the seconds that it ran";
         EXPECT_NE(contents("busy").find("used by another program"), std::string::npos) << contents("busy");
         EXPECT_EQ(names(), (std::vector<std::string>{"busy", "log"}));
         EXPECT_NE(contents("log").find("shutter closed"), std::string::npos);
     }
+}
+
+TEST_F(Stopping, SignalsThatWereIgnoredAtTheStartStayIgnored)
+{
+    const Outcome outcome = script("--camera k12 --log log", R"(
+        (trap '' HUP INT; exec "$VORNCTL" expose -q -t 4 --bin 4 -o a.fits) &
+        i=0; until grep -q 'shutter open' log || [ $i -gt 300 ]; do sleep 0.05; i=$((i + 1)); done
+        kill -HUP $!; kill -INT $!; wait $!)");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(readFits("a.fits").width, 348);
+}
+
+TEST_F(Stopping, ASequenceSaysWhichPictureFailedAndGoesOnWhenAsked)
+{
+    const char* const TAKE = "expose -t 0.01 --bin 4 --count 3 -o a.fits";
+    const std::string passing = "--camera k12 --fault exposure=2,endpoint=0x86,transfer=1,error=PIPE";
+    const Outcome stopped = simulated(passing, TAKE);
+    EXPECT_EQ(stopped.status, 1);
+    EXPECT_NE(stopped.err.find("vornctl: picture 2 of 3: "), std::string::npos) << stopped.err;
+    EXPECT_NE(stopped.err.find("; 1 of 3 kept\n"), std::string::npos) << stopped.err;
+    EXPECT_EQ(names(), std::vector<std::string>{"a-001.fits"});
+
+    for (const std::string& fault :
+         {passing, std::string("--camera k12 --fault exposure=2,error=NO_DEVICE,replug=2")}) {
+        const Outcome whole = simulated(fault, std::string(TAKE) + " --force --retry 1");
+        EXPECT_EQ(whole.status, 0) << whole.err;
+        EXPECT_NE(whole.err.find("trying again"), std::string::npos) << whole.err;
+        EXPECT_EQ(names(), (std::vector<std::string>{"a-001.fits", "a-002.fits", "a-003.fits"}));
+    }
+}
+
+TEST_F(Stopping, TheProgressLineFitsIntoANarrowTerminal)
+{
+    // ADVANCED cameras have no shutter: what spoils a dark frame is reported with --quiet, too.
+    const Outcome quiet = simulated("--camera k16", "expose -q -t 0.01 --dark --bin 4 -o dark.fits");
+    EXPECT_NE(quiet.err.find("cover the telescope"), std::string::npos) << quiet.err;
+
+    const Outcome outcome = script("--camera k12", R"(
+        TERM=xterm script -qec 'stty cols 30 rows 10; "$VORNCTL" expose -t 1 --bin 4 --count 2 -o a.fits' /dev/null)");
+    ASSERT_EQ(outcome.status, 0) << outcome.out << outcome.err;
+    size_t shown = 0;
+    std::istringstream lines(outcome.out);
+    for (std::string line; std::getline(lines, line, '\r');) {
+        if (!line.starts_with("\033[K"))
+            continue;
+        ++shown;
+        EXPECT_LT(line.size() - 3, 30U) << line;
+    }
+    EXPECT_GT(shown, 5U) << outcome.out;
+    EXPECT_NE(outcome.out.find("picture 2 of 2, exposing"), std::string::npos) << outcome.out;
 }
 
 TEST_F(Stopping, ExistingFilesAreFoundBeforeTheExposure)

@@ -19,11 +19,11 @@ int filterCommand(const Options& options)
     return withCamera(options, [&](Opened& camera) -> Status {
         if (position) {
             camera.progress.say("turning the filter wheel");
-            Status turned = vorncapture::turnWheel(camera.session, *position, &camera.cancel);
+            Status turned = vorncapture::turnWheel(camera.session(), *position, &camera.cancel);
             if (!turned.ok())
                 return turned;
         }
-        const auto wheel = vorncapture::readWheel(camera.session);
+        const auto wheel = vorncapture::readWheel(camera.session());
         if (!wheel.ok())
             return wheel.error();
         camera.progress.clear();
@@ -40,7 +40,7 @@ int filterCommand(const Options& options)
 int shutterCommand(const Options& options, bool open)
 {
     return withCamera(options, [&options, open](Opened& camera) -> Status {
-        Status moved = vorncapture::moveShutter(camera.session, open);
+        Status moved = vorncapture::moveShutter(camera.session(), open);
         if (moved.ok())
             print({{"shutter", open ? "open" : "closed"}}, options.json);
         return moved;
@@ -51,7 +51,7 @@ int guideCommand(const Options& options, const GuideRequest& request)
 {
     return withCamera(options, [&](Opened& camera) -> Status {
         camera.progress.say("guiding");
-        Status guided = vorncapture::guidePulse(camera.session, request.relay, request.seconds, &camera.cancel);
+        Status guided = vorncapture::guidePulse(camera.session(), request.relay, request.seconds, &camera.cancel);
         camera.progress.clear();
         if (guided.ok())
             print({{"direction", request.direction},
@@ -66,15 +66,15 @@ int gpioCommand(const Options& options, const GpioRequest& request)
     return withCamera(options, [&](Opened& camera) -> Status {
         Status done = Done{};
         if (request.outputs)
-            done = vorncapture::setLineDirections(camera.session, *request.outputs);
+            done = vorncapture::setLineDirections(camera.session(), *request.outputs);
         if (done.ok() && request.levels)
-            done = vorncapture::driveLines(camera.session, *request.levels);
+            done = vorncapture::driveLines(camera.session(), *request.levels);
         if (!done.ok())
             return done;
-        const auto levels = vorncapture::readLines(camera.session);
+        const auto levels = vorncapture::readLines(camera.session());
         if (!levels.ok())
             return levels.error();
-        print({{"lines", camera.session.info().caps.lineCount}, {"levels", unsigned{levels.value()}}}, options.json);
+        print({{"lines", camera.session().info().caps.lineCount}, {"levels", unsigned{levels.value()}}}, options.json);
         return Done{};
     });
 }
@@ -82,16 +82,16 @@ int gpioCommand(const Options& options, const GpioRequest& request)
 int gainCommand(const Options& options, const GainRequest& request)
 {
     return withCamera(options, [&](Opened& camera) -> Status {
-        auto setting = vorncapture::readGain(camera.session);
+        auto setting = vorncapture::readGain(camera.session());
         if (!setting.ok())
             return setting.error();
         if (request.gain || request.offset) {
             const vorncapture::GainSetting wanted{request.gain.value_or(setting.value().gain),
                                                   request.offset.value_or(setting.value().offset)};
-            Status done = vorncapture::setGain(camera.session, wanted);
+            Status done = vorncapture::setGain(camera.session(), wanted);
             if (!done.ok())
                 return done;
-            setting = vorncapture::readGain(camera.session);
+            setting = vorncapture::readGain(camera.session());
             if (!setting.ok())
                 return setting.error();
         }

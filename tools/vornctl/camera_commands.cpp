@@ -33,7 +33,7 @@ int listCommand(const Options& options)
 int infoCommand(const Options& options)
 {
     return withCamera(options, [&options](Opened& camera) -> vorncapture::Status {
-        const ordered_json json = describeCamera(camera.session.info(), camera.session.readTelemetry());
+        const ordered_json json = describeCamera(camera.session().info(), camera.session().readTelemetry());
         camera.progress.clear();
         if (options.json)
             (void)std::printf("%s\n", json.dump().c_str());

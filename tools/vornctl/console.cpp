@@ -2,6 +2,7 @@
 #include "console.h"
 
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 
 #include "capture/output_file.h"
 
@@ -20,11 +22,21 @@ using vorncapture::Error;
 using vorncapture::ErrorKind;
 using vorncapture::Phase;
 
-constexpr int BAR_WIDTH = 30;
-constexpr int SIGNALLED = 128;  // what shells add to a signal's number
+constexpr size_t LONGEST_BAR = 32;
+constexpr size_t SHORTEST_BAR = 6;
+constexpr size_t USUAL_WIDTH = 80;  // where the terminal does not say
+constexpr int SIGNALLED = 128;      // what shells add to a signal's number
 
 vorncapture::CancelToken cancelToken;
 volatile sig_atomic_t lastSignal = 0;
+bool asJson = false;
+
+/// Asked for each line, since windows change their size.
+size_t terminalWidth()
+{
+    winsize size = {};
+    return ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col : USUAL_WIDTH;
+}
 
 extern "C" void onSignal(int number)
 {
@@ -59,8 +71,22 @@ int exitStatusOf(ErrorKind kind)
     return EXIT_FAILED;
 }
 
+void reportAsJson(bool wanted)
+{
+    asJson = wanted;
+}
+
 int report(const Error& error)
 {
+    if (asJson && error.kind != ErrorKind::FILE_ERROR) {  // what cannot be written is reported where it can be
+        nlohmann::ordered_json advice;
+        if (!error.advice.empty())
+            advice = error.advice;
+        const nlohmann::ordered_json json = {
+            {"error", {{"text", error.text}, {"advice", advice}, {"status", exitStatusOf(error.kind)}}}};
+        constexpr auto REPLACE = nlohmann::ordered_json::error_handler_t::replace;  // a text from outside
+        (void)std::printf("%s\n", json.dump(-1, ' ', false, REPLACE).c_str());
+    }
     (void)std::fprintf(stderr, "vornctl: %s\n", error.text.c_str());
     if (!error.advice.empty())
         (void)std::fprintf(stderr, "%s\n", error.advice.c_str());
@@ -106,8 +132,11 @@ vorncapture::CancelToken& cancelOnSignals()
     action.sa_handler = onSignal;
     action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP})
-        (void)sigaction(number, &action, nullptr);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction inherited = {};
+        if (sigaction(number, nullptr, &inherited) != 0 || inherited.sa_handler != SIG_IGN)
+            (void)sigaction(number, &action, nullptr);
+    }
     return cancelToken;
 }
 
@@ -115,10 +144,13 @@ ProgressLine::ProgressLine(bool wanted) : active_(wanted && isatty(STDERR_FILENO
 
 void ProgressLine::say(const std::string& text)
 {
-    if (!active_ || text == shown_)
+    if (!active_)
         return;
-    shown_ = text;
-    (void)std::fprintf(stderr, "\r\033[K%s", text.c_str());
+    const std::string fitting = text.substr(0, terminalWidth() - 1);
+    if (fitting == shown_)
+        return;
+    shown_ = fitting;
+    (void)std::fprintf(stderr, "\r\033[K%s", shown_.c_str());
     (void)std::fflush(stderr);
 }
 
@@ -126,22 +158,47 @@ void ProgressLine::show(Phase phase, double elapsed, double total)
 {
     if (!active_)
         return;
-    std::string line;
     if (cancelToken.requested()) {
-        line = "stopping; once more to stop at once";
-    } else if (phase == Phase::STARTING) {
-        line = "preparing the camera";
-    } else if (phase == Phase::READING) {
-        line = "reading out";
-    } else {
-        const double part = total > 0.0 ? std::clamp(elapsed / total, 0.0, 1.0) : 1.0;
-        const auto filled = static_cast<size_t>(std::lround(part * BAR_WIDTH));
-        std::array<char, 64> numbers = {};
-        (void)std::snprintf(numbers.data(), numbers.size(), "] %.1f of %.1f s, %.0f s left", elapsed, total,
-                            std::ceil(std::max(total - elapsed, 0.0)));
-        line = "exposing [" + std::string(filled, '#') + std::string(BAR_WIDTH - filled, ' ') + numbers.data();
+        say("stopping; once more to stop at once");
+        return;
     }
-    say(prefix_ + line);
+    if (phase == Phase::STARTING) {
+        say(before_ + "preparing the camera");
+        return;
+    }
+    const std::string doing = before_ + (phase == Phase::READING ? "reading out " : "exposing ");
+    std::string numbers = duration(elapsed);
+    if (total > 0.0)
+        numbers += " of " + duration(total);
+    numbers += after_;
+    const size_t used = doing.size() + numbers.size() + 1;
+    const size_t width = terminalWidth();
+    const size_t bar = total > 0.0 && width > used ? std::min(width - used, LONGEST_BAR) : 0;
+    const std::string drawn = progressBar(total > 0.0 ? elapsed / total : 0.0, bar);
+    say(doing + (drawn.empty() ? "" : drawn + " ") + numbers);
+}
+
+std::string progressBar(double part, size_t width)
+{
+    if (width < SHORTEST_BAR)
+        return "";
+    const size_t inside = width - 2;
+    const auto filled = static_cast<size_t>(std::lround(std::clamp(part, 0.0, 1.0) * static_cast<double>(inside)));
+    return "[" + std::string(filled, '#') + std::string(inside - filled, ' ') + "]";
+}
+
+std::string duration(double seconds)
+{
+    std::array<char, 48> text = {};
+    const auto whole = static_cast<long long>(std::clamp(seconds, 0.0, 1e9) + 0.5);
+    if (seconds < 59.95)
+        (void)std::snprintf(text.data(), text.size(), "%.1f s", std::max(seconds, 0.0));
+    else if (whole < 3600)
+        (void)std::snprintf(text.data(), text.size(), "%lld:%02lld min", whole / 60, whole % 60);
+    else
+        (void)std::snprintf(text.data(), text.size(), "%lld:%02lld:%02lld h", whole / 3600, whole / 60 % 60,
+                            whole % 60);
+    return text.data();
 }
 
 void ProgressLine::clear()

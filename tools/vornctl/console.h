@@ -23,10 +23,13 @@ enum ExitStatus : int {
 /// @return the exit status that errors of this kind end with.
 int exitStatusOf(vorncapture::ErrorKind kind);
 
-/// Tells an error on standard error. @return the exit status it stands for.
+/// Makes report() print each error as a JSON object on standard output, too: {"error": {"text", "advice", "status"}}.
+void reportAsJson(bool wanted);
+
+/// Reports an error on standard error. @return the exit status it stands for.
 int report(const vorncapture::Error& error);
 
-/// Tells an error that came from a camera. Where the camera may still keep a thread waiting, the process ends here
+/// Reports an error that came from a camera. Where the camera may still keep a thread waiting, the process ends here
 /// instead of waiting with it. @return the exit status the error stands for
 int leave(const vorncapture::Error& error);
 
@@ -36,10 +39,11 @@ vorncapture::Error withForce(vorncapture::Error error);
 /// Hands on what was printed to standard output. Error: FILE_ERROR, also when an earlier attempt failed.
 vorncapture::Status flushOutput();
 
-/// Tells something worth knowing on standard error.
+/// Reports something worth knowing on standard error.
 void note(const std::string& text);
 
-/// Makes Ctrl-C and a request to terminate cancel what is going on instead of ending the process at once.
+/// Makes Ctrl-C, a request to terminate and the end of the terminal cancel what is going on instead of ending the
+/// process at once. A signal that the process was started to ignore (nohup) stays ignored.
 /// @return the token that they set, valid to the end of the process
 vorncapture::CancelToken& cancelOnSignals();
 
@@ -52,17 +56,28 @@ public:
     ProgressLine(const ProgressLine&) = delete;
     ProgressLine& operator=(const ProgressLine&) = delete;
 
-    /// Words put before the line of an exposure, "picture 2 of 10, ".
-    void setPrefix(const std::string& text) { prefix_ = text; }
+    /// Words put before the line of an exposure, "picture 2 of 10, ", and after it, ", 12:30 in all".
+    void setContext(const std::string& before, const std::string& after) { before_ = before, after_ = after; }
 
+    /// Shows a text, as much of it as fits into the terminal's width: a longer line would go on in the next one and
+    /// could not be overwritten.
     void say(const std::string& text);
+    /// Shows how an exposure goes on. While a picture is read out @p elapsed is the time since that began, and
+    /// @p total what it is expected to take, 0 where that is not known.
     void show(vorncapture::Phase phase, double elapsed, double total);
     void clear();
 
 private:
     bool active_;
-    std::string prefix_;
+    std::string before_;
+    std::string after_;
     std::string shown_;
 };
+
+/// @return a bar for a terminal, "[#####     ]", @p width characters in all.
+std::string progressBar(double part, size_t width);
+
+/// @return a time for people: "59.8 s", "1:01:39 h", "4:05 min"; whole seconds from a minute on.
+std::string duration(double seconds);
 
 }  // namespace vornctl

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "camera_access.h"
@@ -30,28 +31,37 @@ std::string degrees(const std::optional<double>& celsius)
     return text.data();
 }
 
-/// "-5.3 degC, set-point -8.0 degC, power 61 %, 2:30 minutes", and what is left when that can be told.
+/// "-5.3 degC, set-point -8.0 degC, power 61 %, 2:30 min", and what is left when that is known.
 std::string coolingLine(const std::string& doing, const Telemetry& telemetry, const std::optional<double>& setPoint,
                         double elapsed, double left)
 {
     std::string line = doing + ": " + degrees(telemetry.ccdCelsius());
     if (setPoint)
         line += ", set-point " + degrees(setPoint);
-    std::array<char, 48> text = {};
-    if (telemetry.coolerPowerPercent) {
-        (void)std::snprintf(text.data(), text.size(), ", power %.0f %%", *telemetry.coolerPowerPercent);
-        line += text.data();
-    }
-    const auto seconds = static_cast<int>(elapsed);
-    (void)std::snprintf(text.data(), text.size(), ", %d:%02d min", seconds / 60, seconds % 60);
-    line += text.data();
-    if (left > 0.0) {
-        const int rest = static_cast<int>(std::min(left, 1e6));
-        (void)std::snprintf(text.data(), text.size(), ", %d:%02d left", rest / 60, rest % 60);
-        line += text.data();
-    }
-    return line;
+    if (telemetry.coolerPowerPercent)
+        line += ", power " + std::to_string(std::lround(*telemetry.coolerPowerPercent)) + " %";
+    line += ", " + duration(elapsed);
+    return left > 0.0 ? line + ", " + duration(left) + " left" : line;
 }
+
+/// Estimates when a warm-up ends: when the cooler's power has come down to nothing.
+class WarmUpEstimate {
+public:
+    /// @return seconds left, 0 while that cannot be said.
+    double left(double seconds, const std::optional<double>& powerPercent)
+    {
+        constexpr double FALLEN_PERCENT = 3.0;
+        if (!powerPercent)
+            return 0.0;
+        if (!first_)
+            first_ = {seconds, *powerPercent};
+        const double fallen = first_->second - *powerPercent;
+        return fallen < FALLEN_PERCENT ? 0.0 : (seconds - first_->first) * *powerPercent / fallen;
+    }
+
+private:
+    std::optional<std::pair<double, double>> first_;  ///< seconds and power
+};
 
 void tellStatus(Session& session, const Options& options, double elapsed)
 {
@@ -87,10 +97,10 @@ int coolCommand(const Options& options, const vorncapture::CoolingRequest& reque
                                     : 0.0;
             camera.progress.say(coolingLine("cooling", telemetry, setPoint, elapsed, ramp - elapsed));
         };
-        Status done = vorncapture::coolDown(camera.session, request, &camera.cancel, show);
+        Status done = vorncapture::coolDown(camera.session(), request, &camera.cancel, show);
         camera.progress.clear();
         if (done.ok())
-            tellStatus(camera.session, options, 0.0);
+            tellStatus(camera.session(), options, 0.0);
         return done;
     });
 }
@@ -98,13 +108,15 @@ int coolCommand(const Options& options, const vorncapture::CoolingRequest& reque
 int warmCommand(const Options& options, bool wait, double limitSeconds)
 {
     return withCamera(options, [&](Opened& camera) -> Status {
+        WarmUpEstimate estimate;
         const auto show = [&](const Telemetry& telemetry, double, double elapsed) {
-            camera.progress.say(coolingLine("warming up", telemetry, std::nullopt, elapsed, 0.0));
+            camera.progress.say(coolingLine("warming up until the cooler is off", telemetry, std::nullopt, elapsed,
+                                            estimate.left(elapsed, telemetry.coolerPowerPercent)));
         };
-        Status done = vorncapture::warmUp(camera.session, wait, limitSeconds, &camera.cancel, show);
+        Status done = vorncapture::warmUp(camera.session(), wait, limitSeconds, &camera.cancel, show);
         camera.progress.clear();
         if (done.ok())
-            tellStatus(camera.session, options, 0.0);
+            tellStatus(camera.session(), options, 0.0);
         return done;
     });
 }
@@ -113,8 +125,8 @@ int statusCommand(const Options& options)
 {
     return withCamera(options, [&options](Opened& camera) -> Status {
         camera.progress.clear();
-        tellStatus(camera.session, options, 0.0);
-        return stillThere(camera.session);
+        tellStatus(camera.session(), options, 0.0);
+        return stillThere(camera.session());
     });
 }
 
@@ -127,9 +139,9 @@ int monitorCommand(const Options& options, const MonitorRequest& request)
     }
     return withCamera(options, [&](Opened& camera) -> Status {
         camera.progress.clear();
-        vorncapture::Clock& clock = camera.session.clock();
+        vorncapture::Clock& clock = camera.session().clock();
         const double start = clock.steadySeconds();
-        vorncapture::CoolingCurve curve{camera.session.info().name, clock.utc(), {}};
+        vorncapture::CoolingCurve curve{camera.session().info().name, clock.utc(), {}};
         const auto stopped = [&camera] { return camera.cancel.requested(); };
         Status outcome = Done{};
         for (unsigned int look = 0; (request.count == 0 || look < request.count) && !stopped() && outcome.ok();
@@ -137,13 +149,13 @@ int monitorCommand(const Options& options, const MonitorRequest& request)
             if (!vorncapture::sleepUntil(clock, start + look * request.intervalSeconds, &camera.cancel))
                 break;
             const double elapsed = clock.steadySeconds() - start;
-            const Telemetry telemetry = camera.session.readTelemetry();
-            outcome = stillThere(camera.session);
+            const Telemetry telemetry = camera.session().readTelemetry();
+            outcome = stillThere(camera.session());
             if (!outcome.ok())
                 break;
             std::optional<vorncapture::WheelStatus> wheel;
-            if (camera.session.info().caps.hasFilterWheel) {
-                if (const auto read = vorncapture::readWheel(camera.session); read.ok())
+            if (camera.session().info().caps.hasFilterWheel) {
+                if (const auto read = vorncapture::readWheel(camera.session()); read.ok())
                     wheel = read.value();
                 else
                     outcome = read.error();

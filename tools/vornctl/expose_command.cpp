@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,7 @@ using vorncapture::Error;
 using vorncapture::ErrorKind;
 using vorncapture::Frame;
 using vorncapture::FrameKind;
+using vorncapture::Phase;
 using vorncapture::Result;
 using vorncapture::Status;
 
@@ -116,8 +118,9 @@ Status checkUsage(const Options& options)
         if (isatty(STDOUT_FILENO) != 0)
             return refuse("standard output is a terminal; add | PROGRAM or > FILE after -o -");
     }
-    Status named = checkEnding(options.fitsPath, {".fits", ".fit", ".fts"},
-                               "-o writes FITS, to a name that ends in .fits, .fit or .fts; --png FILE.png writes a "
+    Status named = checkEnding(options.fitsPath, {".fits", ".fit", ".fts", ".fz"},
+                               "-o writes FITS, to a name that ends in .fits, .fit or .fts, or .fits.fz for a "
+                               "compressed one; --png FILE.png writes a "
                                "picture to look at");
     if (named.ok())
         named = checkEnding(options.pngPath, {".png"}, "--png writes PNG, to a name that ends in .png");
@@ -174,9 +177,9 @@ bool waitForNext(Opened& camera, double due)
 {
     const auto tell = [&camera](double left) {
         if (left > 0.0)
-            camera.progress.say("next picture in " + std::to_string(static_cast<int>(std::ceil(left))) + " s");
+            camera.progress.say("next picture in " + duration(std::ceil(left)));
     };
-    return vorncapture::sleepUntil(camera.session.clock(), due, &camera.cancel, tell);
+    return vorncapture::sleepUntil(camera.session().clock(), due, &camera.cancel, tell);
 }
 
 /// The filter in the light; nothing of it on a camera without a wheel.
@@ -185,16 +188,23 @@ struct WheelFilter {
     std::string name;  ///< or the position as a text
 };
 
-/// Takes picture @p number, writes and tells it.
-Status takeOne(Opened& camera, const Options& options, unsigned int number, const WheelFilter& filter)
+/// What a sequence has learnt from its last picture.
+struct Run {
+    double readoutSeconds = 0.0;  ///< 0: unknown
+    vorncapture::Telemetry telemetry;
+};
+
+/// Takes picture @p number, writes it and reports it.
+Status takeOne(Opened& camera, const Options& options, unsigned int number, const WheelFilter& filter, Run& run)
 {
+    run.telemetry = camera.session().readTelemetry();
     vorncapture::NameParts parts{.number = number,
-                                 .start = camera.session.clock().utc(),
+                                 .start = camera.session().clock().utc(),
                                  .kind = options.kind,
                                  .exposureSeconds = options.request.seconds,
                                  .filter = filter.name,
-                                 .celsius = camera.session.readTelemetry().ccdCelsius(),
-                                 .camera = camera.session.info().name,
+                                 .celsius = run.telemetry.ccdCelsius(),
+                                 .camera = camera.session().info().name,
                                  .object = options.observation.object};
     const Result<Outputs> outputs = outputsOf(options, parts);
     if (!outputs.ok())
@@ -202,12 +212,22 @@ Status takeOne(Opened& camera, const Options& options, unsigned int number, cons
     Status possible = checkOutputs(outputs.value(), options.force);
     if (!possible.ok())
         return possible;
-    auto taken = camera.session.expose(
-        options.request, &camera.cancel,
-        [&camera](auto phase, double elapsed, double total) { camera.progress.show(phase, elapsed, total); });
+    vorncapture::Clock& clock = camera.session().clock();
+    std::optional<double> readingSince;
+    auto taken =
+        camera.session().expose(options.request, &camera.cancel, [&](Phase phase, double elapsed, double total) {
+            if (phase == Phase::READING) {
+                readingSince = readingSince.value_or(clock.steadySeconds());
+                elapsed = clock.steadySeconds() - *readingSince;
+                total = run.readoutSeconds;
+            }
+            camera.progress.show(phase, elapsed, total);
+        });
     camera.progress.clear();
     if (!taken.ok())
         return taken.error();
+    if (readingSince)
+        run.readoutSeconds = clock.steadySeconds() - *readingSince;
     Frame& frame = taken.value();
     frame.imageType = vorncapture::imageType(options.kind);
     frame.filter = filter.position;
@@ -216,39 +236,97 @@ Status takeOne(Opened& camera, const Options& options, unsigned int number, cons
     Status written = writeFiles(frame, outputs.value(), options.force);
     if (!written.ok())
         return written;
-    for (size_t i = 0; i < frame.notes.size() && !options.quiet && number == 1; ++i)
-        note(frame.notes[i]);
+    // A warning is for each run, quiet or not: what it warns of spoils the picture.
+    for (const std::string& text : options.quiet ? frame.warnings : frame.notes) {
+        if (number == 1)
+            note(text);
+    }
     return tellOutcome(frame, outputs.value(), number, options);
+}
+
+/// Turns the wheel to the filter wanted. @return the filter that is in the light then
+Result<WheelFilter> prepareWheel(Opened& camera, const WantedFilter& wanted)
+{
+    const bool wheel = camera.session().info().caps.hasFilterWheel;
+    if (wanted.position && !wheel)
+        return camera.session().lacks("filter wheel");
+    if (wanted.position) {
+        camera.progress.say("turning the filter wheel");
+        Status turned = vorncapture::turnWheel(camera.session(), *wanted.position, &camera.cancel);
+        if (!turned.ok())
+            return turned.error();
+    }
+    if (!wheel)
+        return WheelFilter{};
+    const auto position = vorncapture::readWheel(camera.session());
+    if (!position.ok())
+        return position.error();
+    return WheelFilter{position.value().current, wanted.names.nameOf(position.value().current)};
+}
+
+/// @return whether the same picture may succeed when it is taken again.
+bool worthRetrying(const Error& error)
+{
+    return error.kind == ErrorKind::FAILED || error.kind == ErrorKind::TIMEOUT || error.kind == ErrorKind::DEVICE_LOST;
+}
+
+/// Gets the camera ready for another attempt after @p error.
+Status prepareRetry(Opened& camera, const Error& error, const WantedFilter& wanted, const Run& run)
+{
+    if (error.kind == ErrorKind::FAILED)
+        return Done{};  // it has been opened anew already
+    Status there = camera.reconnect();
+    if (!there.ok())
+        return there;
+    if (run.telemetry.targetCelsius && camera.session().readTelemetry().coolingState == COOLING_INACTIVE)
+        note("the camera has lost its set-point, and its cooler is off");
+    const auto wheel = prepareWheel(camera, wanted);
+    return wheel.ok() ? Status(Done{}) : Status(wheel.error());
+}
+
+/// @return an error of a sequence that says which picture it befell and what there is.
+Error inSequence(Error error, unsigned int number, unsigned int count)
+{
+    if (count == 1)
+        return error;
+    const std::string nothing = "; no picture was taken";
+    if (error.text.ends_with(nothing))
+        error.text.resize(error.text.size() - nothing.size());
+    error.text = "picture " + std::to_string(number) + " of " + std::to_string(count) + ": " + error.text + "; " +
+                 std::to_string(number - 1) + " of " + std::to_string(count) + " kept";
+    return error;
 }
 
 Status takeAll(Opened& camera, const Options& options, const WantedFilter& wanted)
 {
-    WheelFilter filter;
-    const bool wheel = camera.session.info().caps.hasFilterWheel;
-    if (wanted.position && !wheel)
-        return camera.session.lacks("filter wheel");
-    if (wanted.position) {
-        camera.progress.say("turning the filter wheel");
-        Status turned = vorncapture::turnWheel(camera.session, *wanted.position, &camera.cancel);
-        if (!turned.ok())
-            return turned;
-    }
-    if (wheel) {
-        const auto position = vorncapture::readWheel(camera.session);
-        if (!position.ok())
-            return position.error();
-        filter = {position.value().current, wanted.names.nameOf(position.value().current)};
-    }
-    const double start = camera.session.clock().steadySeconds();
+    const Result<WheelFilter> filter = prepareWheel(camera, wanted);
+    if (!filter.ok())
+        return filter.error();
+    vorncapture::Clock& clock = *vorncapture::Clock::system();
+    const double start = clock.steadySeconds();
+    unsigned int retries = options.retries;
+    Run run;
     for (unsigned int number = 1; number <= options.count; ++number) {
         if (!waitForNext(camera, start + (number - 1) * options.intervalSeconds))
-            return Error{ErrorKind::CANCELLED, "stopped between two pictures", ""};
-        if (options.count > 1)
-            camera.progress.setPrefix("picture " + std::to_string(number) + " of " + std::to_string(options.count) +
-                                      ", ");
-        Status taken = takeOne(camera, options, number, filter);
+            return inSequence({ErrorKind::CANCELLED, "stopped before it began", ""}, number, options.count);
+        if (options.count > 1) {
+            const double each = number == 1 ? options.request.seconds : (clock.steadySeconds() - start) / (number - 1);
+            const double rest = (options.count - number) * std::max(each, options.intervalSeconds);
+            camera.progress.setContext(
+                "picture " + std::to_string(number) + " of " + std::to_string(options.count) + ", ",
+                rest > 0.0 ? ", then " + duration(rest) + " to the end" : "");
+        }
+        Status taken = takeOne(camera, options, number, filter.value(), run);
+        while (!taken.ok() && retries > 0 && worthRetrying(taken.error())) {
+            --retries;
+            note("picture " + std::to_string(number) + ": " + taken.error().text + "; trying again");
+            Status ready = prepareRetry(camera, taken.error(), wanted, run);
+            taken = ready.ok() ? takeOne(camera, options, number, filter.value(), run) : ready;
+            if (!ready.ok())
+                break;
+        }
         if (!taken.ok())
-            return taken;
+            return inSequence(taken.error(), number, options.count);
     }
     return Done{};
 }
@@ -256,8 +334,8 @@ Status takeAll(Opened& camera, const Options& options, const WantedFilter& wante
 /// After a stop or a failure nothing moves the mount any longer.
 void openRelays(Opened& camera)
 {
-    if (camera.session.info().caps.hasGuidePort && !camera.session.stuck())
-        (void)camera.session.call([](VornCamera& opened) { return opened.setGuideRelays(0); });
+    if (camera.isOpen() && camera.session().info().caps.hasGuidePort && !camera.stuck())
+        (void)camera.session().call([](VornCamera& opened) { return opened.setGuideRelays(0); });
 }
 
 }  // namespace
@@ -285,8 +363,8 @@ int exposeCommand(Options options)
         Status outcome = takeAll(camera, options, wanted.value());
         if (!outcome.ok())
             openRelays(camera);
-        if (options.warmAtEnd && !camera.session.stuck()) {
-            Status warming = vorncapture::warmUp(camera.session, false);
+        if (options.warmAtEnd && camera.isOpen() && !camera.stuck()) {
+            Status warming = vorncapture::warmUp(camera.session(), false);
             if (outcome.ok() && !warming.ok())
                 return warming;
             if (warming.ok() && !options.quiet)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// @file main.cpp
 /// Command line of vornctl: what can be asked, and what is refused before any camera is touched.
+#include <algorithm>
 #include <array>
 #include <CLI/CLI.hpp>
 #include <cmath>
@@ -11,11 +12,13 @@
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <vector>
 
 #include <vornccd.h>
 
+#include "../spelling.h"
 #include "capture/text.h"
 #include "commands.h"
 #include "console.h"
@@ -115,14 +118,14 @@ CLI::Option* addRead(CLI::App& command, const std::string& name, Target& target,
 
 void addFilterNames(CLI::App& command, Options& options)
 {
-    command.add_option("--filter-names", options.filterNames, "what the filters are called, from position 1")
+    command.add_option("--filter-names", options.filterNames, "names of the filters, from position 1")
         ->type_name("NAME,NAME,...")
         ->envname("VORNCTL_FILTERS");
 }
 
 Command addFilter(CLI::App& app, Asked& asked)
 {
-    CLI::App* command = addCommand(app, asked, "filter", "turn the filter wheel, or tell where it stands",
+    CLI::App* command = addCommand(app, asked, "filter", "turn the filter wheel, or show its position",
                                    "  vornctl filter\n  vornctl filter 3\n"
                                    "  export VORNCTL_FILTERS=L,R,G,B,Ha; vornctl filter ha");
     command->add_option("FILTER", asked.options.filter, "position to turn to, from 1, or name");
@@ -140,11 +143,10 @@ Command addShutter(CLI::App& app, Asked& asked)
 
 Command addGuide(CLI::App& app, Asked& asked)
 {
-    CLI::App* command =
-        addCommand(app, asked, "guide", "close a relay of the guide port for a moment",
-                   "  vornctl guide x+ 500      half a second\n"
-                   "  vornctl guide 3 1200      the same relay as y+\n"
-                   "Which way the stars move is a matter of the mount. Ctrl-C opens the relays at once.");
+    CLI::App* command = addCommand(app, asked, "guide", "close a relay of the guide port for some milliseconds",
+                                   "  vornctl guide x+ 500      half a second\n"
+                                   "  vornctl guide 3 1200      the same relay as y+\n"
+                                   "Which way the stars move depends on the mount. Ctrl-C opens the relays at once.");
     addRead(*command, "DIRECTION", asked.guide.relay, vornctl::parseDirection, "x+, x-, y+ or y-; relay 1 to 4")
         ->required()
         ->each([&asked](const std::string& text) { asked.guide.direction = text; });
@@ -170,7 +172,7 @@ Command addGpio(CLI::App& app, Asked& asked)
 
 Command addGain(CLI::App& app, Asked& asked)
 {
-    CLI::App* command = addCommand(app, asked, "gain", "tell or set gain and offset of the readout",
+    CLI::App* command = addCommand(app, asked, "gain", "show or set gain and offset of the readout",
                                    "  vornctl gain\n  vornctl gain --gain 20 --offset 100");
     addNumber(*command, "--gain", asked.gain.gain, 0.0, vorncapture::LARGEST_GAIN, "0 to 63")->type_name("N");
     addNumber(*command, "--offset", asked.gain.offset, 0.0, vorncapture::LARGEST_OFFSET, "0 to 512")->type_name("N");
@@ -182,14 +184,14 @@ Command addCool(CLI::App& app, Asked& asked)
     CLI::App* command = addCommand(app, asked, "cool", "cool the sensor and wait until it has settled",
                                    "  vornctl cool -10\n"
                                    "  vornctl cool -20 --ramp 3     at most 3 degrees a minute\n"
-                                   "  vornctl cool -10 --no-wait    only give the order");
+                                   "  vornctl cool -10 --no-wait    set the target and return");
     addNumber(*command, "CELSIUS", asked.cooling.targetCelsius, vorncapture::LOWEST_TARGET_CELSIUS,
               vorncapture::HIGHEST_TARGET_CELSIUS, "target in degrees Celsius")
         ->required();
     addNumber(*command, "--ramp", asked.cooling.perMinute, 0.01, 1000.0,
               "lower the set-point evenly, so many degrees a minute")
         ->type_name("DEGREES");
-    command->add_flag("--no-wait", asked.noWait, "do not wait; a ramp is still gone through");
+    command->add_flag("--no-wait", asked.noWait, "return at once; with --ramp, at the end of the ramp");
     return {command, [&asked] {
                 asked.cooling.wait = !asked.noWait;
                 asked.cooling.limitSeconds = asked.options.timeoutSeconds.value_or(asked.cooling.limitSeconds);
@@ -200,7 +202,7 @@ Command addCool(CLI::App& app, Asked& asked)
 Command addWarm(CLI::App& app, Asked& asked)
 {
     CLI::App* command = addCommand(app, asked, "warm", "warm the sensor up slowly and switch the cooler off",
-                                   "  vornctl warm\n  vornctl warm --no-wait   the camera does it by itself");
+                                   "  vornctl warm\n  vornctl warm --no-wait   return at once; the camera goes on");
     command->add_flag("--no-wait", asked.noWait, "do not wait for the end");
     return {command, [&asked] {
                 const double limit = asked.options.timeoutSeconds.value_or(asked.warmLimitSeconds);
@@ -210,14 +212,14 @@ Command addWarm(CLI::App& app, Asked& asked)
 
 Command addStatus(CLI::App& app, Asked& asked)
 {
-    CLI::App* command = addCommand(app, asked, "status", "tell temperatures, cooler and filter wheel",
+    CLI::App* command = addCommand(app, asked, "status", "show temperatures, cooler and filter wheel",
                                    "  vornctl status\n  vornctl status --json");
     return {command, [&asked] { return vornctl::statusCommand(asked.options); }};
 }
 
 Command addMonitor(CLI::App& app, Asked& asked)
 {
-    CLI::App* command = addCommand(app, asked, "monitor", "tell the same again and again until Ctrl-C",
+    CLI::App* command = addCommand(app, asked, "monitor", "show the same repeatedly until Ctrl-C",
                                    "  vornctl monitor --interval 10\n"
                                    "  vornctl monitor --json --count 60 --plot cooling.svg");
     addNumber(*command, "--interval", asked.monitor.intervalSeconds, 0.1, LONGEST_WAIT_SECONDS,
@@ -265,15 +267,50 @@ void addPictureOptions(CLI::App& expose, Asked& asked)
 void addObservationOptions(CLI::App& expose, vorncapture::Observation& observation)
 {
     constexpr double LONGEST_MM = 1e6;
-    expose.add_option("--object", observation.object, "what is looked at, for header and name")->type_name("NAME");
-    expose.add_option("--observer", observation.observer, "who looks")->type_name("NAME")->envname("VORNCTL_OBSERVER");
-    expose.add_option("--telescope", observation.telescope, "through what")
+    expose.add_option("--object", observation.object, "name of the object, for header and file name")
+        ->type_name("NAME");
+    expose.add_option("--observer", observation.observer, "name of the observer")
+        ->type_name("NAME")
+        ->envname("VORNCTL_OBSERVER");
+    expose.add_option("--telescope", observation.telescope, "name of the telescope")
         ->type_name("NAME")
         ->envname("VORNCTL_TELESCOPE");
+    const auto angle = [&expose](const char* name, std::optional<double>& target, double low, double high,
+                                 const char* what, const char* help) {
+        const auto read = [=, &target](const std::string& text) {
+            const auto status = vornctl::parseAngle(text, low, high, what, target);
+            if (!status.ok())
+                throw CLI::ValidationError(status.error().text);
+        };
+        return expose.add_option_function<std::string>(name, read, help);
+    };
+    angle("--ra", observation.rightAscensionHours, 0.0, 24.0, "right ascension", "of the object")->type_name("H:M:S");
+    angle("--dec", observation.declinationDegrees, -90.0, 90.0, "declination", "of the object")->type_name("D:M:S");
+    angle("--latitude", observation.siteLatitudeDegrees, -90.0, 90.0, "latitude", "of the telescope, north positive")
+        ->type_name("D:M:S")
+        ->envname("VORNCTL_LATITUDE");
+    angle("--longitude", observation.siteLongitudeDegrees, -180.0, 180.0, "longitude",
+          "of the telescope, east positive")
+        ->type_name("D:M:S")
+        ->envname("VORNCTL_LONGITUDE");
+    const auto readKeywords = [&observation](const std::vector<std::string>& texts) {
+        for (const std::string& text : texts) {
+            const auto keyword = vorncapture::parseKeyword(text);
+            if (!keyword.ok())
+                throw CLI::ValidationError(keyword.error().text);
+            observation.keywords.push_back(keyword.value());
+        }
+    };
+    expose
+        .add_option_function<std::vector<std::string>>("--key", readKeywords,
+                                                       "one more keyword for the header; may be repeated")
+        ->type_name("NAME=VALUE")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
     addNumber(expose, "--focal-length", observation.focalLengthMm, 0.1, LONGEST_MM, "of the telescope")
         ->type_name("MM")
         ->envname("VORNCTL_FOCAL_LENGTH");
-    addNumber(expose, "--aperture", observation.apertureMm, 0.1, LONGEST_MM, "diameter of its opening")
+    addNumber(expose, "--aperture", observation.apertureMm, 0.1, LONGEST_MM, "diameter of the telescope's aperture")
         ->type_name("MM")
         ->envname("VORNCTL_APERTURE");
 }
@@ -288,7 +325,7 @@ Command addExpose(CLI::App& app, Asked& asked)
         "  vornctl expose -t 300 --count 20 --filter 2 -o 'm31-{filter}-{n:3}-{temp}C.fits'\n"
         "  VORNCTL_FILTERS=L,R,G,B vornctl expose -t 60 --filter R --object 'M 31' -o '{object}-{filter}.fits'\n"
         "  vornctl expose --type bias --count 50 -o 'bias-{n:2}.fits' --warm\n"
-        "  vornctl expose -t 1 -o - | fitsheader -\n"
+        "  vornctl expose -t 1 -o - >moon.fits\n"
         "Names may have {n}, {n:3}, {date}, {type}, {seconds}, {filter}, {temp}, {camera} and {object}. Without {n}\n"
         "a sequence gets a number before the ending. Ctrl-C drops the picture at hand and keeps the others.");
     addPictureOptions(*command, asked);
@@ -304,6 +341,9 @@ Command addExpose(CLI::App& app, Asked& asked)
     addNumber(*command, "--interval", options.intervalSeconds, 0.0, LONGEST_WAIT_SECONDS,
               "from the start of one picture to that of the next")
         ->type_name("SECONDS");
+    addNumber(*command, "--retry", options.retries, 0.0, MOST_PICTURES,
+              "take a picture again after a failure, so many times in all; wait for a camera that is gone")
+        ->type_name("N");
     command->add_flag("--warm", options.warmAtEnd, "start the camera's warm-up at the end, also after an error");
     command->add_flag("-f,--force", options.force, "replace existing files");
     return {command, [&asked] { return vornctl::exposeCommand(asked.options); }};
@@ -311,13 +351,57 @@ Command addExpose(CLI::App& app, Asked& asked)
 
 Command addDoctor(CLI::App& app, Asked& asked)
 {
-    CLI::App* command = app.add_subcommand("doctor", "find out what keeps cameras from working, and how to cure it");
+    CLI::App* command = app.add_subcommand("doctor", "find out why cameras do not work, and what to do");
     command->footer(
         "Examples:\n"
         "  vornctl doctor\n"
         "  vornctl doctor --quiet    problems only\n"
         "It opens each attached camera for a moment; one that another program uses is not disturbed.");
     return {command, [&asked] { return vornctl::doctorCommand(asked.options); }};
+}
+
+/// @return a help text whose lines fit into a terminal of 80 columns. What does not fit goes on below the explanation
+/// of an option, or below its own line's beginning.
+std::string fitted(const std::string& text)
+{
+    constexpr size_t COLUMNS = 80;
+    constexpr size_t EXPLANATION = 30;  // where CLI11 begins it
+    std::istringstream lines(text);
+    std::string fitting;
+    for (std::string line; std::getline(lines, line);) {
+        const size_t begin = line.find_first_not_of(' ');
+        const bool option = begin == 2 && line.size() > EXPLANATION && line[EXPLANATION - 1] == ' ';
+        const size_t indent = option || begin == EXPLANATION ? EXPLANATION : begin == std::string::npos ? 0 : begin;
+        while (line.size() > COLUMNS) {
+            const size_t cut = line.rfind(' ', COLUMNS);
+            if (cut == std::string::npos || cut <= indent)
+                break;
+            fitting += line.substr(0, cut) + "\n";
+            line = std::string(indent, ' ') + line.substr(cut + 1);
+        }
+        fitting += line + "\n";
+    }
+    return fitting;
+}
+
+/// @return "; did you mean "status"?" for a word that is near a known one, else nothing.
+std::string guess(const std::string& word, const std::vector<std::string>& known)
+{
+    const std::string near = spelling::nearest(word, known);
+    return near.empty() ? "" : "; did you mean \"" + near + "\"?";
+}
+
+/// @return the long names of all options that @p app and its @p command have.
+std::vector<std::string> optionNames(const CLI::App& app, const CLI::App& command)
+{
+    std::vector<std::string> names;
+    for (const CLI::App* has : {&app, &command}) {
+        for (const CLI::Option* option : has->get_options()) {
+            for (const std::string& name : option->get_lnames())
+                names.push_back("--" + name);
+        }
+    }
+    return names;
 }
 
 /// @return the names of all commands, for the message that none was given.
@@ -334,12 +418,22 @@ std::string problemOf(const CLI::ParseError& error, const CLI::App& app, const s
                       const std::string& first)
 {
     const bool option = !first.empty() && first.front() == '-';
-    if (app.get_subcommands().empty())
-        return (first.empty() || option ? "give a command it knows: " : '"' + first + "\" is no command; it knows ") +
-               namesOf(commands);
+    if (app.get_subcommands().empty()) {
+        std::vector<std::string> names;
+        for (const Command& command : commands)
+            names.push_back(command.app->get_name());
+        return (first.empty() || option ? "give a command: " : '"' + first + "\" is no command: give ") +
+               namesOf(commands) + (option ? "" : guess(first, names));
+    }
     if (option && dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
-        return "options stand behind the command: vornctl " + app.get_subcommands().front()->get_name() + " " + first;
-    return error.what();
+        return "options come after the command: vornctl " + app.get_subcommands().front()->get_name() + " " + first;
+    // CLI11 names what it did not expect, but not what is near to it.
+    const std::string said = error.what();
+    const size_t wrong = said.find("--");
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr || wrong == std::string::npos)
+        return said;
+    const std::string word = said.substr(wrong, said.find_first_of(" =", wrong) - wrong);
+    return said + guess(word, optionNames(app, *app.get_subcommands().front()));
 }
 
 int run(int argc, char** argv)
@@ -352,7 +446,7 @@ int run(int argc, char** argv)
     app.fallthrough();
     app.add_flag("--json", asked.options.json, "print results as JSON on standard output");
     app.add_flag("-q,--quiet", asked.options.quiet, "no progress and no notes");
-    app.add_flag("--trace", trace, "write all that goes on with the camera to standard error");
+    app.add_flag("--trace", trace, "write the trace of all operations to standard error");
     app.footer(
         "Exit status: 0 success, 1 the operation failed, 2 usage, 3 no such camera, 4 no permission,\n"
         "5 the camera does not answer or is gone, 6 the temperature was not reached,\n"
@@ -360,7 +454,7 @@ int run(int argc, char** argv)
         "vornctl COMMAND --help shows examples. The cooler stays as it is when a command ends.");
 
     CLI::App* list = app.add_subcommand("list", "list the attached cameras");
-    CLI::App* info = addCommand(app, asked, "info", "tell what a camera is and can do", "  vornctl info -d k12");
+    CLI::App* info = addCommand(app, asked, "info", "show what a camera is and can do", "  vornctl info -d k12");
     const std::vector<Command> commands = {
         {list, [&asked] { return vornctl::listCommand(asked.options); }},
         {info, [&asked] { return vornctl::infoCommand(asked.options); }},
@@ -379,18 +473,20 @@ int run(int argc, char** argv)
 
     try {
         app.parse(argc, argv);
+        vornctl::reportAsJson(asked.options.json);
     } catch (const CLI::ParseError& error) {
-        if (error.get_exit_code() == 0) {  // help or version
+        const bool unknown = argc > 1 && argv[1][0] != '-' && app.get_subcommands().empty();
+        if (error.get_exit_code() == 0 && !unknown) {  // help or version
             std::ostringstream text;
             (void)app.exit(error, text);
-            (void)std::fputs(text.str().c_str(), stdout);
+            (void)std::fputs(fitted(text.str()).c_str(), stdout);
             return vornctl::EXIT_OK;
         }
+        vornctl::reportAsJson(std::find(argv, argv + argc, std::string_view("--json")) != argv + argc);
         const std::string problem = problemOf(error, app, commands, argc > 1 ? argv[1] : "");
         const auto given = app.get_subcommands();
         const std::string helped = given.empty() ? "vornctl" : "vornctl " + given.front()->get_name();
-        (void)std::fprintf(stderr, "vornctl: %s (see %s --help)\n", problem.c_str(), helped.c_str());
-        return vornctl::EXIT_USAGE;
+        return vornctl::report({vorncapture::ErrorKind::BAD_REQUEST, problem + " (see " + helped + " --help)", ""});
     }
     VornDebug = trace;
     for (const Command& command : commands) {

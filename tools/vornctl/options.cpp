@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "options.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -70,6 +72,33 @@ Status parseRegion(const std::string& text, ExposureRequest& request)
     if (numbers[2] == 0 || numbers[3] == 0)
         return refuse("the region " + text + " is empty");
     request.region = {numbers[0], numbers[1], numbers[2], numbers[3]};
+    return Done{};
+}
+
+Status parseAngle(const std::string& text, double low, double high, const std::string& what,
+                  std::optional<double>& angle)
+{
+    const bool negative = text.starts_with('-');
+    const std::string digits = negative || text.starts_with('+') ? text.substr(1) : text;
+    const size_t first = std::min(digits.find_first_of(": "), digits.size());
+    const size_t second = std::min(digits.find_first_of(": ", std::min(first + 1, digits.size())), digits.size());
+    std::optional<double> value;
+    if (first == digits.size()) {
+        value = parseNumber<double>(digits);
+    } else {
+        const auto whole = parseNumber<unsigned int>(digits.substr(0, first));
+        const auto minutes = parseNumber<unsigned int>(digits.substr(first + 1, second - first - 1));
+        const auto seconds =
+            second == digits.size() ? std::optional<double>(0.0) : parseNumber<double>(digits.substr(second + 1));
+        if (whole && minutes && seconds && *minutes < 60 && *seconds >= 0.0 && *seconds < 60.0)
+            value = *whole + *minutes / 60.0 + *seconds / 3600.0;
+    }
+    if (value && negative)
+        value = -*value;
+    if (!value || !(*value >= low && *value <= high))
+        return refuse("\"" + text + "\" is no " + what + ": give a number from " + std::to_string(std::lround(low)) +
+                      " to " + std::to_string(std::lround(high)) + ", like 12.5 or 12:30:00");
+    angle = value;
     return Done{};
 }
 

@@ -29,6 +29,7 @@ struct Options {
     std::optional<double> seconds;
     vorncapture::FrameKind kind = vorncapture::FrameKind::LIGHT;
     unsigned int count = 1;
+    unsigned int retries = 0;      ///< pictures that may be taken again after a failure, in all
     double intervalSeconds = 0.0;  ///< from the start of one picture to the next
     bool warmAtEnd = false;
     vorncapture::Observation observation;
@@ -46,6 +47,11 @@ vorncapture::Status parseBinning(const std::string& text, vorncapture::ExposureR
 
 /// Reads "X,Y,WIDTH,HEIGHT" in unbinned sensor pixels into @p request. Error: BAD_REQUEST.
 vorncapture::Status parseRegion(const std::string& text, vorncapture::ExposureRequest& request);
+
+/// Reads hours or degrees: "0.712", "00:42:44.3" or "-00 42 44", from @p low to @p high. Error: BAD_REQUEST, which
+/// calls them @p what.
+vorncapture::Status parseAngle(const std::string& text, double low, double high, const std::string& what,
+                               std::optional<double>& angle);
 
 /// Reads "light", "dark", "bias" or "flat". Error: BAD_REQUEST.
 vorncapture::Status parseKind(const std::string& text, vorncapture::FrameKind& kind);

@@ -130,7 +130,9 @@ ordered_json describeFrame(const Frame& frame)
         {"x", frame.region.x}, {"y", frame.region.y}, {"width", frame.region.width}, {"height", frame.region.height}};
     json["binning"] = {{"x", frame.request.binX}, {"y", frame.request.binY}};
     json["ccd_celsius"] = hundredths(frame.telemetry.ccdCelsius());
-    json["values"] = {{"min", *low}, {"max", *high}, {"mean", sum / static_cast<double>(frame.pixels.size())}};
+    json["values"] = {{"min", *low},
+                      {"max", *high},
+                      {"mean", std::round(sum / static_cast<double>(frame.pixels.size()) * 1000.0) / 1000.0}};
     json["notes"] = frame.notes;
     return json;
 }
