@@ -301,7 +301,7 @@ TEST(TraceLines, OfAnExposure)
           " <- VornCameraImpl::sendCommand 1 NULL\n<- VornCameraImpl::readCCD 1\n"
           "-> VornCameraImpl::getImage(..., 2)\n    elapsed 0 s\n"
           " -> VornCameraImpl::setParTimeout(1000)\n <- VornCameraImpl::setParTimeout 1\n"
-          "    unlock()\n<- VornCameraImpl::getImage 1 [0x01 0x02]\n",
+          "    unlock()\n<- VornCameraImpl::getImage 1 [0x02 0x02]\n",
           Steps()
               .command("02 00 00 00")
               .command("04 00")
@@ -309,7 +309,7 @@ TEST(TraceLines, OfAnExposure)
               .out(0x04, "0C ?? 00 00 30 75 ...")
               .command("02 00 01 00")
               .command("06 00 00 00 01 00 01 00 00 00 00 00 02 00 01 00 43 00")
-              .parIn(4, "01 02 03 04")
+              .parIn(4, "02 02 04 04")
               .out(0x04, "0C ?? 00 00 E8 03 ...")},
          {"short, and the camera is gone",
           DO(camera.handle = nullptr; camera.pixelCountX = camera.maxBinX = camera.maxBinY = 1; uint16_t image = 0;
