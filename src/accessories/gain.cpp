@@ -4,6 +4,7 @@
 #include "family_facts.h"
 #include "trace/trace.h"
 #include "transport/commands.h"
+#include "transport/device_lock.h"
 #include "transport/pause.h"
 
 using namespace vornccd;
@@ -49,9 +50,9 @@ GainPoll pollStableGainRecord(VornCameraImpl& camera, GainRecord record)
 }
 
 /// The camera never had a record. deliberate: getting and setting end with the same text and the same trace line.
-bool failGainPoll(VornCameraImpl& camera)
+bool failGainPoll(VornCameraImpl& camera, DeviceLock& held)
 {
-    camera.unlock();
+    held.release();
     camera.lastError = "Failed to set gain";
     TRACE_EXIT("%s<- VornCameraImpl::getGain 00 //  no response\n");
     return false;
@@ -63,14 +64,14 @@ bool VornCameraImpl::getGain(int* gain, int* offset)
 {
     TRACE_ENTER("%s-> VornCameraImpl::getGain(...)\n");
     bool ok = true;
-    lock();
+    DeviceLock held(*this);
     if (!factsOf(type).hasGain) {
         lastError = "Unsupported operation";  // deliberate: and yet a success, with the outputs untouched
     } else {
         uint8_t record[GAIN_RECORD_LENGTH] = {};
         const GainPoll poll = pollGainRecord(*this, record);
         if (poll == GainPoll::NO_RESPONSE)
-            return failGainPoll(*this);
+            return failGainPoll(*this, held);
         ok = poll == GainPoll::ANSWERED;
         if (ok) {
             const GainHalf& half = gainHalf(previewMode);
@@ -78,7 +79,7 @@ bool VornCameraImpl::getGain(int* gain, int* offset)
             *offset = codeToOffset(getInt16(record, half.offsetCode));
         }
     }
-    unlock();
+    held.release();
     TRACE_EXIT("%s<- VornCameraImpl::getGain %d -> %d, %d\n", ok, *gain, *offset);
     return ok;
 }
@@ -87,11 +88,11 @@ bool VornCameraImpl::setGain(int gain, int offset)
 {
     TRACE_ENTER("%s-> VornCameraImpl::setGain(%d, %d)\n", gain, offset);
     bool ok = true;
-    lock();
+    DeviceLock held(*this);
     if (!factsOf(type).hasGain) {
         lastError = "Unsupported operation";  // deliberate: and yet a success
     } else if (gain < 0 || gain > GAIN_MAX || offset < 0 || offset > OFFSET_MAX) {
-        unlock();
+        held.release();
         lastError = "Invalid parameter";
         TRACE_EXIT("%s<- VornCameraImpl::setGain 00 // invalid parameter\n");
         return false;
@@ -100,7 +101,7 @@ bool VornCameraImpl::setGain(int gain, int offset)
         const GainRecord record = std::span(payload).subspan<GAIN_PAYLOAD_RECORD, GAIN_RECORD_LENGTH>();
         const GainPoll poll = pollStableGainRecord(*this, record);
         if (poll == GainPoll::NO_RESPONSE)
-            return failGainPoll(*this);
+            return failGainPoll(*this, held);
         ok = poll == GainPoll::ANSWERED;
         if (ok) {
             // The other readout mode's half and what we do not understand go back as they came.
@@ -111,7 +112,7 @@ bool VornCameraImpl::setGain(int gain, int offset)
             ok = sendBytes<CMD_SET_GAIN>(*this, payload);
         }
     }
-    unlock();
+    held.release();
     TRACE_EXIT("%s<- VornCameraImpl::setGain %d\n", ok);
     return ok;
 }

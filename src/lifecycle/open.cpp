@@ -178,7 +178,7 @@ bool VornCameraImpl::open()
     // deliberate: through the virtual table, so that a class of the host's that overrides open() sees each try. A
     // CLASSIC camera is tried again without end. No object here has a destructor and no local's address is taken, so
     // an optimising compiler (-O2 and above) makes this call a jump and the stack stays flat. A debug build, and one
-    // with sanitizers, keeps a frame of about 100 bytes for each try: 8 MB of stack then last for some days.
+    // with sanitizers, keeps a frame of at most 100 bytes for each try: 8 MB of stack then last for some days.
     VornCamera& self = *this;
     return self.open();
 }
