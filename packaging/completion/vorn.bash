@@ -21,7 +21,7 @@ _vorn_value()
         *FILE* | *--log*) compopt -o filenames 2>/dev/null; mapfile -t COMPREPLY < <(compgen -f -- "$2") ;;
         *--camera*) mapfile -t COMPREPLY < <(compgen -W "$(vornsim list | sed -n 's/^Vorn \([^ ]*\).*/\1/p')" -- "$2") ;;
         *--device*) mapfile -t COMPREPLY < <(compgen -W "$(vornctl list 2>/dev/null | sed 's/ .*//')" -- "$2") ;;
-        *--scene*) mapfile -t COMPREPLY < <(compgen -W "sky ramp" -- "$2") ;;
+        *--scene*) mapfile -t COMPREPLY < <(compgen -W "sky flat ramp" -- "$2") ;;
         *--type*) mapfile -t COMPREPLY < <(compgen -W "light dark bias flat" -- "$2") ;;
         shutter) mapfile -t COMPREPLY < <(compgen -W "open close" -- "$2") ;;
         guide) mapfile -t COMPREPLY < <(compgen -W "x+ x- y+ y-" -- "$2") ;;

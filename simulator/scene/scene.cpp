@@ -45,6 +45,28 @@ Integration plausible(Integration integration)
     return integration;
 }
 
+/// Fills @p plane with the light of a white screen through a telescope that darkens the corners.
+void paintScreen(const SensorModel& sensor, const Integration& integration, LightPlane& plane)
+{
+    constexpr float SCREEN_LIGHT = 8000.0f;  // electrons a second a pixel in the middle
+    constexpr float CORNER_LOSS = 0.2f;
+    const auto light = SCREEN_LIGHT * static_cast<float>(integration.lightSeconds);
+    const float middleX = static_cast<float>(sensor.width) / 2.0f;
+    const float middleY = static_cast<float>(sensor.height) / 2.0f;
+    const float corner = middleX * middleX + middleY * middleY;
+    plane.electrons.resize(static_cast<size_t>(plane.width * plane.height));
+    float* pixel = plane.electrons.data();
+    for (int64_t y = plane.y; y < plane.y + plane.height; ++y) {
+        const RowFilter filter = filterOfRow(sensor, {}, y);
+        const float dy = static_cast<float>(y) - middleY;
+        for (int64_t x = plane.x; x < plane.x + plane.width; ++x) {
+            const float dx = static_cast<float>(x) - middleX;
+            const float falloff = 1.0f - CORNER_LOSS * (dx * dx + dy * dy) / corner;
+            *pixel++ = light * falloff * ((x & 1) != 0 ? filter.odd : filter.even);
+        }
+    }
+}
+
 uint32_t plausibleBinning(uint32_t binning)
 {
     return std::clamp(binning, 1u, 0xFFFFu);
@@ -130,7 +152,10 @@ std::vector<uint16_t> Scene::expose(const SensorModel& sensor, const Integration
     if (plane.width == 0 || plane.height == 0)
         plane.width = plane.height = 0;
     const Integration limited = plausible(integration);
-    paintSky(hashOf(KEY_STARS, seed_), sensor, limited, plane);
+    if (screen_)
+        paintScreen(sensor, limited, plane);
+    else
+        paintSky(hashOf(KEY_STARS, seed_), sensor, limited, plane);
 
     const Readout readout(seed_, sensor, limited);
     std::vector<uint16_t> values(size_t{outWidth} * outHeight);

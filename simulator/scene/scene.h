@@ -46,7 +46,9 @@ struct Region {
 /// sensor pixels from the top-left corner, so cameras of any model with one seed see the same stars at the same places.
 class Scene {
 public:
-    explicit Scene(uint64_t seed) : seed_(seed) {}
+    /// @param screen whether the sensor sees an evenly lit white screen, for flats, in the place of the sky: 8000
+    ///     electrons a second a pixel in the middle and a fifth less in the corners, before colour filters
+    explicit Scene(uint64_t seed, bool screen = false) : seed_(seed), screen_(screen) {}
 
     /// Reads out one integration. Noise belongs to a pixel and a frame: without binning, a region holds the very values
     /// that the whole frame has there. Binned cells are summed before the one read noise and the converter.
@@ -57,6 +59,7 @@ public:
 
 private:
     uint64_t seed_;
+    bool screen_;
 };
 
 /// A noiseless pattern that shows where each value comes from: the top-left sensor pixel of a bin cell at (column, row)

@@ -35,6 +35,17 @@ double mean(const Values& values)
     return std::accumulate(values.begin(), values.end(), 0.0) / static_cast<double>(values.size());
 }
 
+TEST(Expose, AScreenIsEvenlyLitButForTheCorners)
+{
+    const Scene screen(1, true);
+    const auto meanOf = [&](uint32_t x, uint32_t y) {
+        return mean(screen.expose(QUIET, {.lightSeconds = 0.5}, {x, y, 16, 16, 1, 1}, 16, 16));
+    };
+    EXPECT_NEAR(meanOf(152, 112), 4000.0, 20.0) << "in the middle";
+    EXPECT_NEAR(meanOf(0, 0), 3200.0, 80.0) << "in a corner";
+    EXPECT_NEAR(meanOf(304, 224), meanOf(0, 0), 40.0) << "in the corner opposite";
+}
+
 TEST(Expose, ChargeFollowsTimeAndTemperature)
 {
     SensorModel sensor = QUIET;

@@ -58,11 +58,14 @@ void addCameraOptions(CLI::App& app, CameraChoice& choice, const std::string& ex
     app.add_option_function<std::string>(
            "--scene",
            [&choice](const std::string& name) {
-               choice.options.scene = CLI::detail::to_lower(name) == "ramp" ? SceneKind::RAMP : SceneKind::SKY;
+               const std::string scene = CLI::detail::to_lower(name);
+               choice.options.scene = scene == "ramp"   ? SceneKind::RAMP
+                                      : scene == "flat" ? SceneKind::FLAT
+                                                        : SceneKind::SKY;
            },
-           "What the sensors see: sky or ramp (a noiseless test pattern)")
-        ->check(CLI::IsMember({"sky", "ramp"}, CLI::ignore_case).description(""))
-        ->type_name("sky|ramp")
+           "What the sensors see: sky, flat (an evenly lit screen) or ramp (a noiseless test pattern)")
+        ->check(CLI::IsMember({"sky", "flat", "ramp"}, CLI::ignore_case).description(""))
+        ->type_name("sky|flat|ramp")
         ->default_str("sky");
     app.add_option("--ambient", choice.options.ambientCelsius, "Temperature around the cameras in degrees Celsius")
         ->capture_default_str();

@@ -41,7 +41,7 @@ IidcCamera::IidcCamera(const CameraModel& model, const CameraOptions& options, c
       clock_(clock),
       log_(log),
       sensor_(narrowSensor(model)),
-      scene_(options.seed),
+      scene_(options.seed, options.scene == SceneKind::FLAT),
       serialNumber_(serialNumber(model, options)),
       poweredAtUs_(clock.nowUs()),
       readyAtUs_(poweredAtUs_),

@@ -14,13 +14,14 @@ enum class SceneKind {
     /// A noiseless pattern whose value shows row and column: (y * 256 + x) & 0xFFFF before binning. Samples of 8 bits
     /// are its high byte XOR its low byte; precharge pairs lose the lowest bit.
     RAMP,
+    FLAT,  ///< an evenly lit screen with noise
 };
 
 /// The imaging sensor of a camera in front of its scene. Remembers what the last frame was exposed with.
 class SimulatedSensor {
 public:
     SimulatedSensor(const SensorModel& sensor, uint64_t seed, SceneKind kind)
-        : sensor_(sensor), scene_(seed), kind_(kind)
+        : sensor_(sensor), scene_(seed, kind == SceneKind::FLAT), kind_(kind)
     {
     }
 
