@@ -1,11 +1,13 @@
 #!/bin/sh
 # SPDX-License-Identifier: MIT
-# Does what the documents say: runs their shell blocks, file by file, compiles their whole C++ programs, and follows
-# their links. A block behind a line "<!-- not run: REASON -->" is left out.
+# Does what the documents say: runs their shell blocks, file by file, compiles their whole C++ programs, runs their
+# Python programs on simulated cameras, and follows their links. A block behind a line "<!-- not run: REASON -->" is
+# left out.
 # Usage: documents_test.sh DOCUMENT...: with SOURCE, the checkout, in the environment; works in the current directory
 set -eu
 here=$PWD
 failed=0
+export PYTHONPATH="$PREFIX/lib/python3/dist-packages"
 
 # blocks LANGUAGE DOCUMENT: writes the fenced blocks of a language, each behind a line with the mark #@
 blocks() {
@@ -34,6 +36,16 @@ for document in "$@"; do
         [ -e "$program" ] || continue
         # shellcheck disable=SC2046  # flags are split on purpose
         c++ -std=c++20 -fsyntax-only "$program" $(pkg-config --cflags vornccd) || failed=1
+    done
+
+    blocks python "$document" | awk -v RS='#@\n' 'NF {print > ("'"$here"'/work/block-" NR ".py")}'
+    for program in block-*.py; do
+        [ -e "$program" ] || continue
+        vornsim run --camera K12 --camera K20 -- /usr/bin/python3 "$program" >"$here/log" 2>&1 </dev/null || {
+            echo "$document: a Python program fails:"
+            tail -n 15 "$here/log"
+            failed=1
+        }
     done
 
     cd "$(dirname "$document")"
