@@ -81,7 +81,7 @@ class Evening(unittest.TestCase):
 
         if "CCD_COOLER" in FAMILIES[model]:
             client.set(device, "CCD_TEMPERATURE", CCD_TEMPERATURE_VALUE=11)
-            client.wait_state(device, "CCD_TEMPERATURE", "Busy")
+            client.wait_answer(device, "CCD_TEMPERATURE", "Busy")
             client.wait(lambda: client.value(device, "CCD_COOLER", "COOLER_ON") == "On", "cooler on")
         if "CCD_GAIN" in FAMILIES[model]:
             client.set(device, "CCD_GAIN", GAIN=17)
@@ -91,7 +91,7 @@ class Evening(unittest.TestCase):
             self.assertEqual(client.limits[(device, "FILTER_SLOT")]["FILTER_SLOT_VALUE"], (1, 5))
             client.set(device, "FILTER_NAME", FILTER_SLOT_NAME_3="H alpha")
             client.set(device, "FILTER_SLOT", FILTER_SLOT_VALUE=3)
-            client.wait_state(device, "FILTER_SLOT", "Busy")
+            client.wait_answer(device, "FILTER_SLOT", "Busy")
 
         self.take_regions(client, model, device, width, height)
         if GUIDE <= FAMILIES[model]:
@@ -210,7 +210,7 @@ class OneCamera(unittest.TestCase):
         client, device = self.client, self.device
         for seconds in (0.4, 20):
             client.set(device, "CCD_EXPOSURE", CCD_EXPOSURE_VALUE=seconds)
-            client.wait_state(device, "CCD_EXPOSURE", "Busy")
+            client.wait_answer(device, "CCD_EXPOSURE", "Busy")
             pictures = len(client.pictures.get(device, []))
             client.set(device, "CCD_ABORT_EXPOSURE", ABORT="On")
             client.wait_state(device, "CCD_EXPOSURE", "Idle", limit=1)
@@ -277,7 +277,8 @@ class OneCamera(unittest.TestCase):
         other.send(f'<enableBLOB device="{device}">Also</enableBLOB>')
         subprocess.run(["indi_setprop", "-p", str(self.server.port), f"{device}.CCD_EXPOSURE.CCD_EXPOSURE_VALUE=0.3"],
                        check=True)
-        client.wait_state(device, "CCD_EXPOSURE", "Busy")
+        busy = ("CCD_EXPOSURE", "Busy")
+        client.wait(lambda: busy in [event[1:3] for event in client.history], "exposure")
         other.close()
         client.wait_state(device, "CCD_EXPOSURE", "Ok")
         out = subprocess.run(["indi_getprop", "-1", "-p", str(self.server.port), f"{device}.CCD_EXPOSURE._STATE"],

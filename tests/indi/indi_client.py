@@ -51,6 +51,7 @@ class Client:
         self.properties = {}  # (device, name): (state, {element: value})
         self.limits = {}  # (device, name): {element: (min, max)}
         self.history = []  # (device, name, state, values) of every set
+        self.asked = {}  # (device, name): length of the history at the newest request
         self.messages = []
         self.pictures = {}  # device: [bytes]
         self.closed = False
@@ -110,6 +111,7 @@ class Client:
 
     def set(self, device, name, **values):
         """Sends new values; texts are switches when they are On or Off."""
+        self.asked[(device, name)] = len(self.history)
         kind = "Number"
         if all(value in ("On", "Off") for value in values.values()):
             kind = "Switch"
@@ -147,6 +149,12 @@ class Client:
 
     def wait_state(self, device, name, *states, limit=LIMIT):
         return self.wait(lambda: self.state(device, name) in states, f"{device}.{name} {states}", limit)
+
+    def wait_answer(self, device, name, *states, limit=LIMIT):
+        """Waits until one of the states was told after the newest request, be it for a moment only."""
+        since = self.asked[(device, name)]
+        return self.wait(lambda: [event for event in self.history[since:] if event[:2] == (device, name)
+                                  and event[2] in states], f"{device}.{name} {states} as an answer", limit)
 
     def wait_message(self, text, limit=LIMIT):
         return self.wait(lambda: any(text in message for message in self.messages), f"message {text!r}", limit)
@@ -231,13 +239,16 @@ class Server:
                 continue
         return None
 
-    def end_server(self):
-        """Ends the server alone. @return seconds until the driver is gone as well"""
+    def end(self, whole=True, signal_number=signal.SIGTERM):
+        """Ends the server, or only the driver. @return seconds until the driver is gone"""
         pid = self.driver_pid()
-        with open(os.path.join(self.home, "pid"), encoding="ascii") as file:
-            os.kill(int(file.read()), signal.SIGTERM)
+        target = pid
+        if whole:
+            with open(os.path.join(self.home, "pid"), encoding="ascii") as file:
+                target = int(file.read())
         start = time.monotonic()
-        while os.path.exists(f"/proc/{pid}") and time.monotonic() < start + LIMIT:
+        os.kill(target, signal_number)
+        while os.path.exists(f"/proc/{pid}/fd/0") and time.monotonic() < start + LIMIT:
             time.sleep(0.01)
         return time.monotonic() - start
 
