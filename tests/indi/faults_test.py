@@ -45,10 +45,12 @@ class Faults(unittest.TestCase):
                 self.assertGreater(client.expose(device, 0.01).width, 0)
 
     def test_unplugged_while_idle_is_noticed_by_polling(self):
-        _, client = self.start("K31", options=["--fault", "open=1,transfer=900,error=NO_DEVICE"])
-        client.connect("Vorn K31")
-        client.wait_message("unplugged or switched off", 90)
-        client.wait_state("Vorn K31", "CONNECTION", "Alert")
+        # Command replies come on this endpoint: a few during the exposure, then those of the polling.
+        _, client = self.start("K23", options=["--fault", "exposure=1,endpoint=0x86,transfer=12,error=NO_DEVICE"])
+        client.connect("Vorn K23")
+        client.expose("Vorn K23", 0.01)
+        client.wait_message("unplugged or switched off")
+        client.wait_state("Vorn K23", "CONNECTION", "Alert")
 
     def test_reasons_not_to_open_are_said_as_vornctl_says_them(self):
         for fault, text, cure in (("open=1,error=BUSY", "used by another program", "Close the other program"),
