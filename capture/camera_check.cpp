@@ -88,11 +88,11 @@ std::vector<Finding> examine(const CameraFacts& facts)
     if (measures && facts.info->temperatureEncoding == 0)
         findings.push_back({Level::PROBLEM, "the camera does not say how it encodes temperatures, so none are read",
                             "Switch the camera off and on again."});
-    if (facts.standIn && facts.info->family != IIDC)
+    if (facts.freeProgram && facts.info->family != IIDC)
         findings.push_back({Level::HINT,
-                            "the library was built with the stand-in bridge program: simulated cameras take it, real "
-                            "ones do not answer",
-                            "Build it with the real one: cmake --preset release "
+                            "the camera's bridge runs the free replacement program, which has been executed on an "
+                            "emulated chip only, never on a real camera",
+                            "To use the maker's instead: cmake --preset release "
                             "-DVORNCCD_FIRMWARE=/path/to/program.hex && cmake --build --preset release"});
     return findings;
 }
@@ -111,7 +111,7 @@ std::vector<Finding> checkCameras(const SessionOptions& options)
         facts.name = cameras[index]->getName();
         facts.nodes = nodesOfCamera(static_cast<int>(index));
         facts.usbMemoryMebibytes = usbMemoryMebibytes();
-        facts.standIn = standInFirmware();
+        facts.freeProgram = freeBridgeProgram();
         SessionOptions own = options;
         own.listIndex = static_cast<int>(index);
         const auto session = Session::open(std::move(cameras[index]), own);

@@ -20,7 +20,7 @@ struct CameraFacts {
     std::optional<Error> openError;  ///< why it was not
     std::optional<Error> stall;      ///< as Session::findStall() gives it
     long usbMemoryMebibytes = -1;    ///< as usbMemoryMebibytes() gives it
-    bool standIn = false;            ///< as standInFirmware() gives it
+    bool freeProgram = false;        ///< as freeBridgeProgram() gives it
 };
 
 /// One result of a check.

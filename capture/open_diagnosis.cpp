@@ -49,7 +49,7 @@ Error busyError(const std::vector<UsbNode>& nodes)
 
 }  // namespace
 
-OpenObstacle findObstacle(const std::string& trace, bool standIn)
+OpenObstacle findObstacle(const std::string& trace)
 {
     if (says(trace, "LIBUSB_ERROR_ACCESS"))
         return OpenObstacle::PERMISSION;
@@ -64,14 +64,14 @@ OpenObstacle findObstacle(const std::string& trace, bool standIn)
     // What was read from the camera came through the bridge's program, so what follows is a matter of its description.
     if (says(trace, "i2cRead 1") || says(trace, "ping ok") || says(trace, "APPINIT completed"))
         return OpenObstacle::NO_DESCRIPTION;
-    if (standIn && says(trace, "cpu started 1"))
-        return OpenObstacle::STAND_IN;
+    if (says(trace, "cpu started 1"))
+        return OpenObstacle::SILENT_PROGRAM;
     return OpenObstacle::NO_ANSWER;
 }
 
-bool standInFirmware()
+bool freeBridgeProgram()
 {
-    // Load records: length, address (two bytes), data; a length of 0 ends them. The stand-in says what it is.
+    // Load records: length, address (two bytes), data; a length of 0 ends them. Ours says what it is.
     constexpr size_t HEADER_LENGTH = 3;
     std::string program;
     for (size_t at = 0; at + HEADER_LENGTH < sizeof FIRMWARE && FIRMWARE[at] != 0;) {
@@ -79,7 +79,7 @@ bool standInFirmware()
         program.append(FIRMWARE + at + HEADER_LENGTH, FIRMWARE + at + HEADER_LENGTH + length);
         at += HEADER_LENGTH + length;
     }
-    return program.find("stand-in image") != std::string::npos;
+    return program.find("libvornccd bridge program") != std::string::npos;
 }
 
 std::string permissionAdvice(const PermissionFacts& facts)
@@ -120,7 +120,7 @@ std::string memoryAdvice(long mebibytes)
 
 Error explainOpenFailure(const std::string& trace, int listIndex)
 {
-    switch (findObstacle(trace, standInFirmware())) {
+    switch (findObstacle(trace)) {
         case OpenObstacle::PERMISSION:
             return permissionError(nodesOfCamera(listIndex));
         case OpenObstacle::BUSY:
@@ -132,9 +132,15 @@ Error explainOpenFailure(const std::string& trace, int listIndex)
         case OpenObstacle::FIRMWARE_REFUSED:
             return {ErrorKind::TIMEOUT, "the camera's bridge did not take its program",
                     std::string(REPLUG_ADVICE) + "\nUse another cable or USB port, without a hub."};
-        case OpenObstacle::STAND_IN:
-            return {ErrorKind::TIMEOUT, "the camera does not answer: this library was built with the stand-in program",
-                    "Only simulated cameras work with it. Build the library with the bridge's real program:\n"
+        case OpenObstacle::SILENT_PROGRAM:
+            return {
+                ErrorKind::TIMEOUT, "the camera's bridge took its program, but the program does not answer",
+                std::string(REPLUG_ADVICE) +
+                    (freeBridgeProgram()
+                         ? "\nIf it stays so, suspect the program: it is the free replacement that this library brings "
+                           "along, which has not run on a real camera yet. With the maker's:\n"
+                         : "\nIf it stays so, suspect the program that the library was built with. With another "
+                           "one:\n") +
                     "  cmake --preset release -DVORNCCD_FIRMWARE=/path/to/program.hex && "
                     "cmake --build --preset release"};
         case OpenObstacle::NO_DESCRIPTION:

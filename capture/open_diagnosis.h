@@ -17,17 +17,16 @@ enum class OpenObstacle {
     NO_MEMORY,         ///< in the system, for the transfers
     GONE,              ///< no longer attached
     FIRMWARE_REFUSED,  ///< the bridge did not take its program
-    STAND_IN,          ///< the bridge took a program that does nothing: the library was built without a real one
+    SILENT_PROGRAM,    ///< the bridge took its program, and then nothing that runs on it answered
     NO_DESCRIPTION,    ///< the camera answers, but does not describe itself
     NO_ANSWER,
 };
 
 /// Finds the obstacle in what the library wrote while it tried to open a camera.
-/// @param standIn whether the library's bridge program is the stand-in, see standInFirmware()
-OpenObstacle findObstacle(const std::string& trace, bool standIn);
+OpenObstacle findObstacle(const std::string& trace);
 
-/// @return whether the library's bridge program is the stand-in, which real cameras take and then do not answer.
-bool standInFirmware();
+/// @return whether the library's bridge program is the free replacement, which has not run on a real camera yet.
+bool freeBridgeProgram();
 
 /// What decides about the permission to use a device.
 struct PermissionFacts {

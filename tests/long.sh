@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # The tests that take long, with one table at the end of what each found. Their output goes to build/long/.
 # usage: tests/long.sh [NAME...]    with names only those: sweep soak threads valgrind unplug packages
-#     architectures fuzz mutation
+#     architectures fuzz mutation bridge
 # shellcheck disable=SC2317  # functions are called by their names
 set -eu
 cd "$(dirname "$0")/.."
@@ -49,8 +49,14 @@ run_fuzz() {
 run_mutation() {
     scripts/mutation/run.py
 }
+# Deliberate faults in the bridge program.
+run_bridge() {
+    cmake --preset asan-ubsan -DVORNCCD_BUILD_TESTS=ON >/dev/null
+    cmake --build --preset asan-ubsan --target chip_test vornccd-pack-firmware
+    scripts/mutation/bridge.py build/asan-ubsan/bin/chip_test build/asan-ubsan/bin/vornccd-pack-firmware
+}
 
-[ $# -gt 0 ] || set -- sweep soak threads valgrind unplug packages architectures fuzz mutation
+[ $# -gt 0 ] || set -- sweep soak threads valgrind unplug packages architectures fuzz mutation bridge
 table=""
 failed=0
 for name in "$@"; do

@@ -16,10 +16,15 @@ namespace vorntest {
 /// A closed camera object whose device is simulated, in virtual time. Programs that use it link vornsim_device.
 /// Reset the bus before the first one.
 struct SimulatedCamera {
+    using Make = std::unique_ptr<vornsim::SimulatedCamera> (*)(const vornsim::ModelInfo&, const vornsim::CameraOptions&,
+                                                               const vornsim::Clock&, vornsim::DeviceLog&);
+
     /// @param name display name of the model, "Vorn K12"
-    explicit SimulatedCamera(const char* name, vornsim::SceneKind scene = vornsim::SceneKind::RAMP)
+    /// @param make what serves USB in front of it: the native bridge, or an emulated chip
+    explicit SimulatedCamera(const char* name, vornsim::SceneKind scene = vornsim::SceneKind::RAMP,
+                             Make make = vornsim::makeCamera)
         : model(vornsim::findModel(name)),
-          simulated(vornsim::makeCamera(*model, {.seed = 7, .scene = scene}, clock, log)),
+          simulated(make(*model, {.seed = 7, .scene = scene}, clock, log)),
           usb(*simulated),
           device(model->productId, usb),
           camera(&device, model->name, type())

@@ -121,7 +121,7 @@ TEST_F(Doctor, FindsWhatIsWrongAndSaysWhatToType)
     constexpr Row ROWS[] = {
         {"--no-camera", 3, "problem", "no camera is seen", "lsusb"},
         {"--camera k12 --serial 4711", 0, "good", "serial number 4711", ""},
-        {"--camera k12", 0, "hint", "stand-in", "-DVORNCCD_FIRMWARE="},
+        {"--camera k12", 0, "hint", "free replacement", "-DVORNCCD_FIRMWARE="},
         {"--camera k33", 0, "hint", "usbfs_memory_mb is 16", "tee /sys/module/usbcore/parameters/usbfs_memory_mb"},
         {"--camera k12 --fault open=every,error=BUSY,times=ever", 1, "problem", "another program", "Close the other"},
         {"--camera k12 --fault endpoint=control,error=PIPE,times=ever", 5, "problem", "program", "unplug"},

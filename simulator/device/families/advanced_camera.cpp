@@ -134,7 +134,7 @@ void AdvancedCamera::spiInput(uint8_t byte)
 void AdvancedCamera::spiDeselect()
 {
     const size_t length = received_.size();
-    if (inReset_)
+    if (inReset_ || length == 0)  // the select line may move while a host sets its pins up; that means nothing
         return;
     if (length == 1) {
         if (!readyAtUs_)

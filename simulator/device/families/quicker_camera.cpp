@@ -109,6 +109,8 @@ uint8_t QuickerCamera::portInputs(unsigned port)
 
 void QuickerCamera::spiDeselect()
 {
+    if (written_.empty())  // the select line may move while a host sets its pins up; that means nothing
+        return;
     if (written_.size() != 2)
         return complain("SPI exchange that is no register write");
     if (converter_.selected())
