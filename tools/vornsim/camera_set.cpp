@@ -8,6 +8,7 @@
 #include <utility>
 #include <variant>
 
+#include "chip/chip_camera.h"
 #include "model_choice.h"
 #include "subcommand.h"
 
@@ -37,6 +38,7 @@ int CameraSet::make(const CameraChoice& choice)
             return fail(EXIT_USAGE, unknownModelMessage(name));
     if (const int exitStatus = readFaults(choice))
         return exitStatus;
+    emulatedChip_ = choice.emulatedChip;
     logPath_ = choice.logPath;
     if (!logPath_.empty())
         if (int error = logFile_.open(logPath_))
@@ -67,8 +69,8 @@ int CameraSet::readFaults(const CameraChoice& choice)
 
 std::unique_ptr<CameraSlot> CameraSet::makeOne(const ModelInfo& model, const CameraOptions& options, unsigned index)
 {
-    const auto make = [&clock = clock_, &log = *logs_[index], &model, options] {
-        return makeCamera(model, options, clock, log);
+    const auto make = [&clock = clock_, &log = *logs_[index], &model, options, emulated = emulatedChip_] {
+        return emulated ? makeChipCamera(model, options, clock, log) : makeCamera(model, options, clock, log);
     };
     std::vector<FaultRule> rules;
     std::copy_if(faults_.begin(), faults_.end(), std::back_inserter(rules),

@@ -15,6 +15,7 @@ namespace vornsim {
 struct CameraChoice {
     std::vector<std::string> cameras;  ///< names of models, one for each camera to plug in
     bool noCamera = false;             ///< asked for in so many words
+    bool emulatedChip = false;         ///< bridges execute the program that the host loads
     CameraOptions options;             ///< of the first camera; the others get the following seeds and serial numbers
     std::string logPath;               ///< empty: no log
     std::vector<std::string> faults;   ///< as parseFault() reads them
@@ -42,6 +43,7 @@ private:
     std::unique_ptr<CameraSlot> makeOne(const ModelInfo& model, const CameraOptions& options, unsigned index);
 
     const Clock& clock_;
+    bool emulatedChip_ = false;
     std::string logPath_;
     LogFile logFile_;
     std::vector<FaultRule> faults_;

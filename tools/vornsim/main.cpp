@@ -67,6 +67,15 @@ void addCameraOptions(CLI::App& app, CameraChoice& choice, const std::string& ex
         ->check(CLI::IsMember({"sky", "flat", "ramp"}, CLI::ignore_case).description(""))
         ->type_name("sky|flat|ramp")
         ->default_str("sky");
+    app.add_option_function<std::string>(
+           "--chip",
+           [&choice](const std::string& name) { choice.emulatedChip = CLI::detail::to_lower(name) == "emulated"; },
+           "What stands for the cameras' USB bridge: native (a model, fast) or emulated (the chip, executing the "
+           "program "
+           "that the host loads)")
+        ->check(CLI::IsMember({"native", "emulated"}, CLI::ignore_case).description(""))
+        ->type_name("native|emulated")
+        ->default_str("native");
     app.add_option("--ambient", choice.options.ambientCelsius, "Temperature around the cameras in degrees Celsius")
         ->capture_default_str();
     app.add_option("--fault", choice.faults, "Something to go wrong, as explained below; may be repeated")
