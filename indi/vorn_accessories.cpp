@@ -229,14 +229,14 @@ void VornCcd::poll()
     if (polling_.exchange(true))
         return;
     commands_.post([this, session = session_, connection = connection_, exposure = exposure_,
-                    settings = settings_.load()] {
+                    thermometer = hasThermometer(), settings = settings_.load()] {
         polling_ = false;
         const double now = std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
         const bool present = !checkPresence_.exchange(false);
         if (exposure && !exposure->cancel.requested() && now > exposure->endsAt - QUIET_SECONDS)
             return;
         const Telemetry telemetry = session->readTelemetry();
-        if (!telemetry.ccdCelsius() && (hasThermometer() || !present)) {
+        if (!telemetry.ccdCelsius() && (thermometer || !present)) {
             if (const auto lost = examinePresence(*session, exposure)) {
                 whileConnected(connection, [this, error = *lost] { ends(error) ? lose(error) : report(error); });
                 return;
