@@ -252,11 +252,11 @@ void VornCcd::showOwnProperties()
     }
     if (sensorsN_.size() > 1)
         defineProperty(&sensorsNP_);
-    defineProperty(&cameraTP_);
     if (info_.caps.hasFilterWheel) {
         FilterSlotNP.s = IPS_IDLE;
         INDI::FilterInterface::updateProperties();
     }
+    defineProperty(&cameraTP_);
 }
 
 void VornCcd::hideOwnProperties()
