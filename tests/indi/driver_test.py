@@ -167,13 +167,13 @@ class Evening(unittest.TestCase):
         name = "TELESCOPE_TIMED_GUIDE_NS"
         since = len(client.history)
         client.set(device, name, TIMED_GUIDE_N=300, TIMED_GUIDE_S=0)
-        client.wait(lambda: [event for event in client.history[since:] if event[1:3] == (name, "Idle")], "pulse over")
+        client.wait(lambda: [event for event in client.history[since:] if event[:3] == (device, name, "Idle")], "pulse over")
         self.assertEqual(client.number(device, name, "TIMED_GUIDE_N"), 0)
         for wrong in ({"TIMED_GUIDE_N": 60001}, {"TIMED_GUIDE_N": "nan"}, {"TIMED_GUIDE_S": -1},
                       {"TIMED_GUIDE_N": 100, "TIMED_GUIDE_S": 100}):
             since = len(client.history)
             client.set(device, name, **wrong)
-            client.wait(lambda: [event for event in client.history[since:] if event[1:3] == (name, "Alert")], "refused")
+            client.wait(lambda: [event for event in client.history[since:] if event[:3] == (device, name, "Alert")], "refused")
             self.assertEqual([client.number(device, name, "TIMED_GUIDE_" + letter) for letter in "NS"], [0, 0])
 
 
