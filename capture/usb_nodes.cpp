@@ -160,7 +160,7 @@ UserAccess userAccess()
     if (plugdev == nullptr)
         return access;
     std::vector<gid_t> groups(static_cast<size_t>(std::max(getgroups(0, nullptr), 0)));
-    (void)getgroups(static_cast<int>(groups.size()), groups.data());
+    groups.resize(static_cast<size_t>(std::max(getgroups(static_cast<int>(groups.size()), groups.data()), 0)));
     groups.push_back(getegid());
     access.inPlugdev = std::find(groups.begin(), groups.end(), plugdev->gr_gid) != groups.end();
     return access;
