@@ -16,7 +16,7 @@ configure() {
 # build PRESET TARGET
 build() {
     echo "==> Building $1"
-    cmake --build --preset "$1" --target "$2"
+    nice cmake --build --preset "$1" --target "$2"
 }
 install_all() {
     # shellcheck disable=SC2086  # the lists are split on purpose
@@ -66,10 +66,20 @@ install_all
 mkdir -p build
 configure release
 build release all
-# In a process group of its own, so that a failure or an interrupt ends all of it.
-setsid sh -c 'exec tests/kernel/run.sh build/release' >build/kernel.log 2>&1 &
+
+# What waits most of its time runs beside the builds that follow. Each has a process group of its own, so that a failure
+# or an interrupt ends all of it, and comes before the builds, so that what compares times is not disturbed.
+beside() {
+    name=$1
+    shift
+    setsid sh -c "$*" >"build/$name.log" 2>&1 &
+}
+beside kernel tests/kernel/run.sh build/release
 kernel=$!
-trap '[ -z "$kernel" ] || kill -- "-$kernel" 2>/dev/null || true' EXIT
+beside release-tests ctest --preset release -j "$jobs"
+release_tests=$!
+group=""
+trap 'for group in $kernel $release_tests; do kill -- "-$group" 2>/dev/null || true; done' EXIT
 trap 'exit 130' INT TERM
 configure tsan
 build tsan room_threads
@@ -85,6 +95,10 @@ kernel=""
 cat build/kernel.log
 [ "$status" -eq 0 ] || [ "$status" -eq 77 ] # 77: skipped
 echo "==> Tests of the release build"
-ctest --preset release -j "$jobs"
+status=0
+wait "$release_tests" || status=$?
+release_tests=""
+cat build/release-tests.log
+[ "$status" -eq 0 ]
 echo "==> Tests under the address and undefined-behaviour sanitizers"
 ctest --preset asan-ubsan -j "$jobs"
