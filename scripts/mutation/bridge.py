@@ -67,7 +67,7 @@ FAULTS = [
     ("parallel.c", "idle levels forgotten", "GPIFIDLECTL = table[6];", ""),
     ("parallel.c", "ready inputs forgotten", "GPIFREADYCFG = table[3];", ""),
     ("parallel.c", "selection forgotten", "GPIFWFSELECT = table[7];", ""),
-    ("parallel.c", "last waveform byte forgotten", "i < sizeof WAVEFORMS; ++i", "i < sizeof WAVEFORMS - 1; ++i"),
+    ("parallel.c", "waveform for output forgotten", "i < sizeof WAVEFORMS; ++i", "i < 32; ++i"),
     ("parallel.c", "table length not checked", "payload_length != (table[0] & LONG_TABLE_FLAG ? LONG_TABLE : SHORT_TABLE)", "0"),
     ("parallel.c", "odd byte lost", "    if (odd)\n        ++words;", ""),
     ("parallel.c", "trailing byte also after odd counts", "if (odd || !wait_room())", "if (!wait_room())"),
@@ -75,7 +75,7 @@ FAULTS = [
     ("parallel.c", "timeout over the whole transfer", "    start_timeout(parallel_timeout);\n    GPIFTRIG = GPIF_READ_EP8;", "    GPIFTRIG = GPIF_READ_EP8;"),
     ("parallel.c", "words before a table", "    if (!table_loaded)\n        return;", ""),
     ("parallel.c", "part of a packet kept after a timeout", "            stop_engine();\n            reset_fifo(8);", "            stop_engine();"),
-    ("parallel.c", "no delay after a trigger", "INPKTEND = 8;\n    SYNC;", "INPKTEND = 8;"),
+    ("parallel.c", "no delay in a word count", "GPIFTCB1 = words >> 8;\n    SYNC;", "GPIFTCB1 = words >> 8;"),
     ("parallel.c", "output kept after a timeout", "    if (waiting_output()) {\n        drop_output();", "    if (waiting_output()) {"),
 ]
 

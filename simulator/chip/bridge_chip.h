@@ -57,6 +57,7 @@ public:
 
     bool running() const { return running_; }
     I2cMaster& i2c() { return i2c_; }
+    uint8_t controlLevels() const { return pins_.controls(); }  ///< of the parallel bus, bit n: CTLn
     const PortLines& port(unsigned number) const { return ports_[number]; }
 
 private:

@@ -31,6 +31,8 @@ public:
 
     /// The bridge drives its control lines (bit n: CTLn), and @p word when @p driving.
     void setControls(uint8_t levels, bool driving, uint16_t word, Ticks now);
+    /// @return the levels of the control lines (bit n: CTLn).
+    uint8_t controls() const { return controls_; }
     /// @return the levels of RDY0 (bit 0) and RDY1 (bit 1).
     uint8_t ready(Ticks now);
     /// @return when these levels may change by themselves.

@@ -50,6 +50,7 @@ struct BridgeProgram : ::testing::TestWithParam<bool> {
         ASSERT_EQ(got.size(), length + 1);
         EXPECT_TRUE(std::equal(got.begin(), got.end() - 1, words.begin())) << length << " bytes";
         EXPECT_EQ(bench.camera->output.left(), 0U);
+        EXPECT_EQ(toHex(bench.receive(0x88, 1, 200)), "") << "one byte more than asked for, not two";
     }
 
     ChipBench bench;
@@ -74,8 +75,12 @@ TEST_P(BridgeProgram, ChangesPortsAsTheMasksSay)
     bench.request("03 00 00 00 00 00 00", {}, 5);
     EXPECT_EQ(toHex(bench.reply(3, 5)), "80 22 3C 4B A7 00");
     bench.expectSilence();
-    // A program that is loaded again keeps what the pins show.
+    // What an input shows does not get into its latch.
     bench.camera->changes.clear();
+    bench.request("01 00 00 00 00 00 00", hex("FF 00 FF 00 FF 00 FF 00 FF 00") + sixZeros);
+    bench.wait(1000);
+    EXPECT_EQ(bench.camera->changes, "");
+    // A program that is loaded again keeps what the pins show.
     bench.start();
     bench.request("01 00 00 00 00 00 00", hex("FF 00 FF 00 FF 00 FF 00 FE 01") + sixZeros);
     bench.wait(1000);
@@ -144,7 +149,8 @@ TEST_P(BridgeProgram, RefusesToWriteTheEeprom)
 
 TEST_P(BridgeProgram, EndsAStuckI2cInTime)
 {
-    bench.setTimeouts(700, 50);
+    bench.setTimeouts(600, 50);
+    bench.request("0C 00 00 BC 02 00 00");  // the other one alone: 700 ms for the parallel bus
     bench.device.chip().i2c().hold(true, bench.device.chip().now());
     for (const uint8_t address : {uint8_t{0xA3}, uint8_t{0xA2}}) {
         const int64_t before = bench.clock.nowUs();
@@ -177,9 +183,12 @@ TEST_P(BridgeProgram, ReadsTheParallelBus)
     struct Row {
         ParallelBus bus;
         const uint8_t* table;
+        unsigned levelsAtRest;
     };
-    const Row ROWS[] = {
-        {HANDSHAKE, GpifMode9}, {STROBED_2, ParInitData}, {STROBED_1, ParInitQSlowData}, {STROBED_0, ParInitQFastData}};
+    const Row ROWS[] = {{HANDSHAKE, GpifMode9, 7},
+                        {STROBED_2, ParInitData, 3},
+                        {STROBED_1, ParInitQSlowData, 3},
+                        {STROBED_0, ParInitQFastData, 7}};
     for (const Row& row : ROWS) {
         bench.camera->bus = row.bus;
         bench.sendTable(GpifMode1, sizeof GpifMode1);
@@ -187,6 +196,7 @@ TEST_P(BridgeProgram, ReadsTheParallelBus)
         for (const size_t length : std::initializer_list<size_t>{1, 2, 3, 62, 63, 64, 65, 510, 511, 512, 513, 1000,
                                                                  1022, 1023, 1024, 1025, 70000})
             readWords(length);
+        EXPECT_EQ(bench.device.chip().controlLevels() & 7U, row.levelsAtRest);
         expectWell();
     }
 }
@@ -343,10 +353,16 @@ TEST_P(BridgeProgram, EndsAStuckOutputInTime)
         EXPECT_EQ(toHex(bench.reply(10, 0, 1000000)), "01");
         EXPECT_NEAR(static_cast<double>(bench.clock.nowUs() - before), 300000.0, 15000.0);
     }
+    // Nor do they come back with the words of the next one.
+    bench.camera->bus = HANDSHAKE;
+    ASSERT_TRUE(bench.send(2, {0x55, 0x66}));
+    bench.request("0A FF 00 00 00 00 00");
+    EXPECT_EQ(toHex(bench.reply(10)), "00");
+    EXPECT_EQ(toHex(bench.camera->received), "55 66");
+    bench.camera->received.clear();
     // Words that belong to no request are gone before the next one.
     ASSERT_TRUE(bench.send(2, pattern(6)));
     expectWell();
-    bench.camera->bus = HANDSHAKE;
     ASSERT_TRUE(bench.send(2, {0x11, 0x22, 0x33, 0x44}));
     bench.request("0A FF 00 00 00 00 00");
     EXPECT_EQ(toHex(bench.reply(10)), "00");
@@ -392,7 +408,7 @@ TEST_P(BridgeProgram, SurvivesWhatIsNoRequest)
                            hex("01 01 00 x11 02 00") + Bytes(512 - 18, 0x55)};
     for (const Bytes& bytes : CASES) {
         (void)bench.send(4, bytes);
-        bench.wait(250000);
+        bench.expectSilence(125000);
         expectWell();
     }
     bench.request("04 FF 00 00 00 01 00", {}, 2);
@@ -412,6 +428,22 @@ TEST_P(BridgeProgram, IsLoadedAgainWhileItWorks)
     bench.start();
     bench.camera->output.clear();
     expectWell();
+    // Nothing waits on any endpoint, even before the first request.
+    const Bytes full = pattern(bench.device.chip().packetLength());
+    bench.sendTable(GpifMode9, 152);
+    bench.camera->output.send(pattern(200), bench.clock.nowUs());
+    for (const char* what : {"words", "an answer"}) {
+        SCOPED_TRACE(what);
+        if (*what == 'w')
+            bench.askWords(200);
+        else
+            bench.request("03 00 00 00 00 00 00", {}, 5);
+        bench.wait(10000);
+        ASSERT_TRUE(bench.send(2, full) && bench.send(2, full)) << "both buffers are free";
+        bench.start();
+        bench.expectSilence();
+    }
+    bench.camera->output.clear();
     bench.sendTable(GpifMode9, 152);
     readWords(100);
     ASSERT_TRUE(bench.send(2, {1, 2}));

@@ -137,16 +137,19 @@ public:
             clock.pass(std::min(step.retryAtUs, deadline) - clock.nowUs());
         }
     }
-    /// Reads as a host with a timeout does, again after short packets until @p length bytes are there.
+    /// Reads as a host with a timeout does, again after short packets until @p length bytes are there. Counts the
+    /// transfers that takes.
     Bytes receive(uint8_t endpoint, size_t length, int64_t timeoutUs = 100000)
     {
         Bytes data(length);
         size_t moved = 0;
+        transfers = 0;
         const int64_t deadline = clock.nowUs() + timeoutUs;
         while (moved < length) {
             const BulkResult step = device.bulkIn(endpoint, std::span(data).subspan(moved));
             moved += step.length;
             status = step.status;
+            transfers += step.complete ? 1U : 0U;
             if (status != TransferStatus::OK || (!step.complete && clock.nowUs() >= deadline))
                 break;
             if (!step.complete)
@@ -172,6 +175,7 @@ public:
     {
         Bytes answer = receive(0x86, length + 4, timeoutUs);
         EXPECT_EQ(answer.size(), length + 4) << "code " << unsigned{code};
+        EXPECT_EQ(transfers, 1U) << "no short packet before the end of the answer";
         if (answer.size() != length + 4)
             return {};
         EXPECT_EQ(answer[0], 0);
@@ -209,6 +213,7 @@ public:
     PinCamera* camera = nullptr;
     ChipCamera device;
     uint8_t sequence = 0;
+    unsigned transfers = 0;  // of the last receive()
     TransferStatus status = TransferStatus::OK;
 };
 
