@@ -7,6 +7,7 @@
 
 #include "../reliability/faulty_usb.h"
 #include "../support/simulated_camera.h"
+#include "capture/camera_check.h"
 #include "chip/chip_camera.h"
 #include "packer/table.h"
 #include "vornccd.h"
@@ -218,6 +219,33 @@ TEST(ChipSession, ProgramsThatDoNotWorkFailInTime)
     }
     vorntest::SimulatedCamera subject("K12", vornsim::SceneKind::RAMP, vornsim::makeChipCamera);
     EXPECT_TRUE(subject.camera.open()) << "with the good program again";
+}
+
+TEST(ChipSession, TheDoctorSuspectsAProgramThatDoesNotWork)
+{
+    std::mt19937 random(2);
+    Bytes noise(2000);
+    for (uint8_t& byte : noise)
+        byte = static_cast<uint8_t>(random());
+    const Bytes good(std::begin(FIRMWARE), std::end(FIRMWARE));
+    for (const Bytes& program : {tableOf({0x80, 0xFE}), tableOf(noise), good}) {
+        const OtherFirmware other(program);
+        vorntest::SimulatedCamera subject("K12", vornsim::SceneKind::RAMP, vornsim::makeChipCamera);
+        bus().attach(subject.device);
+        const std::vector<vorncapture::Finding> findings = vorncapture::checkCameras({});
+        bus().reset();
+        ASSERT_FALSE(findings.empty());
+        const vorncapture::Finding& first = findings.front();
+        if (program == good) {
+            EXPECT_EQ(first.level, vorncapture::Finding::Level::GOOD) << first.text;
+            continue;
+        }
+        EXPECT_EQ(first.level, vorncapture::Finding::Level::PROBLEM);
+        EXPECT_NE(first.text.find("took its program, but the program does not answer"), std::string::npos)
+            << first.text;
+        EXPECT_NE(first.cure.find("suspect the program"), std::string::npos) << first.cure;
+        EXPECT_NE(first.cure.find("-DVORNCCD_FIRMWARE="), std::string::npos) << first.cure;
+    }
 }
 
 }  // namespace
