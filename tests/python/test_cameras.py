@@ -52,7 +52,7 @@ def test_file_header_and_hdu_say_the_same(k20: vornccd.Camera, tmp_path: pathlib
     k20.observer, k20.telescope, k20.focal_length, k20.aperture = "E. H.", "C11", 2800, 280.0
     k20.set_filter("ha")
     frame = k20.expose(0.01, binning=(4, 2), kind="flat", object="Dämmerung")
-    told = {"IMAGETYP": "Flat Frame", "FILTER": "Ha", "OBJECT": "D??mmerung", "FOCALLEN": 2800.0, "XBINNING": 4}
+    told = {"IMAGETYP": "Flat Frame", "FILTER": "Ha", "OBJECT": "Daemmerung", "FOCALLEN": 2800.0, "XBINNING": 4}
     assert told.items() <= frame.header.items()
     assert (frame.kind, frame.filter, frame.filter_name, frame.exposure) == ("flat", 5, "Ha", 0.01)
 
