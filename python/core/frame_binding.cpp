@@ -14,6 +14,7 @@
 
 #include "capture/fits_writer.h"
 #include "capture/png_writer.h"
+#include "interpreter_released.h"
 #include "python_errors.h"
 
 namespace py = pybind11;
@@ -61,7 +62,7 @@ py::array levelsOf(const Picture& picture)
 {
     std::unique_ptr<std::vector<uint8_t>> levels;
     {
-        const py::gil_scoped_release released;
+        const InterpreterReleased released;
         levels = std::make_unique<std::vector<uint8_t>>(vorncapture::stretchedLevels(*picture.frame));
     }
     const vorncapture::Frame& frame = *picture.frame;
@@ -84,7 +85,7 @@ py::bytes pngOf(const py::array_t<uint8_t, py::array::c_style | py::array::force
     const auto width = static_cast<unsigned int>(levels.shape(1));
     std::vector<uint8_t> file;
     {
-        const py::gil_scoped_release released;
+        const InterpreterReleased released;
         file = vorncapture::encodePng(bytes, width, height, colour);
     }
     if (file.empty())
@@ -96,7 +97,7 @@ template <typename Write>
 void writeFile(const Write& write)
 {
     auto written = [&write] {
-        const py::gil_scoped_release released;
+        const InterpreterReleased released;
         return write();
     }();
     (void)valueOrRaise(written);

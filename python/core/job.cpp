@@ -11,6 +11,8 @@
 #include <thread>
 #include <utility>
 
+#include "interpreter_released.h"
+
 namespace py = pybind11;
 
 namespace vornpy {
@@ -79,7 +81,7 @@ bool Job::wait(double seconds)
         const Seconds left(seconds < 0.0 ? SLICE : Seconds(seconds) - Seconds(Clock::now() - begin));
         bool done = false;
         {
-            const py::gil_scoped_release released;
+            const InterpreterReleased released;
             std::unique_lock guard(state->mutex_);
             done = state->ended_.wait_for(guard, std::clamp(left, Seconds(0.0), SLICE), [&] { return state->done_; });
         }
