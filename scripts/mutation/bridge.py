@@ -102,8 +102,8 @@ def main():
                             [packer, work / "bridge.hex", "-o", work / "table.cpp", "--binary-out", work / "table.bin"]):
                 subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
             try:
-                run = subprocess.run([test, "--gtest_filter=*BridgeProgram*"], timeout=120, stdout=subprocess.DEVNULL,
-                                     stderr=subprocess.DEVNULL,
+                run = subprocess.run([test, "--gtest_filter=*BridgeProgram*", "--gtest_fail_fast"], timeout=120,
+                                     stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                                      env={**os.environ, "VORNCCD_TEST_TABLE": str(work / "table.bin")})
                 caught = run.returncode != 0
             except subprocess.TimeoutExpired:
