@@ -116,9 +116,12 @@ bool VornCcd::setGain(const char* name, double value)
     property->s = IPS_BUSY;
     IDSetNumber(property, nullptr);
     ++settings_;
-    const vorncapture::GainSetting setting{static_cast<int>(gainN_[0].value), static_cast<int>(offsetN_[0].value)};
-    commands_.post([this, property, setting, session = session_, connection = connection_] {
-        const Status done = vorncapture::setGain(*session, setting);
+    commands_.post([this, property, value = static_cast<int>(value), session = session_, connection = connection_] {
+        // The other of the two stays as the camera has it, which may not have been read yet.
+        auto setting = vorncapture::readGain(*session);
+        if (setting.ok())
+            (property == &gainNP_ ? setting.value().gain : setting.value().offset) = value;
+        const Status done = setting.ok() ? vorncapture::setGain(*session, setting.value()) : Status(setting.error());
         whileConnected(connection, [this, property, done] {
             property->s = done.ok() ? IPS_OK : IPS_ALERT;
             IDSetNumber(property, nullptr);
