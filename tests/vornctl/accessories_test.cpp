@@ -109,6 +109,17 @@ TEST_F(Doctor, TellsAHaltedEndpointWithItsCure)
     EXPECT_NE(finding["cure"].get<std::string>().find("plug it in again"), std::string::npos);
 }
 
+TEST_F(Doctor, SaysWhetherIndiClientsCanUseTheCameras)
+{
+    const Outcome outcome = script("--camera k12", R"(
+        PATH=/nowhere "$VORNCTL" doctor >without
+        mkdir programs && printf '' >programs/indi_vorn_ccd && chmod +x programs/indi_vorn_ccd
+        PATH=/nowhere:$PWD/programs "$VORNCTL" doctor)");
+    EXPECT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_NE(contents("without").find("hint     the INDI driver indi_vorn_ccd is not installed"), std::string::npos);
+    EXPECT_NE(outcome.out.find("good     the INDI driver is installed"), std::string::npos) << outcome.out;
+}
+
 TEST_F(Doctor, FindsWhatIsWrongAndSaysWhatToType)
 {
     struct Row {

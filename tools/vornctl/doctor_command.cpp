@@ -7,6 +7,8 @@
 #include <sstream>
 #include <string>
 
+#include <unistd.h>
+
 #include "capture/camera_check.h"
 #include "commands.h"
 #include "console.h"
@@ -53,6 +55,19 @@ void print(const std::vector<Finding>& findings, const Options& options)
         (void)std::printf("%s\n", json.dump().c_str());
 }
 
+/// @return whether INDI clients on this machine can use the cameras.
+Finding examineIndiDriver()
+{
+    const char* path = std::getenv("PATH");
+    std::istringstream folders(path != nullptr ? path : "");
+    for (std::string folder; std::getline(folders, folder, ':');) {
+        if (access((folder + "/indi_vorn_ccd").c_str(), X_OK) == 0)
+            return {Level::GOOD, "the INDI driver is installed: KStars, PHD2 and CCDciel use the cameras by it", ""};
+    }
+    return {Level::HINT, "the INDI driver indi_vorn_ccd is not installed; KStars, PHD2 and CCDciel need it",
+            "sudo apt-get install ./indi-vorn_*.deb"};
+}
+
 /// @return the exit status of the worst finding.
 int statusOf(const std::vector<Finding>& findings)
 {
@@ -74,7 +89,8 @@ int doctorCommand(const Options& options)
         sessionOptions.watchdog.open = std::chrono::milliseconds(static_cast<int64_t>(*options.timeoutSeconds * 1e3));
     ProgressLine progress(!options.quiet && !options.json);
     progress.say("examining the cameras");
-    const auto findings = vorncapture::checkCameras(sessionOptions);
+    auto findings = vorncapture::checkCameras(sessionOptions);
+    findings.push_back(examineIndiDriver());
     progress.clear();
 
     print(findings, options);
