@@ -97,6 +97,17 @@ TraceCapture::TraceCapture(std::shared_ptr<SharedText> text)
     switchTrace(true);
 }
 
+void setTrace(bool on)
+{
+    const std::lock_guard guard(switchMutex);
+    if (captureCount == 0) {
+        switchTrace(on);
+        return;
+    }
+    wasTracing = on;
+    traceForCapturesOnly = !on;
+}
+
 std::string TraceCapture::finish()
 {
     if (!text_)

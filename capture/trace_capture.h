@@ -39,4 +39,7 @@ private:
     SharedText* before_ = nullptr;  ///< what this thread caught into until now
 };
 
+/// Switches the library's trace on or off for the user; what is being caught meanwhile is caught to its end.
+void setTrace(bool on);
+
 }  // namespace vorncapture

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "capture/cooling.h"
+#include "capture/trace_capture.h"
 #include "event_loop.h"
 
 namespace vornindi {
@@ -339,7 +340,7 @@ void VornCcd::lose(const Error& error)
 
 void VornCcd::debugTriggered(bool enable)
 {
-    std::atomic_ref<bool>(VornDebug).store(enable, std::memory_order_relaxed);
+    vorncapture::setTrace(enable);
 }
 
 void VornCcd::simulationTriggered(bool enable)

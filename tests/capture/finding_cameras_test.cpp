@@ -112,6 +112,20 @@ TEST(TraceCapture, CatchesTheTraceAndShowsItToThoseWhoWantedIt)
     }
 }
 
+TEST(TraceCapture, GoesOnWhenTheUserSwitchesTheTrace)
+{
+    for (const bool wanted : {true, false}) {
+        VornDebug = !wanted;
+        TraceCapture capture;
+        setTrace(wanted);
+        (void)listCameras();
+        EXPECT_EQ(capture.finish().find("-> VornCamera::list("), 0U);
+        EXPECT_EQ(VornDebug, wanted);
+        setTrace(false);
+        EXPECT_FALSE(VornDebug);
+    }
+}
+
 TEST(TraceCapture, GivesEachThreadItsOwnTextAndDropsTheTraceOfOthers)
 {
     testing::internal::CaptureStderr();
