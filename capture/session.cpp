@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
 #include <utility>
 
 #include "capture/camera_list.h"
@@ -26,6 +27,9 @@ constexpr double SHORT_STEP_SECONDS = 1e-6;
 
 /// What a register camera reports when its thermometer could not be read.
 constexpr double ABSOLUTE_ZERO_CELSIUS = -273.15;
+
+/// What the library's trace says before the number of the encoding.
+constexpr std::string_view ENCODING_LABEL = "temperature sensor type: ";
 
 CameraInfo readInfo(VornCamera& camera)
 {
@@ -94,9 +98,18 @@ void readGain(VornCamera& camera, const CameraInfo& info, Telemetry& telemetry)
 /// @return the encoding of temperatures that a camera named while it was opened, the last that @p trace has.
 unsigned int temperatureEncoding(const std::string& trace)
 {
-    const std::string label = "temperature sensor type: ";
-    const size_t found = trace.rfind(label);
-    return found == std::string::npos ? 0U : static_cast<unsigned int>(std::atoi(trace.c_str() + found + label.size()));
+    const size_t found = trace.rfind(ENCODING_LABEL);
+    return found == std::string::npos
+               ? 0U
+               : static_cast<unsigned int>(std::atoi(trace.c_str() + found + ENCODING_LABEL.size()));
+}
+
+/// @return whether the camera should have named its encoding, and @p trace has lost that: the library silences the
+/// trace of all cameras while it examines one of them.
+bool missesEncoding(const CameraInfo& info, const std::string& trace)
+{
+    return info.family != IIDC && info.family != QUICKER && info.caps.tempSensorCount > 0 && !trace.empty() &&
+           trace.find(ENCODING_LABEL) == std::string::npos;
 }
 
 Telemetry telemetryOf(VornCamera& camera, const CameraInfo& info)
@@ -186,10 +199,14 @@ Status Session::openCamera()
     // The library's texts do not tell why a camera does not open, nor how it encodes temperatures, but its trace does.
     std::shared_ptr<SharedText> said;
     std::optional<std::optional<CameraInfo>> info;
-    for (int tries = 0; tries < OPENING_TRIES && (tries == 0 || !*info); ++tries) {
+    const auto isDone = [&] { return info && *info && !missesEncoding(**info, said->read()); };
+    for (int tries = 0; tries < OPENING_TRIES && !isDone(); ++tries) {
+        const bool again = info && *info;
         said = std::make_shared<SharedText>();
-        const auto openAndAsk = [said](VornCamera& camera) -> std::optional<CameraInfo> {
+        const auto openAndAsk = [said, again](VornCamera& camera) -> std::optional<CameraInfo> {
             const TraceCapture trace(said);
+            if (again)
+                camera.close();
             camera.setParam(MAX_PACKET_SIZE, MAX_PACKET_BYTES);
             if (!camera.open())
                 return std::nullopt;
