@@ -104,7 +104,7 @@ class Evening(unittest.TestCase):
             self.assertLessEqual(abs(client.number(device, "CCD_TEMPERATURE", "CCD_TEMPERATURE_VALUE") - 11), 0.5)
             told = {event[3]["CCD_TEMPERATURE_VALUE"] for event in client.history
                     if event[:3] == (device, "CCD_TEMPERATURE", "Busy")}
-            self.assertGreater(len(told), 2, "temperatures on the way")
+            self.assertGreater(len(told), 1, "temperatures on the way")
             client.set(device, "CCD_COOLER", COOLER_OFF="On")
             client.wait(lambda: client.value(device, "CCD_COOLER", "COOLER_OFF") == "On", "warm-up")
             client.wait_state(device, "CCD_TEMPERATURE", "Idle")
@@ -151,8 +151,8 @@ class Evening(unittest.TestCase):
             with open(path, "rb") as file:
                 other = Fits(file.read())
         self.assertEqual(picture.pixels, other.pixels)
-        passing = {"DATE", "DATE-OBS", "CHECKSUM", "DATASUM", "SWCREATE", "CCD-TEMP", "SET-TEMP", "CAMSER", "FILTER",
-                   "GAIN"}
+        passing = {"DATE", "DATE-OBS", "DATE-AVG", "DATE-END", "CHECKSUM", "DATASUM", "SWCREATE", "CCD-TEMP",
+                   "SET-TEMP", "CAMSER", "FILTER", "GAIN"}
         ours = {key: value for key, value in picture.keys.items() if key not in passing}
         for key, value in other.keys.items():
             if key not in passing:

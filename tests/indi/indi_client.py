@@ -132,7 +132,7 @@ class Client:
                 left = end - time.monotonic()
                 if left <= 0 or self.closed:
                     raise AssertionError(f"{what}: not within {limit:g} s{' (server gone)' if self.closed else ''}; "
-                                         f"messages: {self.messages[-5:]}")
+                                         f"messages: {self.messages[-5:]}; newest: {[event[1:3] for event in self.history[-8:]]}")
                 self.changed.wait(left)
 
     def state(self, device, name):
