@@ -254,7 +254,7 @@ TEST_P(BridgeProgram, WaitsForWordsAsLongAsItIsTold)
     bench.sendTable(GpifMode9, 152);
     for (const unsigned timeoutMs : {20U, 400U}) {
         bench.setTimeouts(timeoutMs, 5000);
-        const int64_t margin = std::max<int64_t>(2000, timeoutMs * 50);
+        const int64_t margin = std::max<int64_t>(2000, int64_t{timeoutMs} * 50);
         for (const bool late : {false, true}) {
             bench.wait(5000);
             bench.camera->output.send(pattern(2),
@@ -441,6 +441,7 @@ TEST_P(BridgeProgram, IsLoadedAgainWhileItWorks)
         bench.wait(10000);
         ASSERT_TRUE(bench.send(2, full) && bench.send(2, full)) << "both buffers are free";
         bench.start();
+        EXPECT_TRUE(bench.send(2, full) && bench.send(2, full)) << "both buffers are free again";
         bench.expectSilence();
     }
     bench.camera->output.clear();
