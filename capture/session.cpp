@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -200,7 +201,10 @@ Status Session::openCamera()
     std::shared_ptr<SharedText> said;
     std::optional<std::optional<CameraInfo>> info;
     const auto isDone = [&] { return info && *info && !missesEncoding(**info, said->read()); };
-    for (int tries = 0; tries < OPENING_TRIES && !isDone(); ++tries) {
+    // All tries together keep to the limit.
+    const auto end = std::chrono::steady_clock::now() + options_.watchdog.open;
+    CameraWorker::Limit left = options_.watchdog.open;
+    for (int tries = 0; tries < OPENING_TRIES && (tries == 0 || left.count() > 0) && !isDone(); ++tries) {
         const bool again = info && *info;
         said = std::make_shared<SharedText>();
         const auto openAndAsk = [said, again](VornCamera& camera) -> std::optional<CameraInfo> {
@@ -212,7 +216,8 @@ Status Session::openCamera()
                 return std::nullopt;
             return readInfo(camera);
         };
-        info = worker_.run(openAndAsk, options_.watchdog.open, options_.cancel);
+        info = worker_.run(openAndAsk, left, options_.cancel);
+        left = std::chrono::duration_cast<CameraWorker::Limit>(end - std::chrono::steady_clock::now());
         if (options_.cancel != nullptr && options_.cancel->requested())
             return Error{ErrorKind::CANCELLED, "stopped while the camera was being opened", ""};
         if (!info) {  // a camera that is retried without end; another listing would disturb it

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
+#include <thread>
 
 #include "simulated_session.h"
 
@@ -38,6 +40,20 @@ TEST(OpenSession, TriesASecondTimeAndThenExplains)
         EXPECT_EQ(session.session.error().kind, ErrorKind::TIMEOUT);
         EXPECT_EQ(camera->count("open"), camera == fails ? 2 : 1);
     }
+}
+
+TEST(Opening, KeepsToTheLimitWithAllItsTries)
+{
+    const auto camera = std::make_shared<Camera>("K12");
+    camera->failAt["open"] = 0;
+    camera->failsAfter = 500ms;
+    const auto start = std::chrono::steady_clock::now();
+    const CameraSession session(camera, {.open = 600ms});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 1000ms) << "which two tries would take";
+    EXPECT_EQ(session.session.error().kind, ErrorKind::TIMEOUT);
+    EXPECT_EQ(camera->count("open"), 2);
+    while (!camera->gone)
+        std::this_thread::yield();
 }
 
 TEST(LongExposure, IsTimedByTheSensorsIntegration)

@@ -127,6 +127,7 @@ private:
         if (failure == camera_.failAt.end() ||
             (failure->second > 0 ? call != failure->second : call < -failure->second))
             return true;
+        std::this_thread::sleep_for(camera_.failsAfter);
         lastError = "Failed, says the test";
         return false;
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <optional>
@@ -46,6 +47,7 @@ struct Camera {
     libusb_device device;
 
     std::map<std::string, int> failAt;  ///< operation: which of its calls fails, from 1; -2: all from the second on
+    std::chrono::milliseconds failsAfter{0};  ///< real time
     const char* openError = "Failed to initialize device";
     std::string hangIn;  ///< operation that does not return until `release`
     std::atomic<bool> release{false};
