@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "command_run.h"
@@ -56,6 +57,33 @@ TEST_F(Accessories, MonitorWritesOneObjectALineAndDrawsTheCurve)
     }
     EXPECT_EQ(count, 3);
     EXPECT_EQ(contents("curve.png").substr(1, 3), "PNG");
+}
+
+TEST_F(Accessories, AreLaidOutForPeople)
+{
+    const Outcome outcome = script("--camera k16 --serial 4711", R"(
+        "$VORNCTL" info
+        "$VORNCTL" status --filter-names L,Ha
+        "$VORNCTL" gpio --outputs 0 --set 15
+        "$VORNCTL" gpio --outputs 0b1111 --set 5)");
+    EXPECT_EQ(outcome.status, 0);
+    for (const char* line : {"Vorn K16, serial number 4711\n  family          ADVANCED\n",
+                             "  sensor          3388 x 2712 pixels of 3.69 x 3.69 um, no colours reported\n",
+                             "  gain            0 (0 to 63)\n  offset          256 (0 to 512)\n",
+                             "  temperatures    CCD 15.0 degC, sensor 2 15.0 degC\n",
+                             "  cooler          set-point, off, 0 % power\n  filter          1 (L) of 7\n",
+                             "lines: 8\ndirections: 0b00001111\nlevels: 0b00000101\n"})
+        EXPECT_NE(outcome.out.find(line), std::string::npos) << line << outcome.out;
+    EXPECT_EQ(outcome.err.find("vornctl: note: the lines read 0b00000000 although 0b00001111 was set"), 0U)
+        << outcome.err;
+    EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << "the second is as it was set";
+}
+
+TEST_F(Accessories, AnEmptyListOfTemperaturesIsNotShown)
+{
+    const Outcome outcome = simulated("--camera K01", "info");
+    EXPECT_EQ(outcome.out.find("temperature"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("  cooler          none\n"), std::string::npos) << outcome.out;
 }
 
 TEST_F(Accessories, ATargetThatIsNotReachedHasAStatusOfItsOwn)

@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: MIT
 #include <nlohmann/json.hpp>
-#include <set>
 #include <sstream>
 
 #include "command_run.h"
@@ -23,6 +22,7 @@ TEST_F(Arguments, NonsenseGetsOneLineAndNoFile)
         {"dance", 2, "\"dance\" is no command"},
         {"-d 1 info", 2, "vornctl info -d"},
         {"list --sideways", 2, "--sideways"},
+        {"expose -t 1 --bayer RGB", 2, "GRBG, GBRG or BGGR"},
         {"expose", 2, "--time"},
         {"expose -t -1", 2, "\"-1\""},
         {"expose -t nan", 2, "\"nan\""},
@@ -183,12 +183,17 @@ TEST_F(Arguments, CamerasAreToldApartWithoutOpeningThem)
     for (const Row& row : ROWS)
         EXPECT_TRUE(simulated(row.simulator, row.arguments).refused(row.status, "")) << row.arguments;
     EXPECT_EQ(simulated(NONE, "list --json").out, "{\"cameras\":[]}\n");
-    const auto list = nlohmann::json::parse(simulated(THREE, "list --json").out);
-    std::multiset<std::string> names;  // the system lists them in an order of its own
-    for (const auto& camera : list["cameras"])
-        names.insert(camera["name"]);
-    EXPECT_EQ(names, (std::multiset<std::string>{"Vorn K06", "Vorn K12", "Vorn K12"}));
-    EXPECT_EQ(list["cameras"][2]["index"], 2);
+    EXPECT_EQ(simulated(THREE, "list --json").out,
+              R"({"cameras":[{"index":0,"name":"Vorn K06","family":"STANDARD","ports":["1-1"]},)"
+              R"({"index":1,"name":"Vorn K12","family":"STANDARD","ports":["1-2","1-3"]},)"
+              R"({"index":2,"name":"Vorn K12","family":"STANDARD","ports":["1-2","1-3"]}]})"
+              "\n");
+    const Outcome mixed = simulated("--camera xrm --camera k16 --camera k01 --log log", "list");
+    EXPECT_EQ(mixed.out,
+              "0  Vorn K01  QUICKER  port 1-3\n1  Vorn K16  ADVANCED  port 1-2\n"
+              "2  Vorn XRM  IIDC  port 1-1\n");
+    EXPECT_EQ(mixed.err, "");
+    EXPECT_NE(simulated(THREE, "list").err.find("-d 1-2, -d serial:7"), std::string::npos);
     EXPECT_EQ(contents("log"), "");  // no simulated camera has noticed anything
     const std::string numbered = std::string(THREE) + " --serial 51";
     for (const auto& [place, serial] : {std::pair{"1-1", 51}, {"1-2", 52}, {"1-3", 53}})

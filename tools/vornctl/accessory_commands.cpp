@@ -1,14 +1,30 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
 #include <cmath>
+#include <string>
 
 #include "camera_access.h"
 #include "capture/accessories.h"
 #include "commands.h"
+#include "console.h"
 #include "reports.h"
 
 namespace vornctl {
 using vorncapture::Done;
 using vorncapture::Status;
+
+namespace {
+
+/// @return the bits of @p lines lines as --set takes them, "0b0101".
+std::string mask(unsigned int bits, unsigned int lines)
+{
+    std::string text = "0b";
+    for (unsigned int line = std::min(lines, 16U); line > 0; --line)
+        text += (bits >> (line - 1) & 1U) != 0 ? '1' : '0';
+    return text;
+}
+
+}  // namespace
 
 int filterCommand(const Options& options)
 {
@@ -74,7 +90,19 @@ int gpioCommand(const Options& options, const GpioRequest& request)
         const auto levels = vorncapture::readLines(camera.session());
         if (!levels.ok())
             return levels.error();
-        print({{"lines", camera.session().info().caps.lineCount}, {"levels", unsigned{levels.value()}}}, options.json);
+        const unsigned int lines = camera.session().info().caps.lineCount;
+        if (options.json) {
+            print({{"lines", lines}, {"levels", unsigned{levels.value()}}}, true);
+        } else {
+            print(
+                {{"lines", lines},
+                 {"directions", request.outputs ? mask(*request.outputs, lines) : "not readable; --outputs sets them"},
+                 {"levels", mask(levels.value(), lines)}},
+                false);
+        }
+        if (request.levels && *request.levels != levels.value())
+            note("the lines read " + mask(levels.value(), lines) + " although " + mask(*request.levels, lines) +
+                 " was set: only outputs are driven, and --outputs decides which lines those are");
         return Done{};
     });
 }
@@ -95,7 +123,12 @@ int gainCommand(const Options& options, const GainRequest& request)
             if (!setting.ok())
                 return setting.error();
         }
-        print({{"gain", setting.value().gain}, {"offset", setting.value().offset}}, options.json);
+        if (options.json)
+            print({{"gain", setting.value().gain}, {"offset", setting.value().offset}}, true);
+        else
+            print({{"gain", std::to_string(setting.value().gain) + " (0 to 63)"},
+                   {"offset", std::to_string(setting.value().offset) + " (0 to 512)"}},
+                  false);
         return Done{};
     });
 }

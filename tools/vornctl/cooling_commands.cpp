@@ -63,7 +63,8 @@ private:
     std::optional<std::pair<double, double>> first_;  ///< seconds and power
 };
 
-void tellStatus(Session& session, const Options& options, double elapsed)
+/// @param filters of the wheel, for those who asked with --filter-names or in the environment
+void tellStatus(Session& session, const Options& options, const vorncapture::FilterNames& filters = {})
 {
     std::optional<vorncapture::WheelStatus> wheel;
     const Telemetry telemetry = session.readTelemetry();
@@ -71,7 +72,7 @@ void tellStatus(Session& session, const Options& options, double elapsed)
         if (const auto read = vorncapture::readWheel(session); read.ok())
             wheel = read.value();
     }
-    printStatus(session.info(), telemetry, wheel, elapsed, options.json);
+    printStatus(session.info(), telemetry, wheel, filters, 0.0, options.json);
 }
 
 /// @return the error of a camera that went silent while its telemetry was read, which leaves values out only.
@@ -100,7 +101,7 @@ int coolCommand(const Options& options, const vorncapture::CoolingRequest& reque
         Status done = vorncapture::coolDown(camera.session(), request, &camera.cancel, show);
         camera.progress.clear();
         if (done.ok())
-            tellStatus(camera.session(), options, 0.0);
+            tellStatus(camera.session(), options);
         return done;
     });
 }
@@ -116,22 +117,28 @@ int warmCommand(const Options& options, bool wait, double limitSeconds)
         Status done = vorncapture::warmUp(camera.session(), wait, limitSeconds, &camera.cancel, show);
         camera.progress.clear();
         if (done.ok())
-            tellStatus(camera.session(), options, 0.0);
+            tellStatus(camera.session(), options);
         return done;
     });
 }
 
 int statusCommand(const Options& options)
 {
-    return withCamera(options, [&options](Opened& camera) -> Status {
+    const auto filters = vorncapture::FilterNames::parse(options.filterNames);
+    if (!filters.ok())
+        return report(filters.error());
+    return withCamera(options, [&options, &filters](Opened& camera) -> Status {
         camera.progress.clear();
-        tellStatus(camera.session(), options, 0.0);
+        tellStatus(camera.session(), options, filters.value());
         return stillThere(camera.session());
     });
 }
 
 int monitorCommand(const Options& options, const MonitorRequest& request)
 {
+    const auto filters = vorncapture::FilterNames::parse(options.filterNames);
+    if (!filters.ok())
+        return report(filters.error());
     if (!request.plotPath.empty()) {
         const Status possible = vorncapture::checkCurvePlot(request.plotPath, options.force);
         if (!possible.ok())
@@ -160,7 +167,7 @@ int monitorCommand(const Options& options, const MonitorRequest& request)
                 else
                     outcome = read.error();
             }
-            printStatusLine(telemetry, wheel, elapsed, options.json);
+            printStatusLine(telemetry, wheel, filters.value(), elapsed, options.json);
             if (Status told = flushOutput(); outcome.ok() && !told.ok())
                 outcome = told;
             curve.points.push_back(

@@ -2,6 +2,7 @@
 #include "reports.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -19,6 +20,9 @@ using nlohmann::ordered_json;
 using vorncapture::CameraInfo;
 using vorncapture::Frame;
 using vorncapture::Telemetry;
+
+const char* const GAIN_RANGE = " (0 to 63)";
+const char* const OFFSET_RANGE = " (0 to 512)";
 
 template <typename Value>
 ordered_json orNull(const std::optional<Value>& value)
@@ -157,33 +161,86 @@ ordered_json describeStatus(const Telemetry& telemetry, const std::optional<vorn
     return json;
 }
 
-std::string joined(const ordered_json& list)
+/// @return a number with as many decimals, "unknown" without one.
+std::string fixed(const std::optional<double>& value, int decimals)
 {
-    std::string text;
-    for (const auto& value : list)
-        text += (text.empty() ? "" : ", ") + (value.is_null() ? "unknown" : value.dump());
-    return text;
+    std::array<char, 32> text = {};
+    if (value)
+        (void)std::snprintf(text.data(), text.size(), "%.*f", decimals, *value);
+    return value ? text.data() : "unknown";
+}
+
+/// @return a number with the decimals that it needs.
+std::string shortest(double value)
+{
+    std::array<char, 32> text = {};
+    (void)std::snprintf(text.data(), text.size(), "%.6g", value);
+    return text.data();
+}
+
+std::string yesNo(bool value)
+{
+    return value ? "yes" : "no";
+}
+
+void printRow(const char* label, const std::string& text)
+{
+    (void)std::printf("  %-15s %s\n", label, text.c_str());
+}
+
+/// Prints the temperatures and the cooler.
+void printCooling(const CameraInfo& info, const Telemetry& telemetry)
+{
+    std::string temperatures;
+    for (size_t i = 0; i < telemetry.celsius.size(); ++i) {
+        const auto& celsius = telemetry.celsius[i];
+        temperatures += (i == 0 ? "CCD " : ", sensor " + std::to_string(i + 1) + " ") + fixed(celsius, 1) +
+                        (celsius ? " degC" : "");
+    }
+    if (!temperatures.empty())
+        printRow(telemetry.celsius.size() > 1 ? "temperatures" : "temperature", temperatures);
+    std::string cooler = coolerName(info.caps.cooler);
+    if (telemetry.coolingState) {
+        cooler += std::string(", ") + coolingName(*telemetry.coolingState);
+        if (telemetry.targetCelsius)
+            cooler += " to " + fixed(telemetry.targetCelsius, 1) + " degC";
+        if (telemetry.coolerPowerPercent)
+            cooler += ", " + fixed(telemetry.coolerPowerPercent, 0) + " % power";
+    }
+    printRow("cooler", cooler);
+}
+
+void printHead(const CameraInfo& info)
+{
+    (void)std::printf("%s, serial number %u\n", info.name.c_str(), info.serialNumber);
 }
 
 }  // namespace
 
-/// Prints nested values one a line, "sensor width: 1392", with units spelt as in the keys.
-void printPlain(const ordered_json& json, const std::string& prefix)
+void printCamera(const CameraInfo& info, const Telemetry& telemetry)
 {
-    for (const auto& [key, value] : json.items()) {
-        std::string label = prefix + key;
-        std::replace(label.begin(), label.end(), '_', ' ');
-        if (value.is_object())
-            printPlain(value, label + " ");
-        else if (value.is_string())
-            (void)std::printf("%s: %s\n", label.c_str(), value.get<std::string>().c_str());
-        else if (value.is_boolean())
-            (void)std::printf("%s: %s\n", label.c_str(), value.get<bool>() ? "yes" : "no");
-        else if (value.is_array())
-            (void)std::printf("%s: %s\n", label.c_str(), joined(value).c_str());
-        else if (!value.is_null())
-            (void)std::printf("%s: %s\n", label.c_str(), value.dump().c_str());
-    }
+    const VornCapabilities& caps = info.caps;
+    printHead(info);
+    printRow("family", vorncapture::familyName(info.family));
+    printRow("firmware", std::to_string(info.versionMajor) + "." + std::to_string(info.versionMinor));
+    const std::string colour = caps.colour == COLOUR_RGGB ? "RGGB, pattern offset " + std::to_string(caps.offsetX) +
+                                                                "," + std::to_string(caps.offsetY)
+                                                          : "no colours reported";
+    printRow("sensor", std::to_string(caps.pixelCountX) + " x " + std::to_string(caps.pixelCountY) + " pixels of " +
+                           shortest(caps.pixelSizeX) + " x " + shortest(caps.pixelSizeY) + " um, " + colour);
+    printRow("binning", "up to " + std::to_string(caps.maxBinX) + " x " + std::to_string(caps.maxBinY));
+    printRow("exposure", "from " + shortest(caps.minShortExposure) + " s" +
+                             (caps.supportsLongExposure ? "" : " to " + shortest(caps.maxShortExposure) + " s"));
+    printRow("8-bit readout", yesNo(caps.has8BitMode));
+    printRow("shutter", yesNo(caps.hasShutter));
+    printRow("guide port", yesNo(caps.hasGuidePort));
+    printRow("filter wheel", yesNo(caps.hasFilterWheel));
+    printRow("GPIO lines", caps.lineCount == 0 ? "none" : std::to_string(caps.lineCount));
+    if (telemetry.gain)
+        printRow("gain", std::to_string(*telemetry.gain) + GAIN_RANGE);
+    if (telemetry.offset)
+        printRow("offset", std::to_string(*telemetry.offset) + OFFSET_RANGE);
+    printCooling(info, telemetry);
 }
 
 void print(const std::vector<Field>& fields, bool json)
@@ -193,35 +250,52 @@ void print(const std::vector<Field>& fields, bool json)
         std::visit([&object, &name = key](const auto& held) { object[name] = held; }, value);
     if (json)
         (void)std::printf("%s\n", object.dump().c_str());
-    else
-        printPlain(object, "");
+    for (auto field = object.begin(); !json && field != object.end(); ++field) {
+        const ordered_json& value = field.value();
+        const std::string text = value.is_boolean()  ? yesNo(value.get<bool>())
+                                 : value.is_string() ? value.get<std::string>()
+                                                     : value.dump();
+        (void)std::printf("%s: %s\n", field.key().c_str(), text.c_str());
+    }
 }
 
 void printStatus(const CameraInfo& info, const Telemetry& telemetry,
-                 const std::optional<vorncapture::WheelStatus>& wheel, double elapsed, bool json)
+                 const std::optional<vorncapture::WheelStatus>& wheel, const vorncapture::FilterNames& filters,
+                 double elapsed, bool json)
 {
-    ordered_json object;
-    object["camera"] = info.name;
-    object["serial"] = info.serialNumber;
-    object.update(describeStatus(telemetry, wheel, elapsed));
-    if (json)
+    if (json) {
+        ordered_json object;
+        object["camera"] = info.name;
+        object["serial"] = info.serialNumber;
+        object.update(describeStatus(telemetry, wheel, elapsed));
         (void)std::printf("%s\n", object.dump().c_str());
-    else
-        printPlain(object, "");
+        return;
+    }
+    printHead(info);
+    printCooling(info, telemetry);
+    if (wheel) {
+        const std::string number = std::to_string(wheel->current);
+        const std::string name = filters.nameOf(wheel->current);
+        printRow("filter", (name == number ? number : number + " (" + name + ")") + " of " +
+                               std::to_string(wheel->count) +
+                               (wheel->moving ? ", turning to " + filters.nameOf(wheel->target) : ""));
+    }
 }
 
-void printStatusLine(const Telemetry& telemetry, const std::optional<vorncapture::WheelStatus>& wheel, double elapsed,
-                     bool json)
+void printStatusLine(const Telemetry& telemetry, const std::optional<vorncapture::WheelStatus>& wheel,
+                     const vorncapture::FilterNames& filters, double elapsed, bool json)
 {
     const ordered_json object = describeStatus(telemetry, wheel, elapsed);
     if (json) {
         (void)std::printf("%s\n", object.dump().c_str());
     } else {
         std::string line = object["time_utc"].get<std::string>();
-        for (const char* key : {"ccd_celsius", "target_celsius", "power_percent", "state", "filter"}) {
+        for (const char* key : {"ccd_celsius", "target_celsius", "power_percent", "state"}) {
             if (const auto& value = object[key]; !value.is_null())
                 line += std::string("  ") + key + "=" + (value.is_string() ? value.get<std::string>() : value.dump());
         }
+        if (wheel)
+            line += "  filter=" + filters.nameOf(wheel->current);
         (void)std::printf("%s\n", line.c_str());
     }
 }

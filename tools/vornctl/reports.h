@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "capture/accessories.h"
+#include "capture/filter_names.h"
 #include "capture/frame.h"
 
 namespace vornctl {
@@ -32,15 +33,16 @@ using Field = std::pair<std::string, std::variant<bool, int, unsigned int, std::
 /// Prints values on standard output: as one JSON object, or as "key: value" lines.
 void print(const std::vector<Field>& fields, bool json);
 
-/// Prints what temperatures, cooler and wheel are at, as `status` does.
+/// Prints what a camera is and can do for people, as `info` does.
+void printCamera(const vorncapture::CameraInfo& info, const vorncapture::Telemetry& telemetry);
+
+/// Prints what temperatures, cooler and wheel are at, as `status` does. The filter's name is for people only.
 void printStatus(const vorncapture::CameraInfo& info, const vorncapture::Telemetry& telemetry,
-                 const std::optional<vorncapture::WheelStatus>& wheel, double elapsed, bool json);
+                 const std::optional<vorncapture::WheelStatus>& wheel, const vorncapture::FilterNames& filters,
+                 double elapsed, bool json);
 
 /// Prints the same in one line or one JSON object, as `monitor` does.
 void printStatusLine(const vorncapture::Telemetry& telemetry, const std::optional<vorncapture::WheelStatus>& wheel,
-                     double elapsed, bool json);
-
-/// Prints nested values one a line, "sensor width: 1392", with units spelt as in the keys.
-void printPlain(const nlohmann::ordered_json& json, const std::string& prefix);
+                     const vorncapture::FilterNames& filters, double elapsed, bool json);
 
 }  // namespace vornctl
