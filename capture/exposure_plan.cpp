@@ -15,6 +15,8 @@ constexpr uint32_t ADVANCED_LEADING_COUNT = 2;
 /// More pixels than any sensor has: a camera that claims them is not believed, nor is memory taken for it.
 constexpr uint64_t MAX_BUFFER_COUNT = uint64_t{1} << 28;
 
+constexpr const char* COLOUR_REGISTER_MODEL = "Vorn XRC";
+
 template <typename... Parts>
 Error refuse(const Parts&... parts)
 {
@@ -189,6 +191,19 @@ Status planReadout(const CameraInfo& camera, const ExposureRequest& request, Exp
     return refuse("the camera is of an unknown family");
 }
 
+/// Register cameras report no colours, not even the model whose sensor has them.
+void planColours(const CameraInfo& camera, const ExposureRequest& request, ExposurePlan& plan)
+{
+    const bool binned = plan.binX != 1 || plan.binY != 1;
+    plan.bayer = request.bayer;
+    if (request.bayer && binned)
+        plan.notes.emplace_back("binning sums the colours of neighbouring pixels: the picture is grey");
+    else if (!request.bayer && !binned && camera.name == COLOUR_REGISTER_MODEL)
+        plan.notes.push_back("a " + camera.name +
+                             " does not report the colours of its sensor: --bayer RGGB, GRBG, GBRG or BGGR gives the "
+                             "picture its colours");
+}
+
 }  // namespace
 
 const char* familyName(CAMERA_TYPE family)
@@ -222,6 +237,7 @@ Result<ExposurePlan> planExposure(const CameraInfo& camera, const ExposureReques
         status = planReadout(camera, request, plan);
     if (!status.ok())
         return status.error();
+    planColours(camera, request, plan);
     if (request.dark && !camera.caps.hasShutter)
         plan.warnings.push_back("this camera has no shutter: cover the telescope for a dark frame");
     plan.notes.insert(plan.notes.end(), plan.warnings.begin(), plan.warnings.end());

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,6 +33,7 @@ struct ExposurePlan {
     size_t bufferCount = 0;             ///< values that the buffer of getImage() must hold
     size_t rowStride = 0;               ///< values from one row to the next in that buffer
     size_t firstValue = 0;              ///< index of the picture's first value in it
+    std::optional<BayerPhase> bayer;    ///< of the picture's sensor where the camera does not report it
     std::vector<std::string> warnings;  ///< those of the notes whose matter spoils the picture unless one acts
     std::vector<std::string> notes;     ///< what the caller should know: one line each, may be empty
 };

@@ -15,6 +15,15 @@ struct Region {
     bool operator==(const Region&) const = default;
 };
 
+/// Where a colour sensor's RGGB pattern begins: pixel (column, row) has the colour of the pattern's element
+/// ((column + x) % 2, (row + y) % 2).
+struct BayerPhase {
+    int x = 0;  ///< 0 or 1
+    int y = 0;  ///< 0 or 1
+
+    bool operator==(const BayerPhase&) const = default;
+};
+
 /// What the caller wants to have exposed.
 struct ExposureRequest {
     double seconds = 0.0;                         ///< 0 is the shortest exposure the camera can make
@@ -24,6 +33,7 @@ struct ExposureRequest {
     bool dark = false;                            ///< keep the shutter shut
     bool preview = false;   ///< the camera's faster, noisier readout (STANDARD, CLASSIC, ADVANCED)
     bool eightBit = false;  ///< 8-bit readout, values 0 to 255 (ADVANCED)
+    std::optional<BayerPhase> bayer = std::nullopt;  ///< of a sensor whose colours the camera does not report
 };
 
 }  // namespace vorncapture

@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
+#include <numeric>
 #include <system_error>
 
 #include "capture/debayer.h"
@@ -50,7 +52,21 @@ struct Levels {
     double white;
 };
 
-Levels findLevels(const Histogram& histogram, uint64_t count)
+/// The coarseness of 8-bit data: a camera that sends bytes hands them over as the high or as the low ones of its
+/// values.
+constexpr unsigned int LARGEST_BYTE = 255;
+constexpr unsigned int LARGEST_STEP = 256;
+
+/// @return the distance of which all differences of values are multiples; 1 where there is none.
+unsigned int stepOf(const std::vector<uint16_t>& pixels)
+{
+    unsigned int step = 0;
+    for (size_t i = 1; i < pixels.size() && step != 1; ++i)
+        step = std::gcd(step, static_cast<unsigned int>(std::abs(pixels[i] - pixels[0])));
+    return std::clamp(step, 1U, LARGEST_STEP);
+}
+
+Levels findLevels(const Histogram& histogram, uint64_t count, unsigned int step)
 {
     const size_t median = medianOf(histogram, count);
     Histogram distances(VALUE_COUNT);
@@ -60,9 +76,12 @@ Levels findLevels(const Histogram& histogram, uint64_t count)
 
     const auto lastUsed = std::find_if(histogram.rbegin(), histogram.rend(), [](uint64_t n) { return n > 0; });
     const double brightest = static_cast<double>(std::distance(lastUsed, histogram.rend())) - 1.0;
-    // At least one value of noise, so that an even picture has a sky as well.
+    // At least one step of noise, so that an even picture has a sky as well, and one whose noise is finer than its
+    // values does not become salt and pepper. Coarse values may have their sky within a few steps of 0.
     const double sky = static_cast<double>(median);
-    return {sky, std::max(0.0, sky - DEVIATIONS_TO_BLACK * std::max(deviation, 1.0)), std::max(brightest, sky + 1.0)};
+    const double black = sky - DEVIATIONS_TO_BLACK * std::max(deviation, static_cast<double>(step));
+    const bool coarse = step > 1 || brightest <= LARGEST_BYTE;
+    return {sky, coarse ? black : std::max(0.0, black), std::max(brightest, sky + step)};
 }
 
 StretchTable stretchOf(const Levels& levels)
@@ -80,14 +99,15 @@ StretchTable stretchOf(const Levels& levels)
     return table;
 }
 
-/// Finds the levels of every @p step-th value of @p pixels from @p first on: of one colour among several.
-Levels levelsOf(const std::vector<uint16_t>& pixels, size_t first, size_t step)
+/// Finds the levels of every @p stride-th value of @p pixels from @p first on: of one colour among several.
+/// @param step the one of the data; values between are means of neighbours
+Levels levelsOf(const std::vector<uint16_t>& pixels, size_t first, size_t stride, unsigned int step)
 {
     Histogram histogram(VALUE_COUNT);
     uint64_t count = 0;
-    for (size_t i = first; i < pixels.size(); i += step, ++count)
+    for (size_t i = first; i < pixels.size(); i += stride, ++count)
         ++histogram[pixels[i]];
-    return findLevels(histogram, count);
+    return findLevels(histogram, count, step);
 }
 
 /// Stretches a colour picture: the sky becomes grey, because each colour's own sky is moved to the same level, and one
@@ -95,10 +115,11 @@ Levels levelsOf(const std::vector<uint16_t>& pixels, size_t first, size_t step)
 std::vector<uint8_t> colourLevels(const Frame& frame)
 {
     const std::vector<uint16_t> colours = debayer(frame);
+    const unsigned int step = stepOf(frame.pixels);
     std::array<Levels, COLOURS> own = {};
     Levels common = {0.0, 0.0, 1.0};  // above each colour's black
     for (size_t colour = 0; colour < COLOURS; ++colour) {
-        own[colour] = levelsOf(colours, colour, COLOURS);
+        own[colour] = levelsOf(colours, colour, COLOURS, step);
         common.sky = std::max(common.sky, own[colour].sky - own[colour].black);
         common.white = std::max(common.white, own[colour].white - own[colour].black);
     }
@@ -126,7 +147,7 @@ std::vector<uint8_t> greyLevels(const Frame& frame)
 
 StretchTable automaticStretch(const std::vector<uint16_t>& pixels)
 {
-    return stretchOf(levelsOf(pixels, 0, 1));
+    return stretchOf(levelsOf(pixels, 0, 1, stepOf(pixels)));
 }
 
 std::vector<uint8_t> stretchedLevels(const Frame& frame)

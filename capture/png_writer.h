@@ -15,7 +15,8 @@ namespace vorncapture {
 using StretchTable = std::vector<uint8_t>;
 
 /// Finds the levels that make a star field visible: black a little below the sky, the sky at a quarter of full
-/// brightness, stars above. Sky and noise are taken from median and median deviation, which stars do not disturb.
+/// brightness, stars above. Sky and noise are taken from median and median deviation, which stars do not disturb; noise
+/// finer than the step from one value of the data to the next counts as one step.
 /// @return 65536 levels, never falling
 StretchTable automaticStretch(const std::vector<uint16_t>& pixels);
 

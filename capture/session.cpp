@@ -357,6 +357,11 @@ Result<Frame> Session::readOut(const ExposurePlan& plan, Integration integration
     frame.width = plan.width;
     frame.height = plan.height;
     frame.camera = info_;
+    if (plan.bayer) {
+        frame.camera.caps.colour = COLOUR_RGGB;
+        frame.camera.caps.offsetX = plan.bayer->x;
+        frame.camera.caps.offsetY = plan.bayer->y;
+    }
     frame.region = plan.region;
     frame.telemetry = std::move(integration.telemetry);
     frame.notes = plan.notes;

@@ -434,6 +434,21 @@ TEST(Stretch, LiftsTheSkyAndKeepsTheBrightest)
         EXPECT_EQ(table[value], level) << value;
 }
 
+TEST(Stretch, IsNoFinerThanOneStepOfCoarseData)
+{
+    // Bytes as a camera hands them over: most at the sky, one in ten a step beside it, and a star.
+    for (const unsigned step : {1U, 256U}) {
+        std::vector<uint16_t> pixels = {static_cast<uint16_t>(step * 255)};
+        for (unsigned i = 0; i < 1000; ++i)
+            pixels.push_back(static_cast<uint16_t>(step * (i % 10 == 0 ? 1 : i % 10 == 1 ? 3 : 2)));
+        const StretchTable table = automaticStretch(pixels);
+        EXPECT_EQ(table[step * 2], 64) << step;
+        EXPECT_GT(table[step], 30) << "pepper";
+        EXPECT_LT(table[step * 3], 100) << "salt";
+        EXPECT_EQ(table[step * 255], 255) << step;
+    }
+}
+
 TEST(Stretch, NeverFallsWhateverThePicture)
 {
     const std::vector<std::vector<uint16_t>> pictures = {

@@ -86,6 +86,25 @@ TEST(Plan, AsksQuickerCamerasForASquareAroundTheRegion)
     }
 }
 
+TEST(Plan, GivesPicturesOfAColourModelThatReportsNoneTheColoursOfTheUser)
+{
+    const CameraSession session("XRC");
+    const auto silent = session->expose({.seconds = 0.01});
+    ASSERT_TRUE(silent.ok()) << silent.error().text;
+    EXPECT_FALSE(silent.value().bayer());
+    ASSERT_EQ(silent.value().notes.size(), 1U);
+    EXPECT_NE(silent.value().notes.front().find("--bayer RGGB"), std::string::npos);
+    const auto told = session->expose({.seconds = 0.01, .region = Region{1, 0, 8, 8}, .bayer = BayerPhase{0, 1}});
+    ASSERT_TRUE(told.ok()) << told.error().text;
+    EXPECT_TRUE(told.value().bayer());
+    EXPECT_EQ(told.value().bayerX(), 1U);
+    EXPECT_EQ(told.value().bayerY(), 1U);
+    EXPECT_TRUE(told.value().notes.empty());
+    const auto binned = planExposure(session->info(), {.seconds = 0.01, .binX = 2, .binY = 2, .bayer = BayerPhase{}});
+    ASSERT_EQ(binned.value().notes.size(), 1U);
+    EXPECT_NE(binned.value().notes.front().find("grey"), std::string::npos);
+}
+
 TEST(ShortExposure, IsWhatTheCameraMakesOfIt)
 {
     constexpr struct {

@@ -214,6 +214,7 @@ Command addStatus(CLI::App& app, Asked& asked)
 {
     CLI::App* command = addCommand(app, asked, "status", "show temperatures, cooler and filter wheel",
                                    "  vornctl status\n  vornctl status --json");
+    addFilterNames(*command, asked.options);
     return {command, [&asked] { return vornctl::statusCommand(asked.options); }};
 }
 
@@ -233,6 +234,7 @@ Command addMonitor(CLI::App& app, Asked& asked)
                      "draw temperature, target and power at the end, as PNG or SVG by the name's ending")
         ->type_name("FILE");
     command->add_flag("-f,--force", asked.options.force, "replace an existing file");
+    addFilterNames(*command, asked.options);
     return {command, [&asked] { return vornctl::monitorCommand(asked.options, asked.monitor); }};
 }
 
@@ -255,6 +257,10 @@ void addPictureOptions(CLI::App& expose, Asked& asked)
         ->type_name("XxY");
     addRead(expose, "--roi", options.request, vornctl::parseRegion, "part of the sensor, in unbinned pixels")
         ->type_name("X,Y,W,H");
+    addRead(expose, "--bayer", options.request, vornctl::parseBayer,
+            "colour filters of the sensor's first four pixels, where the camera does not report them: RGGB, GRBG, "
+            "GBRG or BGGR")
+        ->type_name("PATTERN");
     expose.add_flag("--preview", options.request.preview, "the camera's faster, noisier readout");
     expose.add_flag("--eight-bit", options.request.eightBit, "8-bit readout, values 0 to 255");
     expose.add_option("--filter", options.filter, "position or name of the filter to turn the wheel to before")

@@ -75,6 +75,21 @@ Status parseRegion(const std::string& text, ExposureRequest& request)
     return Done{};
 }
 
+Status parseBayer(const std::string& text, ExposureRequest& request)
+{
+    constexpr struct {
+        std::string_view name;  // folded
+        vorncapture::BayerPhase phase;
+    } PATTERNS[] = {{"rggb", {0, 0}}, {"grbg", {1, 0}}, {"gbrg", {0, 1}}, {"bggr", {1, 1}}};
+    for (const auto& pattern : PATTERNS) {
+        if (vorncapture::foldedName(text) == pattern.name) {
+            request.bayer = pattern.phase;
+            return Done{};
+        }
+    }
+    return refuse("\"" + text + "\" is no colour filter pattern: give RGGB, GRBG, GBRG or BGGR");
+}
+
 Status parseAngle(const std::string& text, double low, double high, const std::string& what,
                   std::optional<double>& angle)
 {

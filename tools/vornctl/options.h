@@ -48,6 +48,10 @@ vorncapture::Status parseBinning(const std::string& text, vorncapture::ExposureR
 /// Reads "X,Y,WIDTH,HEIGHT" in unbinned sensor pixels into @p request. Error: BAD_REQUEST.
 vorncapture::Status parseRegion(const std::string& text, vorncapture::ExposureRequest& request);
 
+/// Reads the colours of the sensor's first four pixels, "RGGB", "GRBG", "GBRG" or "BGGR" in capitals or not, into
+/// @p request. Error: BAD_REQUEST.
+vorncapture::Status parseBayer(const std::string& text, vorncapture::ExposureRequest& request);
+
 /// Reads hours or degrees: "0.712", "00:42:44.3" or "-00 42 44", from @p low to @p high. Error: BAD_REQUEST, which
 /// calls them @p what.
 vorncapture::Status parseAngle(const std::string& text, double low, double high, const std::string& what,
