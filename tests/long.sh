@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # The tests that take long, with one table at the end of what each found. Their output goes to build/long/.
 # usage: tests/long.sh [NAME...]    with names only those: sweep soak threads valgrind unplug packages
-#     architectures fuzz mutation bridge
+#     architectures fuzz mutation bridge doctor
 # shellcheck disable=SC2317  # functions are called by their names
 set -eu
 cd "$(dirname "$0")/.."
@@ -55,8 +55,12 @@ run_bridge() {
     cmake --build --preset asan-ubsan --target chip_test vornccd-pack-firmware
     scripts/mutation/bridge.py build/asan-ubsan/bin/chip_test build/asan-ubsan/bin/vornccd-pack-firmware
 }
+# What vornctl says when the bridge program does not work.
+run_doctor() {
+    tests/chip/broken_program.sh "$bin/vornsim" "$bin/vornctl"
+}
 
-[ $# -gt 0 ] || set -- sweep soak threads valgrind unplug packages architectures fuzz mutation bridge
+[ $# -gt 0 ] || set -- sweep soak threads valgrind unplug packages architectures fuzz mutation bridge doctor
 table=""
 failed=0
 for name in "$@"; do
