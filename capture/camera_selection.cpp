@@ -67,7 +67,9 @@ Result<std::unique_ptr<Session>> openSerial(std::vector<CameraHandle> cameras, u
         if (!session.ok()) {
             if (session.error().kind == ErrorKind::CANCELLED)
                 return session;
-            obstacle = session.error();
+            // The one in use is the likeliest to be the one wanted.
+            if (!obstacle || obstacle->kind != ErrorKind::BUSY)
+                obstacle = session.error();
         }
     }
     if (obstacle) {

@@ -222,7 +222,8 @@ Status Session::openCamera()
             return Error{ErrorKind::CANCELLED, "stopped while the camera was being opened", ""};
         if (!info) {  // a camera that is retried without end; another listing would disturb it
             Error error = explainOpenFailure(said->read(), -1);
-            error.kind = ErrorKind::TIMEOUT;
+            if (error.kind != ErrorKind::BUSY && error.kind != ErrorKind::PERMISSION)
+                error.kind = ErrorKind::TIMEOUT;
             return error;
         }
     }

@@ -84,7 +84,13 @@ TEST(SelectCamera, LooksOnBehindOneThatFailsUntilToldToStop)
     EXPECT_EQ(search("serial:102"), "found");
     EXPECT_EQ(search("serial:103").find("no camera with serial number 103 among those that open"), 0U);
 
+    cameras[0].openTrace = "    libusb_claim_interface() -> LIBUSB_ERROR_BUSY\n";
+    EXPECT_NE(search("serial:103").find("used by another program"), std::string::npos);
+    cameras[1].failAt["open"] = 0;
+    EXPECT_NE(search("serial:102").find("used by another program"), std::string::npos);
+
     cameras[0].gone = false;
+    cameras[0].openTrace = "";
     cameras[0].hangIn = "open";
     CancelToken cancel;
     cancel.request();

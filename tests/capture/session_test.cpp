@@ -34,10 +34,13 @@ TEST(OpenSession, TriesASecondTimeAndThenExplains)
     fails->failAt["open"] = 0;
     const auto mute = std::make_shared<Camera>("K30");
     mute->hangIn = "open";
-    for (const auto& camera : {fails, mute}) {
-        const CameraSession session(camera, {.open = camera == mute ? 30ms : 60s});
+    const auto taken = std::make_shared<Camera>("K30");
+    taken->hangIn = "open";
+    taken->openTrace = "    libusb_claim_interface() -> LIBUSB_ERROR_BUSY\n";
+    for (const auto& camera : {fails, mute, taken}) {
+        const CameraSession session(camera, {.open = camera == fails ? 60s : 30ms});
         ASSERT_FALSE(session.session.ok());
-        EXPECT_EQ(session.session.error().kind, ErrorKind::TIMEOUT);
+        EXPECT_EQ(session.session.error().kind, camera == taken ? ErrorKind::BUSY : ErrorKind::TIMEOUT);
         EXPECT_EQ(camera->count("open"), camera == fails ? 2 : 1);
     }
 }

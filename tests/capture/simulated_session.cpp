@@ -48,6 +48,7 @@ public:
 
     bool open() override
     {
+        (void)std::fputs(camera_.openTrace, stderr);
         if (enter("open"))
             return VornCameraImpl::open();
         lastError = camera_.openError;

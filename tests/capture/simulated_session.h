@@ -49,7 +49,8 @@ struct Camera {
     std::map<std::string, int> failAt;  ///< operation: which of its calls fails, from 1; -2: all from the second on
     std::chrono::milliseconds failsAfter{0};  ///< real time
     const char* openError = "Failed to initialize device";
-    std::string hangIn;  ///< operation that does not return until `release`
+    const char* openTrace = "";  ///< lines of the trace as it is opened
+    std::string hangIn;          ///< operation that does not return until `release`
     std::atomic<bool> release{false};
     std::optional<float> celsius;           ///< instead of what the camera measures
     std::optional<unsigned> wheelStandsAt;  ///< position of a wheel that is blocked

@@ -78,6 +78,23 @@ except vornccd.Timeout as error:
     )
 
 
+def test_a_camera_in_use_is_busy_when_searched_by_its_number() -> None:
+    # One that the driver tries to open without end.
+    program(
+        """
+camera = vornccd.open()
+try:
+    vornccd.open(camera.serial, timeout=1)
+except vornccd.Busy as error:
+    assert str(camera.serial) in str(error)
+    sys.exit(7)
+""",
+        "--camera",
+        "K31",
+        status=7,
+    )
+
+
 def test_every_way_out_closes_the_camera() -> None:
     ends = {
         "camera.expose_async(20)": 0,  # aborted at once, as nobody keeps it

@@ -96,7 +96,8 @@ int report(const Error& error)
 int leave(const Error& error)
 {
     const int status = report(error);
-    if (error.kind == ErrorKind::TIMEOUT || error.kind == ErrorKind::CANCELLED) {
+    const auto unopened = error.kind == ErrorKind::BUSY || error.kind == ErrorKind::PERMISSION;  // or still opening
+    if (unopened || error.kind == ErrorKind::TIMEOUT || error.kind == ErrorKind::CANCELLED) {
         (void)std::fflush(nullptr);
         std::_Exit(status);
     }
