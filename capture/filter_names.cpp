@@ -55,7 +55,7 @@ Result<unsigned int> FilterNames::positionOf(const std::string& text) const
         known += names_[i].empty() ? "" : ", " + names_[i];
     }
     return refuse("\"" + text + "\" is no filter: give its position, from 1" +
-                  (known.empty() ? "; names work with --filter-names or VORNCTL_FILTERS" : known));
+                  (known.empty() ? "; no filter has a name yet" : known));
 }
 
 std::string FilterNames::nameOf(unsigned int position) const

@@ -245,7 +245,11 @@ std::unique_ptr<Job> readWheel(OpenCamera& camera)
 
 std::unique_ptr<Job> turnWheel(OpenCamera& camera, const std::string& position, const std::string& filters)
 {
+    if (!camera.info().caps.hasFilterWheel)  // says so, whatever the position
+        return readWheel(camera);
     auto number = filterNames(filters).positionOf(position);
+    if (!number.ok() && filters.empty())
+        raise({number.error().kind, number.error().text, "Name the filters: camera.filter_names = [\"L\", \"R\"]."});
     return camera.start(Turn::WHEEL, [wanted = valueOrRaise(number)](Session& session, Job::State& state) {
         return deliver(vorncapture::turnWheel(session, wanted, &state.cancel));
     });

@@ -107,7 +107,10 @@ WRONG: list[tuple[type[Exception], dict[str, Any]]] = [
 ]
 
 
-def test_wrong_arguments_are_refused_before_anything_is_sent(k12: vornccd.Camera, log: Log) -> None:
+def test_wrong_arguments_are_refused_before_anything_is_sent(
+    k12: vornccd.Camera, k20: vornccd.Camera, log: Log
+) -> None:
+    k20.filter_names = ()
     for kind, arguments in WRONG:
         with pytest.raises(kind):
             k12.expose(**arguments)
@@ -121,6 +124,7 @@ def test_wrong_arguments_are_refused_before_anything_is_sent(k12: vornccd.Camera
         lambda: k12.guide("x+", 61),
         lambda: k12.sequence(-1),
         lambda: setattr(k12, "filter_names", ["L", "l"]),
+        lambda: k20.set_filter("Ha"),
         lambda: vornccd.open("serial:x"),
         lambda: vornccd.open(-1),
         lambda: vornccd.open(timeout=0),
@@ -133,7 +137,7 @@ def test_wrong_arguments_are_refused_before_anything_is_sent(k12: vornccd.Camera
 
 def test_what_a_camera_lacks_is_unsupported(k12: vornccd.Camera, cameras: Cameras) -> None:
     xrm = cameras["IIDC"]
-    calls: list[Callable[[], Any]] = [k12.wheel, lambda: k12.set_filter(1), k12.gain, k12.gpio_read, lambda: xrm.cool(0)]
+    calls: list[Callable[[], Any]] = [k12.wheel, lambda: k12.set_filter("Ha"), k12.gain, k12.gpio_read, lambda: xrm.cool(0)]
     for call in calls:
         with pytest.raises(vornccd.Unsupported, match="has no") as caught:
             call()

@@ -157,8 +157,12 @@ vorncapture::Result<WantedFilter> wantedFilter(const Options& options)
     if (options.filter.empty())
         return WantedFilter{std::nullopt, names.value()};
     const auto position = names.value().positionOf(options.filter);
-    if (!position.ok())
-        return position.error();
+    if (!position.ok()) {
+        vorncapture::Error error = position.error();
+        if (options.filterNames.empty())
+            error.advice = "Name the filters with --filter-names or VORNCTL_FILTERS.";
+        return error;
+    }
     return WantedFilter{position.value(), names.value()};
 }
 
