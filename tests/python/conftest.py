@@ -3,6 +3,7 @@
 
 from __future__ import annotations
 
+import concurrent.futures
 import os
 import pathlib
 from typing import Callable, Iterator
@@ -14,7 +15,9 @@ import vornccd
 @pytest.fixture(scope="session")
 def cameras() -> Iterator[dict[str, vornccd.Camera]]:
     """The opened cameras by family."""
-    opened = {camera.family: camera for camera in map(vornccd.open, vornccd.list_cameras())}
+    found = vornccd.list_cameras()
+    with concurrent.futures.ThreadPoolExecutor(len(found)) as threads:  # each waits for its camera most of the time
+        opened = {camera.family: camera for camera in threads.map(vornccd.open, found)}
     yield opened
     for camera in opened.values():
         camera.close()
