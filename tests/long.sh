@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 # The tests that take long, with one table at the end of what each found. Their output goes to build/long/.
 # usage: tests/long.sh [NAME...]    with names only those: sweep soak threads valgrind unplug packages
-#     architectures fuzz mutation bridge doctor
+#     architectures fuzz mutation bridge doctor python_rounds
 # shellcheck disable=SC2317  # functions are called by their names
 set -eu
 cd "$(dirname "$0")/.."
@@ -59,8 +59,13 @@ run_bridge() {
 run_doctor() {
     tests/chip/broken_program.sh "$bin/vornsim" "$bin/vornctl"
 }
+# What 1,000 rounds of open, expose and close leave behind in a Python program.
+run_python_rounds() {
+    PYTHONPATH=build/release/python "$bin/vornsim" run --scene ramp --camera XRM -- /usr/bin/python3 tests/python/rounds.py
+}
 
-[ $# -gt 0 ] || set -- sweep soak threads valgrind unplug packages architectures fuzz mutation bridge doctor
+[ $# -gt 0 ] || set -- sweep soak threads valgrind unplug packages architectures fuzz mutation bridge doctor \
+    python_rounds
 table=""
 failed=0
 for name in "$@"; do
