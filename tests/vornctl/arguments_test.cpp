@@ -168,6 +168,16 @@ TEST_F(Arguments, ErrorsAreJsonWhereResultsWouldBe)
     }
 }
 
+TEST_F(Arguments, NamesThatTheHeaderCannotHoldAreSaidWithWhatStandsForThem)
+{
+    const Outcome outcome = simulated("--no-camera", "expose -t 1 --object 'Σ 2398' --observer Ada -o a.fits");
+    EXPECT_EQ(outcome.err.find("vornctl: note: \"Σ 2398\" becomes \"Sigma 2398\" in the FITS header"), 0U)
+        << outcome.err;
+    EXPECT_EQ(outcome.err.find("Ada"), std::string::npos);
+    const Outcome picture = simulated("--no-camera", "expose -t 1 --object 'Σ 2398' --png a.png");
+    EXPECT_EQ(picture.err.find("Sigma"), std::string::npos) << picture.err;
+}
+
 TEST_F(Arguments, CamerasAreToldApartWithoutOpeningThem)
 {
     constexpr const char* NONE = "--no-camera";

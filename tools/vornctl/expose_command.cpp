@@ -13,6 +13,7 @@
 
 #include "camera_access.h"
 #include "capture/accessories.h"
+#include "capture/ascii_text.h"
 #include "capture/cooling.h"
 #include "capture/fits_writer.h"
 #include "capture/output_file.h"
@@ -331,6 +332,16 @@ Status takeAll(Opened& camera, const Options& options, const WantedFilter& wante
     return Done{};
 }
 
+/// FITS headers take ASCII only, so that names may look different there.
+void noteTransliterations(const vorncapture::Observation& observation)
+{
+    for (const std::string* name : {&observation.object, &observation.observer, &observation.telescope}) {
+        const std::string plain = vorncapture::toAscii(*name);
+        if (plain != *name)
+            note("\"" + *name + "\" becomes \"" + plain + "\" in the FITS header, which takes plain letters only");
+    }
+}
+
 /// After a stop or a failure nothing moves the mount any longer.
 void openRelays(Opened& camera)
 {
@@ -359,6 +370,8 @@ int exposeCommand(Options options)
     const Result<WantedFilter> wanted = wantedFilter(options);
     if (!wanted.ok())
         return report(wanted.error());
+    if (!options.quiet && (!options.fitsPath.empty() || options.pngPath.empty()))
+        noteTransliterations(options.observation);
     return withCamera(options, [&options, &wanted](Opened& camera) -> Status {
         Status outcome = takeAll(camera, options, wanted.value());
         if (!outcome.ok())
