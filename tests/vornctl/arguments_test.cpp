@@ -158,8 +158,11 @@ TEST_F(Arguments, SlipsOfTheKeyboardAreAnsweredWithWhatIsNear)
 
 TEST_F(Arguments, ErrorsAreJsonWhereResultsWouldBe)
 {
-    for (const auto& [arguments, status] :
-         {std::pair{"--json info", 3}, {"expose -t x --json", 2}, {"--json plot", 2}}) {
+    for (const auto& [arguments, status] : {std::pair{"--json info", 3},
+                                            {"expose -t x --json", 2},
+                                            {"--json plot", 2},
+                                            {"expose -t 1 -o nowhere/a.fits --json", 1},
+                                            {"monitor --plot nowhere/a.svg --json", 1}}) {
         const Outcome outcome = vornctl(arguments);
         EXPECT_EQ(outcome.status, status) << arguments;
         const auto error = nlohmann::json::parse(outcome.out)["error"];

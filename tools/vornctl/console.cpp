@@ -78,7 +78,7 @@ void reportAsJson(bool wanted)
 
 int report(const Error& error)
 {
-    if (asJson && error.kind != ErrorKind::FILE_ERROR) {  // what cannot be written is reported where it can be
+    if (asJson && std::ferror(stdout) == 0) {  // else it is reported where it can be
         nlohmann::ordered_json advice;
         if (!error.advice.empty())
             advice = error.advice;
