@@ -31,7 +31,7 @@ from __future__ import annotations
 import atexit
 import builtins
 import dataclasses
-from typing import Any, Optional, SupportsFloat, Union
+from typing import Optional, SupportsFloat, Union
 
 from . import _core
 
@@ -56,7 +56,7 @@ from ._errors import (
 from ._exposure import Exposure
 from ._frame import Frame
 from ._status import CoolingProgress, ExposureProgress, Gain, Status, Wheel
-from ._waiting import finish as _finish, real as _real, run as _run, whole as _whole
+from ._waiting import real as _real, run as _run, whole as _whole
 
 __version__ = _core.version
 __all__ = [
