@@ -42,7 +42,7 @@ struct ExposurePlan {
 ///
 /// Binned pictures lie on the binning grid of the whole sensor: the region's origin is rounded down to it and the
 /// extent loses what does not fill a binned pixel. So pictures of a region match those of the whole sensor, and all
-/// families deliver the same pixels. ExposurePlan::region tells what came of it.
+/// families deliver the same pixels. ExposurePlan::region says what came of it.
 /// @return the plan, or ErrorKind::BAD_REQUEST with a text that names the limit
 Result<ExposurePlan> planExposure(const CameraInfo& camera, const ExposureRequest& request);
 

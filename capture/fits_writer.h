@@ -18,7 +18,7 @@ struct FitsCard {
     int digits = 0;  ///< after the point that the file has, of a double
 };
 
-/// @return what is known about a picture, as writeFits() puts it into the header: all but what tells how the file is
+/// @return what is known about a picture, as writeFits() puts it into the header: all but what says how the file is
 /// laid out, and its date and check sums.
 /// @param creator name and version of the program, for the keyword SWCREATE
 std::vector<FitsCard> fitsCards(const Frame& frame, const std::string& creator);

@@ -38,7 +38,7 @@ struct Frame {
     double exposureSeconds = 0.0;                       ///< truly integrated
     Clock::Utc start;                                   ///< when integration began
     Telemetry telemetry;                                ///< read just before
-    std::string imageType = {};                         ///< "Flat Frame"; empty: as the request tells
+    std::string imageType = {};                         ///< "Flat Frame"; empty: as the request says
     std::optional<unsigned int> filter = std::nullopt;  ///< position of the filter wheel
     std::string filterName = {};                        ///< empty: it has none
     Observation observation = {};

@@ -43,7 +43,7 @@ std::string permissionAdvice(const PermissionFacts& facts);
 std::string memoryAdvice(long mebibytes);
 
 /// Tells why a camera could not be opened. The library's own texts are the same for every cause; the USB error names
-/// in its trace are not, and the system's files tell the rest.
+/// in its trace are not, and the system's files say the rest.
 /// @param trace what the library wrote while it tried
 /// @param listIndex the camera's place in VornCamera::list(), -1 when unknown
 Error explainOpenFailure(const std::string& trace, int listIndex);

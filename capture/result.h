@@ -22,7 +22,7 @@ enum class ErrorKind {
     FILE_ERROR,      ///< a file could not be written
 };
 
-/// A failure, told for people.
+/// A failure, in words for people.
 struct Error {
     ErrorKind kind = ErrorKind::FAILED;
     std::string text;    ///< one line: what happened and, where known, why; no full stop, no line end

@@ -73,7 +73,7 @@ public:
         return worker_.run(std::move(work), options_.watchdog.command);
     }
 
-    /// Runs @p work, an operation of the library that tells by its result whether it went well, in the camera's thread.
+    /// Runs @p work, an operation of the library whose result says whether it succeeded, in the camera's thread.
     /// After a failure the camera was closed and opened again to find the cause.
     /// @param complaint what a failure is called, "the shutter does not move"
     /// Errors: FAILED, DEVICE_LOST, TIMEOUT.

@@ -202,7 +202,7 @@ class Camera:
             seconds: time to integrate; what is too short for the camera becomes its shortest exposure
             binning: sensor pixels summed into one of the picture: n for n x n, or (x, y)
             roi: (x, y, width, height) in unbinned sensor pixels from the top left corner; None: the whole sensor. It is
-                made smaller to fit the binning; frame.roi tells what came of it
+                made smaller to fit the binning; frame.roi says what came of it
             kind: "light", "flat", or with the shutter closed "dark" and "bias" (which has no time: leave it 0)
             preview: the camera's faster, noisier readout, where it has one
             eight_bit: values from 0 to 255, where the camera has them

@@ -37,7 +37,7 @@ struct MonitorRequest {
     std::string plotPath;    ///< empty: none
 };
 
-/// Each command does its work and tells its outcome.
+/// Each command does its work and reports its outcome.
 /// @return the exit status of the process
 int listCommand(const Options& options);
 int infoCommand(const Options& options);
