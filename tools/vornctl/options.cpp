@@ -160,7 +160,7 @@ vorncapture::Result<WantedFilter> wantedFilter(const Options& options)
     if (!position.ok()) {
         vorncapture::Error error = position.error();
         if (options.filterNames.empty())
-            error.advice = "Name the filters with --filter-names or VORNCTL_FILTERS.";
+            error.text += " (--filter-names or VORNCTL_FILTERS gives names)";
         return error;
     }
     return WantedFilter{position.value(), names.value()};
