@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <memory>
 
-#include "input_usb.h"
 #include "camera_impl.h"
+#include "input_usb.h"
 #include "targets.h"
 
 namespace vornfuzz {

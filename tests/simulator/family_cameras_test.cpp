@@ -291,7 +291,8 @@ TEST_F(StandardCameraTest, ComplainsAboutWhatItCannotUnderstand)
         {expose + "06 0A 00 01 00 01 00 05 00 03 00 28 00 1E 00 03 00", "readout with flags 3"},
         {expose + "06 0A 00 05 00 01 00 05 00 03 00 28 00 1E 00 43 00", "binning 5 x 1 is not possible"},
         {expose + "06 0A 00 00 00 01 00 05 00 03 00 28 00 1E 00 43 00", "binning 0 x 1 is not possible"},
-        {expose + "06 0A 00 01 00 01 00 00 00 00 00 71 05 01 00 43 00", "region 1393 x 1 at 0, 0 is empty or leaves the sensor"},
+        {expose + "06 0A 00 01 00 01 00 00 00 00 00 71 05 01 00 43 00",
+         "region 1393 x 1 at 0, 0 is empty or leaves the sensor"},
         {"09 02 00", "shutter set to 2"},
         {"14; 15; 18", "guide relays closed in opposite directions"},
     };
